@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Builds everything and runs every test suite: the normal build, the AddressSanitizer +
+# UndefinedBehaviorSanitizer build, the ThreadSanitizer build of the audio tests, and
+# the fuzz targets for a bounded time. Exits non-zero on the first failure.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+"$root/scripts/install-deps.sh"
+jobs=$(nproc)
+
+echo "== build and test"
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEMIRA_BUILD_BENCH=ON >/dev/null
+cmake --build build -j"$jobs"
+(cd build && ctest --output-on-failure -j"$jobs" --timeout 300)
+
+echo "== address and undefined-behaviour sanitizers"
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVEMIRA_BUILD_APP=ON \
+    -DVEMIRA_SANITIZE=address,undefined >/dev/null
+cmake --build build-asan -j"$jobs"
+(cd build-asan && ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
+    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --output-on-failure -j"$jobs" --timeout 600 -LE no-sanitizer)
+
+echo "== thread sanitizer (audio)"
+cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVEMIRA_BUILD_APP=OFF \
+    -DVEMIRA_SANITIZE=thread >/dev/null
+cmake --build build-tsan -j"$jobs"
+(cd build-tsan && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+    ctest --output-on-failure -j"$jobs" --timeout 600 -L tsan)
+
+echo "== fuzz targets (bounded)"
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DVEMIRA_BUILD_TESTS=OFF -DVEMIRA_BUILD_APP=OFF -DVEMIRA_BUILD_FUZZ=ON >/dev/null
+cmake --build build-fuzz -j"$jobs"
+shopt -s nullglob
+for fuzzer in build-fuzz/fuzz/fuzz_*; do
+    [ -x "$fuzzer" ] || continue
+    corpus="fuzz/corpus/$(basename "$fuzzer")"
+    mkdir -p "build-fuzz/corpus-$(basename "$fuzzer")"
+    echo "-- $(basename "$fuzzer")"
+    "$fuzzer" -max_total_time="${VEMIRA_FUZZ_SECONDS:-30}" -print_final_stats=0 \
+        "build-fuzz/corpus-$(basename "$fuzzer")" $( [ -d "$corpus" ] && echo "$corpus" ) 2>&1 | tail -n 2
+done
+echo "all test stages passed"
