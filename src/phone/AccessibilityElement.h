@@ -1,0 +1,120 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace vemira {
+
+// Roles are named as the macOS accessibility API names them; other backends map theirs
+// onto these (an AT-SPI "push button" is a button, a frame or filler a group).
+namespace axrole {
+inline QString button()
+{
+    return QStringLiteral("AXButton");
+}
+inline QString group()
+{
+    return QStringLiteral("AXGroup");
+}
+inline QString window()
+{
+    return QStringLiteral("AXWindow");
+}
+inline QString application()
+{
+    return QStringLiteral("AXApplication");
+}
+inline QString staticText()
+{
+    return QStringLiteral("AXStaticText");
+}
+inline QString menuBar()
+{
+    return QStringLiteral("AXMenuBar");
+}
+inline QString menuBarItem()
+{
+    return QStringLiteral("AXMenuBarItem");
+}
+inline QString menu()
+{
+    return QStringLiteral("AXMenu");
+}
+inline QString menuItem()
+{
+    return QStringLiteral("AXMenuItem");
+}
+inline QString unknown()
+{
+    return QStringLiteral("AXUnknown");
+}
+} // namespace axrole
+
+// The four attributes whose strings count as an element's labels, in reading order.
+enum class LabelAttribute { Title, Description, Help, Value };
+inline constexpr LabelAttribute kLabelAttributes[] = {LabelAttribute::Title,
+                                                      LabelAttribute::Description,
+                                                      LabelAttribute::Help, LabelAttribute::Value};
+
+class AccessibilityElement;
+using AccessibilityElementPtr = std::shared_ptr<AccessibilityElement>;
+
+// One element of another application's interface. Every read is a request to that
+// application and may fail or time out: a failed read gives an empty answer, never throws.
+// Main thread only.
+class AccessibilityElement {
+public:
+    virtual ~AccessibilityElement() = default;
+
+    // Bounds each following request on this element (seconds).
+    virtual void setMessagingTimeout(double seconds) = 0;
+
+    virtual std::optional<QString> role() = 0;
+    // The attribute when it exists and is a string (possibly empty).
+    virtual std::optional<QString> label(LabelAttribute attribute) = 0;
+    virtual std::vector<AccessibilityElementPtr> children() = 0;
+    // Null when there is no parent or the value read is not an element.
+    virtual AccessibilityElementPtr parent() = 0;
+    // The default action ("AXPress", or an AT-SPI element's first action); true on success.
+    [[nodiscard]] virtual bool press() = 0;
+    // Closes an opened menu ("AXCancel"); true on success.
+    virtual bool cancel() = 0;
+
+    // Menu reading, for the phone application's audio menu.
+    virtual AccessibilityElementPtr menuBar() = 0;
+    virtual std::optional<QString> identifier() = 0;
+    virtual std::optional<QString> markCharacter() = 0;
+    virtual std::optional<bool> selected() = 0;
+};
+
+// What the platform gives: the permission, the running searched applications and the
+// opening of an application. Main thread only.
+class Accessibility {
+public:
+    virtual ~Accessibility() = default;
+
+    // False when this process may not read other applications' interfaces.
+    virtual bool isTrusted() = 0;
+    // Root elements of the running applications whose identifier (bundle identifier on
+    // macOS, application name on Linux) is in `applicationIds`, in the platform's order.
+    virtual std::vector<AccessibilityElementPtr>
+    applicationRoots(const QStringList& applicationIds) = 0;
+    // True when the platform knows where to find the application (it may not be running).
+    virtual bool canOpenApplication(const QString& applicationId) = 0;
+    // Launches or brings forward the application with activation; `done` runs on the main
+    // thread once the launch completed (or failed).
+    virtual void openApplication(const QString& applicationId, std::function<void()> done) = 0;
+};
+
+// Defined by the platform backend (src/platform/<os>/phone).
+std::unique_ptr<Accessibility> createPlatformAccessibility();
+// The identifiers of the applications where calls are looked for on this platform.
+QStringList searchedPhoneApplications();
+// The application whose audio menu NativeAudioSetup drives.
+QString phoneApplicationId();
+
+} // namespace vemira
