@@ -1,0 +1,72 @@
+#pragma once
+
+#include "records/CallRecord.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QUuid>
+#include <functional>
+#include <optional>
+
+namespace vemira {
+
+namespace Dossiers {
+QString allFolders();              // "Tous les dossiers"
+QString unfiled();                 // "Appels non classés"
+QString allStatuses();             // "Tous les états"
+QStringList followUpStatuses();    // the three statuses a record can be given
+QStringList statusFilterChoices(); // "Tous les états" then the three statuses
+QString searchPrompt();
+QString countLine(qsizetype shown); // "<n> appel(s). Cliquez …"
+
+// Distinct dossier names, sorted by plain character order (case makes different names).
+QStringList folders(const QList<CallRecord>& records);
+
+// Localized containment: case-, diacritic- and width-insensitive.
+bool containsFolded(const QString& haystack, const QString& needle);
+} // namespace Dossiers
+
+// One column sort: the field's natural order, ascending or descending.
+struct RecordComparator {
+    enum class Column { Date, Caller, Kind, Dossier, Status, Reference };
+    Column column = Column::Date;
+    bool descending = true;
+    // -1, 0, 1
+    int compare(const CallRecord& a, const CallRecord& b) const;
+};
+
+// Filter state of the dossier screen.
+class DossiersDraft {
+public:
+    QString search;
+    QString folder = Dossiers::allFolders();
+    QString status = Dossiers::allStatuses();
+    std::optional<QUuid> selected;
+    QList<RecordComparator> sortOrder{RecordComparator{}};
+
+    bool matches(const CallRecord& record) const;
+    // The records shown, in sortOrder (stable for ties).
+    QList<CallRecord> visible(const QList<CallRecord>& records) const;
+    const CallRecord* selectedRecord(const QList<CallRecord>& records) const;
+};
+
+// The dossier-name sheet of one record.
+class DossierAssignment {
+public:
+    explicit DossierAssignment(const CallRecord& record);
+    QString name; // DossierNameDraft.name
+    QUuid recordId;
+
+    static QStringList existing(const QList<CallRecord>& records)
+    {
+        return Dossiers::folders(records);
+    }
+    static QString prompt();      // "Ex. SCI Lilas · logement 4 · fuite"
+    static QString explanation(); // "Un nom vide retire l’appel du dossier sans le supprimer."
+    void choose(const QString& existingName) { name = existingName; }
+    // The name "Enregistrer" passes to updateDossier (trimmed).
+    QString nameToSave() const { return name.trimmed(); }
+};
+
+} // namespace vemira

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "core/AppError.h"
+#include "records/CallRecord.h"
+#include "records/DataFolder.h"
+
+#include <QHash>
+#include <QList>
+#include <QLocale>
+#include <QObject>
+#include <QUuid>
+#include <functional>
+#include <optional>
+
+namespace vemira {
+
+class DesktopServices;
+
+// Owns the call records (newest first) and their files: history.json, the transcript
+// files and the record actions (copy, export, reveal, recording export). The application
+// model composes it and forwards its operations; the command-line tool uses it directly.
+// Main thread only; every save is synchronous.
+//
+// Operations that the user triggers return the French message to show (std::nullopt: show
+// nothing). Saving returns a Status whose error is the message to show.
+class RecordsStore : public QObject {
+    Q_OBJECT
+
+public:
+    explicit RecordsStore(DataFolder folder, QObject* parent = nullptr);
+
+    // Reads history.json. A missing file gives an empty history. An unreadable one gives an
+    // empty history, sets historyReadFailed for the rest of the run and returns
+    // "Historique illisible. Le fichier existant n’a pas été modifié.".
+    Status load();
+
+    const QList<CallRecord>& records() const { return m_records; }
+    bool historyReadFailed() const { return m_historyReadFailed; }
+    const DataFolder& folder() const { return m_folder; }
+    const CallRecord* find(const QUuid& id) const;
+    // The transcript document's date follows this locale (default: the user's).
+    void setLocale(const QLocale& locale) { m_locale = locale; }
+    const QLocale& locale() const { return m_locale; }
+
+    // Writes the whole list, then the transcript files that changed.
+    Status saveHistory();
+
+    // Adds the demonstration record at the front and saves; returns its id.
+    struct DemoAdded {
+        QUuid id;
+        Status saved;
+    };
+    DemoAdded addDemo(const QDateTime& now);
+
+    // Record edits: unknown id → nothing at all (std::nullopt, no save).
+    Status updateNote(const QUuid& id, const QString& text);
+    Status updateDossier(const QUuid& id, const QString& name); // trimmed; empty = unfiled
+    Status updateFollowUpStatus(const QUuid& id, const QString& status);
+
+    // For the call lifecycle: the list changes in memory; callers then call saveHistory().
+    void insertFront(const CallRecord& record);
+    // Applies `change` to the first record with this id; false when there is none.
+    bool modify(const QUuid& id, const std::function<void(CallRecord&)>& change);
+
+    // The record's transcript document in the store's locale.
+    QString transcriptDocument(const CallRecord& record) const;
+    // Writes Transcriptions/Appel-<ID>.txt unless it already holds these bytes.
+    Result<QString> writeTranscriptFile(const CallRecord& record);
+    // Writes the document to `path` atomically (UTF-8); the error is the description only.
+    Status writeDocument(const CallRecord& record, const QString& path) const;
+    // Where the record's recording is, when it has one and the file exists.
+    std::optional<QString> recordingPath(const CallRecord& record) const;
+
+    // Desktop actions; they return the message to show, if any.
+    std::optional<QString> copyTranscript(const CallRecord& record, DesktopServices& desktop);
+    std::optional<QString> exportTranscript(const CallRecord& record, DesktopServices& desktop);
+    std::optional<QString> revealTranscript(const CallRecord& record, DesktopServices& desktop);
+    std::optional<QString> exportRecording(const CallRecord& record, DesktopServices& desktop);
+
+Q_SIGNALS:
+    // Any change of the list: load, insert, edit, demo.
+    void recordsChanged();
+
+private:
+    struct WrittenTranscript {
+        CallRecord record;
+        QString localeName;
+    };
+    Status writeTranscriptFiles();
+
+    DataFolder m_folder;
+    QLocale m_locale;
+    QList<CallRecord> m_records;
+    bool m_historyReadFailed = false;
+    // What each transcript file was last written or verified with in this run, so an
+    // unchanged record costs one comparison, not a file read.
+    QHash<QUuid, WrittenTranscript> m_written;
+};
+
+} // namespace vemira

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <memory>
+#include <optional>
+
+class QSettings;
+
+namespace vemira {
+
+// The user's preferences, with their literal defaults. Reading never fails.
+// Main thread only.
+class Settings {
+public:
+    // The user's standard store (organisation "Brelian", application "Vemira").
+    Settings();
+    // A private INI file (tests, scripted runs).
+    explicit Settings(const QString& iniFile);
+    ~Settings();
+    Settings(Settings&&) noexcept;
+    Settings& operator=(Settings&&) noexcept;
+
+    // The group written together by "Enregistrer les réglages" (saveSettings).
+    struct Group {
+        QString inputUID;  // empty when never chosen
+        QString outputUID; // empty when never chosen
+        QString voice;
+        QString model;
+        QString company;
+        QString instructions; // the manager's mission text
+    };
+    Group group() const;
+    // Writes "inputUID", "outputUID", "voice", "model", "company", "instructions" in order.
+    void saveGroup(const Group& values);
+
+    static QString defaultVoice();        // "marin"
+    static QString defaultModel();        // "gpt-realtime"
+    static QString defaultCompany();      // "SCI des Brumaires"
+    static QString defaultInstructions(); // the default mission text
+
+    // Written at once by their setters.
+    QString voiceStyle() const; // default: the gentle style text of the instructions
+    void setVoiceStyle(const QString& style);
+    std::optional<QByteArray> voiceEQ() const; // JSON of the equaliser settings
+    void setVoiceEQ(const QByteArray& json);
+    bool recordingEnabled() const; // true unless a boolean false is stored
+    void setRecordingEnabled(bool enabled);
+    std::optional<QString> interventionMicUID() const;
+    void setInterventionMicUID(const std::optional<QString>& uid);
+    std::optional<QString> interventionOutputUID() const;
+    void setInterventionOutputUID(const std::optional<QString>& uid);
+    bool keySaved() const;
+    void setKeySaved(bool saved);
+    std::optional<QString> phonePreviousOutput() const;
+    void setPhonePreviousOutput(const std::optional<QString>& uid);
+    std::optional<QString> phonePreviousInput() const;
+    void setPhonePreviousInput(const std::optional<QString>& uid);
+
+    void sync();
+
+private:
+    std::optional<QString> string(const QString& key) const;
+    void setString(const QString& key, const std::optional<QString>& value);
+    std::optional<bool> boolean(const QString& key) const;
+    std::unique_ptr<QSettings> m_store;
+};
+
+} // namespace vemira
