@@ -1,0 +1,177 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// Texts that belong to the screens themselves (the model publishes its own). They are
+// quoted to users in the guide and in support answers, so keep every character as is.
+namespace vemira::ui::texts {
+
+// Dashboard
+inline QString notReadyHeading()
+{
+    return QStringLiteral("Le standard ne peut pas encore répondre");
+}
+inline QString budgetHeading()
+{
+    return QStringLiteral("Comment le budget est estimé");
+}
+inline QString budgetBody()
+{
+    return QStringLiteral(
+        "Tokens de conversation confirmés à chaque fin de réponse. Pour gpt-realtime : tarifs "
+        "audio sans remise de cache, marge de 25 %, arrondi au centime supérieur et provision "
+        "transcription. Une réponse en cours réserve jusqu’à un contexte complet et une réponse "
+        "maximale : ce montant peut baisser à réception du bilan. Estimation en dollars US hors "
+        "taxes, limitée à cette conversation, pas votre facture ni votre solde. Tarifs vérifiés "
+        "le 1er octobre 2026.");
+}
+inline QString budgetCaution()
+{
+    return QStringLiteral(
+        "Estimation indicative et volontairement majorée, destinée à vous donner un ordre de "
+        "grandeur. Le montant affiché peut différer de la facturation réelle de votre "
+        "fournisseur d’IA.");
+}
+inline QString usageLinkLabel()
+{
+    return QStringLiteral("Consulter la consommation OpenAI");
+}
+inline QString usageLinkAddress()
+{
+    return QStringLiteral("https://platform.openai.com/usage");
+}
+
+// Manager intervention
+inline QString interventionNeedsSound()
+{
+    return QStringLiteral("Le son de l’appel doit fonctionner avant d’intervenir.");
+}
+inline QString micOpen()
+{
+    return QStringLiteral("Votre micro est ouvert vers l’appelant · IA silencieuse");
+}
+inline QString giveBack()
+{
+    return QStringLiteral("Rendre la parole à l’IA");
+}
+inline QString micClosed()
+{
+    return QStringLiteral("Votre micro est fermé · l’IA répond seule");
+}
+inline QString intervene()
+{
+    return QStringLiteral("Intervenir au micro");
+}
+inline QString interventionSection()
+{
+    return QStringLiteral("Intervention humaine");
+}
+
+// Dossiers
+inline QString allFolders()
+{
+    return QStringLiteral("Tous les dossiers");
+}
+inline QString unfiledFolders()
+{
+    return QStringLiteral("Appels non classés");
+}
+inline QString allStatuses()
+{
+    return QStringLiteral("Tous les états");
+}
+inline QStringList followUpStatuses()
+{
+    return {QStringLiteral("À traiter"), QStringLiteral("En cours"), QStringLiteral("Terminé")};
+}
+inline QString countLine(qsizetype shown)
+{
+    return QString::number(shown) +
+           QStringLiteral(" appel(s). Cliquez sur une colonne pour trier, puis sur un appel pour "
+                          "l’ouvrir.");
+}
+inline QString searchPrompt()
+{
+    return QStringLiteral("Rechercher un numéro, un nom, un dossier ou une phrase");
+}
+inline QString assignmentPrompt()
+{
+    return QStringLiteral("Ex. SCI Lilas · logement 4 · fuite");
+}
+inline QString assignmentExplanation()
+{
+    return QStringLiteral("Un nom vide retire l’appel du dossier sans le supprimer.");
+}
+inline QString save()
+{
+    return QStringLiteral("Enregistrer");
+}
+
+// Connections
+inline QString keyOnce()
+{
+    return QStringLiteral("Collez votre clé une fois. Elle restera sur ce Mac, sans trousseau.");
+}
+inline QString keyStorage()
+{
+    return QStringLiteral("Stockage local privé, sans chiffrement supplémentaire. L’utilisation "
+                          "de l’API est facturée par OpenAI.");
+}
+inline QString saveSettings()
+{
+    return QStringLiteral("Enregistrer les réglages");
+}
+inline QString phoneBackToSystem()
+{
+    return QStringLiteral("Remettre Téléphone sur le son système");
+}
+inline QString prepareLink()
+{
+    return QStringLiteral("Préparer la liaison");
+}
+inline QString configureAndTest()
+{
+    return QStringLiteral("Configurer et tester le son");
+}
+inline QString testMacMicrophone()
+{
+    return QStringLiteral("Tester le microphone du Mac");
+}
+
+// Agent and voice
+inline QStringList voices()
+{
+    return {QStringLiteral("marin"), QStringLiteral("cedar"), QStringLiteral("coral")};
+}
+inline QString useExample()
+{
+    return QStringLiteral("Utiliser cet exemple");
+}
+inline QString gentleStyle()
+{
+    return QStringLiteral("Douce et bienveillante");
+}
+
+// Guided setup steps, in order
+inline QStringList setupSteps()
+{
+    return {QStringLiteral("Installer le son"), QStringLiteral("Autoriser le Mac"),
+            QStringLiteral("Connecter l’IA"), QStringLiteral("Audio du téléphone")};
+}
+
+// Test conversations
+inline QString talkOnMac()
+{
+    return QStringLiteral("Parler à Vemira sur ce Mac");
+}
+inline QString outgoingTest()
+{
+    return QStringLiteral("Tester avec un appel sortant");
+}
+inline QString connectAI()
+{
+    return QStringLiteral("2. Brancher l’IA sur l’appel");
+}
+
+} // namespace vemira::ui::texts
