@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QString>
 #include <functional>
+#include <map>
 #include <vector>
 
 namespace vemira {
@@ -49,12 +50,16 @@ private:
     void confirm(const QString& previousInput, const QString& previousOutput, Done done);
     void rollback(AppError error, const QString& previousInput, const QString& previousOutput,
                   Done done);
-    void systemAudioPass(bool input, bool last, Done done);
+    void systemAudioPass(bool input, Done done);
+    // Runs `step` after `seconds` unless this object is gone by then.
+    void after(double seconds, std::function<void()> step);
 
     Accessibility& m_accessibility;
     Clock& m_clock;
     QString m_applicationId;
     QObject m_context; // scheduled steps are dropped when this object goes
+    std::map<quint64, TaskHandlePtr> m_waits;
+    quint64 m_nextWait = 0;
 };
 
 } // namespace vemira
