@@ -2,6 +2,7 @@
 
 #include "records/CallRecord.h"
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -23,8 +24,13 @@ QString countLine(qsizetype shown); // "<n> appel(s). Cliquez …"
 // Distinct dossier names, sorted by plain character order (case makes different names).
 QStringList folders(const QList<CallRecord>& records);
 
-// Localized containment: case-, diacritic- and width-insensitive.
+// Localized containment: case- and diacritic-insensitive.
 bool containsFolded(const QString& haystack, const QString& needle);
+// The form both sides are compared in: accents removed, case folded.
+QString fold(const QString& text);
+// What the free-text search looks into: reference, caller, displayed number, kind, dossier
+// label, note and every transcript text, joined by single spaces (no speaker labels).
+QString searchText(const CallRecord& record);
 } // namespace Dossiers
 
 // One column sort: the field's natural order, ascending or descending.
@@ -49,6 +55,20 @@ public:
     // The records shown, in sortOrder (stable for ties).
     QList<CallRecord> visible(const QList<CallRecord>& records) const;
     const CallRecord* selectedRecord(const QList<CallRecord>& records) const;
+};
+
+// The folded search texts of a whole history, built once per change of the records so a
+// query over tens of thousands of calls is one pass over one buffer.
+class DossierSearchIndex {
+public:
+    void rebuild(const QList<CallRecord>& records);
+    // Positions in `records` (the list given to rebuild) of the records the draft shows,
+    // in the draft's sort order.
+    QList<qsizetype> visible(const DossiersDraft& draft, const QList<CallRecord>& records) const;
+
+private:
+    QByteArray m_text;         // folded UTF-8 texts, each followed by a NUL byte
+    QList<qsizetype> m_starts; // where each record's text starts in m_text
 };
 
 // The dossier-name sheet of one record.

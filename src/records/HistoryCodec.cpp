@@ -1,0 +1,336 @@
+#include "records/HistoryCodec.h"
+
+#include "records/JsonRead.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <charconv>
+#include <cmath>
+#include <string>
+
+namespace vemira {
+
+namespace {
+
+// A compact JSON writer for the history's fixed shapes. QJsonDocument would sort the keys
+// and build a whole tree first; the history is rewritten on every edit, so the encoder
+// writes straight into one buffer, keys in field order.
+class Writer {
+public:
+    explicit Writer(qsizetype expected) { m_out.reserve(size_t(expected)); }
+
+    void raw(std::string_view text) { m_out.append(text); }
+
+    void key(std::string_view name)
+    {
+        m_out.push_back('"');
+        m_out.append(name);
+        m_out.append("\":");
+    }
+
+    void string(QStringView text)
+    {
+        const qsizetype n = text.size();
+        const size_t start = m_out.size();
+        m_out.resize(start + 2 + size_t(n) * 6); // worst case: every unit as \u00XX
+        char* out = m_out.data() + start;
+        *out++ = '"';
+        const char16_t* in = text.utf16();
+        for (qsizetype i = 0; i < n; ++i) {
+            const char16_t c = in[i];
+            if (c < 0x80) {
+                if (c >= 0x20 && c != u'"' && c != u'\\') {
+                    *out++ = char(c);
+                    continue;
+                }
+                out = escape(out, c);
+            } else if (c < 0x800) {
+                *out++ = char(0xC0 | (c >> 6));
+                *out++ = char(0x80 | (c & 0x3F));
+            } else if (QChar::isHighSurrogate(c) && i + 1 < n && QChar::isLowSurrogate(in[i + 1])) {
+                const char32_t u = QChar::surrogateToUcs4(c, in[i + 1]);
+                ++i;
+                *out++ = char(0xF0 | (u >> 18));
+                *out++ = char(0x80 | ((u >> 12) & 0x3F));
+                *out++ = char(0x80 | ((u >> 6) & 0x3F));
+                *out++ = char(0x80 | (u & 0x3F));
+            } else {
+                // A lone surrogate cannot be UTF-8: write the replacement character.
+                const char16_t w = QChar::isSurrogate(c) ? char16_t(0xFFFD) : c;
+                *out++ = char(0xE0 | (w >> 12));
+                *out++ = char(0x80 | ((w >> 6) & 0x3F));
+                *out++ = char(0x80 | (w & 0x3F));
+            }
+        }
+        *out++ = '"';
+        m_out.resize(size_t(out - m_out.data()));
+    }
+
+    bool number(double value)
+    {
+        if (!std::isfinite(value))
+            return false;
+        char buffer[32];
+        const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+        m_out.append(buffer, result.ptr);
+        return true;
+    }
+
+    void integer(qint64 value)
+    {
+        char buffer[24];
+        const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+        m_out.append(buffer, result.ptr);
+    }
+
+    void uuid(const QUuid& id)
+    {
+        static constexpr char hex[] = "0123456789ABCDEF";
+        char text[38];
+        char* p = text;
+        *p++ = '"';
+        auto put = [&p](quint64 v, int digits) {
+            for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4)
+                *p++ = hex[(v >> shift) & 0xF];
+        };
+        put(id.data1, 8);
+        *p++ = '-';
+        put(id.data2, 4);
+        *p++ = '-';
+        put(id.data3, 4);
+        *p++ = '-';
+        put((quint64(id.data4[0]) << 8) | id.data4[1], 4);
+        *p++ = '-';
+        for (int i = 2; i < 8; ++i)
+            put(id.data4[i], 2);
+        *p++ = '"';
+        m_out.append(text, p);
+    }
+
+    QByteArray take() const { return QByteArray(m_out.data(), qsizetype(m_out.size())); }
+
+private:
+    static char* escape(char* out, char16_t c)
+    {
+        *out++ = '\\';
+        switch (c) {
+        case u'"':
+            *out++ = '"';
+            return out;
+        case u'\\':
+            *out++ = '\\';
+            return out;
+        case u'\n':
+            *out++ = 'n';
+            return out;
+        case u'\r':
+            *out++ = 'r';
+            return out;
+        case u'\t':
+            *out++ = 't';
+            return out;
+        case u'\b':
+            *out++ = 'b';
+            return out;
+        case u'\f':
+            *out++ = 'f';
+            return out;
+        default: {
+            static constexpr char hex[] = "0123456789abcdef";
+            *out++ = 'u';
+            *out++ = '0';
+            *out++ = '0';
+            *out++ = hex[(c >> 4) & 0xF];
+            *out++ = hex[c & 0xF];
+            return out;
+        }
+        }
+    }
+
+    std::string m_out;
+};
+
+void writeOptionalString(Writer& w, std::string_view name, const std::optional<QString>& value)
+{
+    if (!value)
+        return;
+    w.raw(",");
+    w.key(name);
+    w.string(*value);
+}
+
+bool writeUsage(Writer& w, const ConversationUsage& usage)
+{
+    w.raw("{");
+    w.key("inputTokens");
+    w.integer(usage.inputTokens);
+    w.raw(",");
+    w.key("outputTokens");
+    w.integer(usage.outputTokens);
+    if (usage.estimatedUSD) {
+        w.raw(",");
+        w.key("estimatedUSD");
+        if (!w.number(*usage.estimatedUSD))
+            return false;
+    }
+    w.raw(",");
+    w.key("pendingResponses");
+    w.integer(usage.pendingResponses);
+    w.raw(",");
+    w.key("model");
+    w.string(usage.model);
+    w.raw("}");
+    return true;
+}
+
+qsizetype estimateSize(const QList<CallRecord>& records)
+{
+    qsizetype size = 2;
+    for (const CallRecord& r : records) {
+        size += 200 + r.caller.size() + r.kind.size() + r.note.size();
+        for (const TranscriptLine& line : r.transcript)
+            size += 70 + line.speaker.size() + line.text.size();
+    }
+    return size + size / 8; // accented letters take two bytes
+}
+
+std::optional<QUuid> readUuid(JsonReader& in, const QString& key)
+{
+    const QString text = in.string(key);
+    if (in.failed())
+        return std::nullopt;
+    const auto id = parseUuid(text);
+    if (!id)
+        in.fail(QStringLiteral("« %1 » n’est pas un identifiant valide").arg(key));
+    return id;
+}
+
+Result<CallRecord> decodeRecord(const QJsonValue& value, qsizetype index)
+{
+    const QString where = QStringLiteral("enregistrement %1").arg(index + 1);
+    if (!value.isObject())
+        return AppError(where + QStringLiteral(" : ce n’est pas un objet"));
+    JsonReader in(value.toObject(), where);
+    CallRecord record;
+    record.id = readUuid(in, QStringLiteral("id")).value_or(QUuid());
+    record.date.secondsSinceReference = in.number(QStringLiteral("date"));
+    record.caller = in.string(QStringLiteral("caller"));
+    record.kind = in.string(QStringLiteral("kind"));
+    const QJsonArray lines = in.array(QStringLiteral("transcript"));
+    record.note = in.string(QStringLiteral("note"));
+    record.dossier = in.optionalString(QStringLiteral("dossier"));
+    record.recordingFile = in.optionalString(QStringLiteral("recordingFile"));
+    record.recordingError = in.optionalString(QStringLiteral("recordingError"));
+    const auto usage = in.optionalObject(QStringLiteral("usage"));
+    record.followUpStatus = in.optionalString(QStringLiteral("followUpStatus"));
+    if (in.failed())
+        return in.error();
+    if (usage) {
+        auto decoded = ConversationUsage::fromJson(*usage);
+        if (!decoded)
+            return AppError(where + QStringLiteral(", ") + decoded.error().message());
+        record.usage = std::move(decoded).value();
+    }
+    record.transcript.reserve(lines.size());
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        const QJsonValue lineValue = lines.at(i);
+        const QString lineWhere = where + QStringLiteral(", ligne %1").arg(i + 1);
+        if (!lineValue.isObject())
+            return AppError(lineWhere + QStringLiteral(" : ce n’est pas un objet"));
+        JsonReader lineIn(lineValue.toObject(), lineWhere);
+        TranscriptLine line;
+        line.id = readUuid(lineIn, QStringLiteral("id")).value_or(QUuid());
+        line.speaker = lineIn.string(QStringLiteral("speaker"));
+        line.text = lineIn.string(QStringLiteral("text"));
+        if (lineIn.failed())
+            return lineIn.error();
+        record.transcript.append(std::move(line));
+    }
+    return record;
+}
+
+} // namespace
+
+Result<QByteArray> encodeHistory(const QList<CallRecord>& records)
+{
+    Writer w(estimateSize(records));
+    w.raw("[");
+    bool firstRecord = true;
+    for (const CallRecord& r : records) {
+        if (!firstRecord)
+            w.raw(",");
+        firstRecord = false;
+        w.raw("{");
+        w.key("id");
+        w.uuid(r.id);
+        w.raw(",");
+        w.key("date");
+        if (!w.number(r.date.secondsSinceReference))
+            return AppError(QStringLiteral("une date n’est pas représentable."));
+        w.raw(",");
+        w.key("caller");
+        w.string(r.caller);
+        w.raw(",");
+        w.key("kind");
+        w.string(r.kind);
+        w.raw(",");
+        w.key("transcript");
+        w.raw("[");
+        bool firstLine = true;
+        for (const TranscriptLine& line : r.transcript) {
+            if (!firstLine)
+                w.raw(",");
+            firstLine = false;
+            w.raw("{");
+            w.key("id");
+            w.uuid(line.id);
+            w.raw(",");
+            w.key("speaker");
+            w.string(line.speaker);
+            w.raw(",");
+            w.key("text");
+            w.string(line.text);
+            w.raw("}");
+        }
+        w.raw("],");
+        w.key("note");
+        w.string(r.note);
+        writeOptionalString(w, "dossier", r.dossier);
+        writeOptionalString(w, "recordingFile", r.recordingFile);
+        writeOptionalString(w, "recordingError", r.recordingError);
+        if (r.usage) {
+            w.raw(",");
+            w.key("usage");
+            if (!writeUsage(w, *r.usage))
+                return AppError(QStringLiteral("un montant estimé n’est pas représentable."));
+        }
+        writeOptionalString(w, "followUpStatus", r.followUpStatus);
+        w.raw("}");
+    }
+    w.raw("]");
+    return w.take();
+}
+
+Result<QList<CallRecord>> decodeHistory(const QByteArray& bytes)
+{
+    QJsonParseError parseError{};
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        return AppError(QStringLiteral("JSON invalide à l’octet %1").arg(parseError.offset));
+    }
+    if (!document.isArray())
+        return AppError(QStringLiteral("le fichier ne contient pas une liste d’appels"));
+    const QJsonArray array = document.array();
+    QList<CallRecord> records;
+    records.reserve(array.size());
+    for (qsizetype i = 0; i < array.size(); ++i) {
+        auto record = decodeRecord(array.at(i), i);
+        if (!record)
+            return record.error();
+        records.append(std::move(record).value());
+    }
+    return records;
+}
+
+} // namespace vemira
