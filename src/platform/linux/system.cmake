@@ -1,3 +1,8 @@
-# Sleep notification, workspace (open, reveal), clipboard. Placeholder: turn into a STATIC library.
-add_library(vemira_platform_system INTERFACE)
-target_link_libraries(vemira_platform_system INTERFACE vemira_core)
+# Sleep notification (logind over the system bus) and the desktop workspace (xdg-open,
+# the file manager's D-Bus interface).
+add_library(vemira_platform_system STATIC
+    ${CMAKE_CURRENT_LIST_DIR}/system/LogindSleepNotifier.h
+    ${CMAKE_CURRENT_LIST_DIR}/system/LogindSleepNotifier.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/system/LinuxWorkspace.h
+    ${CMAKE_CURRENT_LIST_DIR}/system/LinuxWorkspace.cpp)
+target_link_libraries(vemira_platform_system PUBLIC vemira_core Qt6::Core Qt6::DBus)
