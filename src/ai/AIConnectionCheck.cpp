@@ -1,0 +1,67 @@
+#include "ai/AIConnectionCheck.h"
+
+#include "ai/RealtimeClient.h"
+
+namespace vemira {
+
+QString AIConnectionCheck::instructions()
+{
+    return QStringLiteral("Vérification de connexion. Ne génère aucune réponse.");
+}
+
+QString AIConnectionCheck::timeoutMessage()
+{
+    return QStringLiteral(
+        "L’IA ne répond pas. Vérifiez la clé, l’accès API et la connexion Internet.");
+}
+
+QString AIConnectionCheck::successStatus()
+{
+    return QStringLiteral("Connexion IA vérifiée");
+}
+
+AIConnectionCheck::AIConnectionCheck(Clock& clock) : m_clock(clock) {}
+
+AIConnectionCheck::~AIConnectionCheck()
+{
+    cancel();
+}
+
+void AIConnectionCheck::start(const QString& key, const QString& model, const QString& voice)
+{
+    if (running())
+        return;
+    m_probe = std::make_unique<RealtimeClient>(m_clock);
+    // The probe's usage goes to no one: onUsage stays empty.
+    m_probe->onReady = [this] { complete(std::nullopt); };
+    m_probe->onError = [this](const QString& message) { complete(message); };
+    m_timeout = m_clock.schedule(timeoutSeconds, nullptr, [this] { complete(timeoutMessage()); });
+    m_probe->connect(key, model, voice, instructions());
+}
+
+void AIConnectionCheck::cancel()
+{
+    m_timeout.reset();
+    if (!m_probe)
+        return;
+    RealtimeClient* probe = m_probe.release();
+    probe->onReady = nullptr;
+    probe->onError = nullptr;
+    probe->close();
+    // We may be inside one of the probe's own callbacks: let it unwind first.
+    probe->deleteLater();
+}
+
+void AIConnectionCheck::complete(const std::optional<QString>& failure)
+{
+    // Only the first completion counts: cancel() clears the probe's callbacks and the timer.
+    if (!running())
+        return;
+    cancel();
+    if (onComplete) {
+        auto callback = onComplete;
+        callback(failure);
+    }
+}
+
+} // namespace vemira

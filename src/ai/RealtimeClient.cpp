@@ -1,0 +1,393 @@
+#include "ai/RealtimeClient.h"
+
+#include "ai/RealtimeProtocol.h"
+
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QNetworkRequest>
+#include <QWebSocket>
+#include <QtGlobal>
+
+namespace vemira {
+
+namespace {
+
+// Callbacks are copied before the call: the owner may replace or clear them from inside.
+template <typename Callback, typename... Args> void invoke(const Callback& callback, Args&&... args)
+{
+    if (callback) {
+        Callback copy = callback;
+        copy(std::forward<Args>(args)...);
+    }
+}
+
+// How long a politely closed socket may take to deliver its close frame before it is cut.
+constexpr double closeGraceSeconds = 5;
+
+bool hasControlCharacters(const QString& text)
+{
+    for (const QChar c : text) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f)
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+RealtimeClient::RealtimeClient(Clock& clock, QObject* parent) : QObject(parent), m_clock(clock) {}
+
+RealtimeClient::~RealtimeClient()
+{
+    teardown();
+    for (auto& [socket, grace] : m_closing) {
+        grace.reset();
+        if (socket)
+            socket->deleteLater();
+    }
+}
+
+int RealtimeClient::waitingFrames() const
+{
+    return static_cast<int>(m_queue.size() + m_inFlight.size());
+}
+
+void RealtimeClient::connect(const QString& key, const QString& model, const QString& voice,
+                             const QString& instructions)
+{
+    QPointer<RealtimeClient> self(this);
+    close();
+    if (!self)
+        return;
+    m_meter = ConversationUsageMeter(model);
+    m_audioBytesSinceUsage = 0;
+    pushUsage();
+    if (!self)
+        return;
+
+    teardown(); // a usage callback may have opened a session meanwhile
+    const quint64 session = ++m_session;
+    m_active = true;
+
+    const auto url = realtime::endpoint(model, qEnvironmentVariable("VEMIRA_REALTIME_URL"));
+    if (!url || hasControlCharacters(key)) {
+        // Reported like any connection that could not open, after connect() has returned.
+        qWarning("vemira: realtime session not opened: %s",
+                 qUtf8Printable(url ? QStringLiteral("clé illisible") : url.error().message()));
+        QMetaObject::invokeMethod(
+            this,
+            [this, session] {
+                if (session == m_session)
+                    receiveFailed();
+            },
+            Qt::QueuedConnection);
+        send(realtime::sessionConfiguration(model, voice, instructions));
+        return;
+    }
+
+    QNetworkRequest request(url.value());
+    request.setRawHeader("Authorization", "Bearer " + key.toUtf8());
+
+    m_socket = new QWebSocket();
+    QObject::connect(m_socket, &QWebSocket::connected, this,
+                     [this, session] { onConnected(session); });
+    QObject::connect(m_socket, &QWebSocket::disconnected, this,
+                     [this, session] { onSocketFailure(session); });
+    QObject::connect(m_socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error),
+                     this, [this, session](QAbstractSocket::SocketError) {
+                         // A short write reports here too; the send side owns that one.
+                         if (!m_writing)
+                             onSocketFailure(session);
+                     });
+    QObject::connect(m_socket, &QWebSocket::textMessageReceived, this,
+                     [this, session](const QString& text) {
+                         if (session == m_session)
+                             receiveFrame(text.toUtf8());
+                     });
+    QObject::connect(m_socket, &QWebSocket::binaryMessageReceived, this,
+                     [this, session](const QByteArray& bytes) {
+                         if (session == m_session)
+                             receiveFrame(bytes);
+                     });
+    QObject::connect(m_socket, &QWebSocket::bytesWritten, this, [this, session](qint64 bytes) {
+        if (session == m_session)
+            onBytesWritten(bytes);
+    });
+
+    m_handshakeTimeout = m_clock.schedule(handshakeTimeoutSeconds, this, [this, session] {
+        if (session != m_session || m_connected)
+            return;
+        if (m_socket) {
+            QObject::disconnect(m_socket, nullptr, this, nullptr);
+            m_socket->abort();
+        }
+        receiveFailed();
+    });
+
+    m_socket->open(request);
+    send(realtime::sessionConfiguration(model, voice, instructions));
+}
+
+void RealtimeClient::append(const QByteArray& pcm)
+{
+    if (!m_ready)
+        return;
+    m_meter.addInputSeconds(double(pcm.size()) / double(realtime::bytesPerSecond));
+    m_audioBytesSinceUsage += pcm.size();
+    if (m_audioBytesSinceUsage >= realtime::bytesPerSecond) {
+        m_audioBytesSinceUsage = 0;
+        QPointer<RealtimeClient> self(this);
+        pushUsage();
+        if (!self)
+            return;
+    }
+    QString frame = realtime::audioAppendFrame(pcm);
+    const qint64 size = frame.size(); // base64 in JSON: ASCII, one byte per character
+    offer(Frame{std::move(frame), size});
+}
+
+void RealtimeClient::greet()
+{
+    send(realtime::greetingRequest());
+}
+
+bool RealtimeClient::updateInstructions(const QString& text)
+{
+    if (!m_ready)
+        return false;
+    m_pendingInstructions = text;
+    send(realtime::instructionsUpdate(text));
+    return true;
+}
+
+void RealtimeClient::close()
+{
+    const bool wasReady = m_ready;
+    teardown();
+    // Pushed last, so that the owner sees a client already closed if it reacts.
+    if (wasReady)
+        pushUsage();
+}
+
+void RealtimeClient::teardown()
+{
+    m_ready = false;
+    m_pendingInstructions.reset();
+    m_active = false;
+    ++m_session;
+    m_queue.clear();
+    m_inFlight.clear();
+    m_writtenCredit = 0;
+    m_connected = false;
+    m_receiveEnded = false;
+    m_sendEnded = false;
+    m_handshakeTimeout.reset();
+    if (QWebSocket* socket = std::exchange(m_socket, nullptr))
+        retire(socket);
+}
+
+void RealtimeClient::retire(QWebSocket* socket)
+{
+    QObject::disconnect(socket, nullptr, this, nullptr);
+    if (socket->state() != QAbstractSocket::ConnectedState) {
+        socket->abort();
+        socket->deleteLater();
+        return;
+    }
+    // Normal closure, then let the close frame leave; a peer that stopped reading would keep
+    // the socket (and everything queued in it) forever, hence the grace period.
+    std::erase_if(m_closing, [](const auto& entry) { return entry.first.isNull(); });
+    QObject::connect(socket, &QWebSocket::disconnected, socket, &QObject::deleteLater);
+    auto grace = m_clock.schedule(closeGraceSeconds, socket, [socket] {
+        socket->abort();
+        socket->deleteLater();
+    });
+    m_closing.emplace_back(socket, std::move(grace));
+    socket->close(QWebSocketProtocol::CloseCodeNormal);
+}
+
+void RealtimeClient::send(const QJsonObject& event)
+{
+    const QByteArray json = QJsonDocument(event).toJson(QJsonDocument::Compact);
+    offer(Frame{QString::fromUtf8(json), json.size()});
+}
+
+void RealtimeClient::offer(Frame frame)
+{
+    if (!m_active)
+        return;
+    if (waitingFrames() >= maxWaitingFrames) {
+        invoke(onError, realtime::queueFullMessage());
+        return;
+    }
+    m_queue.push_back(std::move(frame));
+    flush();
+}
+
+void RealtimeClient::flush()
+{
+    while (m_active && m_connected && !m_sendEnded && !m_queue.empty()) {
+        if (!m_socket || m_socket->state() != QAbstractSocket::ConnectedState) {
+            sendFailed();
+            return;
+        }
+        const Frame frame = std::move(m_queue.front());
+        m_queue.pop_front();
+        m_writing = true;
+        const qint64 written = m_socket->sendTextMessage(frame.text);
+        m_writing = false;
+        if (written != frame.utf8Bytes) {
+            sendFailed();
+            return;
+        }
+        m_inFlight.push_back(wireSize(frame.utf8Bytes));
+    }
+}
+
+qint64 RealtimeClient::wireSize(qint64 payloadBytes) const
+{
+    // A client frame: 2 header bytes, a 2- or 8-byte extended length, a 4-byte mask.
+    const auto header = [](qint64 size) {
+        return 2 + (size > 0xFFFF ? 8 : size > 125 ? 2 : 0) + 4;
+    };
+    const qint64 maxFrame = qint64(m_socket->outgoingFrameSize());
+    qint64 total = 0;
+    qint64 left = payloadBytes;
+    do {
+        const qint64 size = std::min(left, maxFrame);
+        total += header(size) + size;
+        left -= size;
+    } while (left > 0);
+    return total;
+}
+
+void RealtimeClient::onConnected(quint64 session)
+{
+    if (session != m_session)
+        return;
+    m_connected = true;
+    m_handshakeTimeout.reset();
+    flush();
+}
+
+void RealtimeClient::onSocketFailure(quint64 session)
+{
+    if (session == m_session)
+        receiveFailed();
+}
+
+void RealtimeClient::onBytesWritten(qint64 bytes)
+{
+    // Bytes of the upgrade request or of Qt's own control frames may come in too; they only
+    // retire a frame a few bytes early, never keep one forever.
+    m_writtenCredit += bytes;
+    while (!m_inFlight.empty() && m_writtenCredit >= m_inFlight.front()) {
+        m_writtenCredit -= m_inFlight.front();
+        m_inFlight.pop_front();
+    }
+    if (m_inFlight.empty())
+        m_writtenCredit = 0;
+}
+
+void RealtimeClient::receiveFailed()
+{
+    if (!m_active || m_receiveEnded)
+        return;
+    m_receiveEnded = true;
+    invoke(onError, realtime::receiveFailedMessage());
+}
+
+void RealtimeClient::sendFailed()
+{
+    if (!m_active || m_sendEnded)
+        return;
+    m_sendEnded = true;
+    invoke(onError, realtime::sendFailedMessage());
+}
+
+void RealtimeClient::pushUsage()
+{
+    if (onUsage)
+        invoke(onUsage, m_meter.snapshot());
+}
+
+void RealtimeClient::receiveFrame(const QByteArray& bytes)
+{
+    if (!m_active || m_receiveEnded)
+        return;
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError) {
+        receiveFailed();
+        return;
+    }
+    if (!document.isObject())
+        return;
+    const QJsonObject event = document.object();
+    const QJsonValue type = event.value(QLatin1String("type"));
+    if (type.isString())
+        handle(type.toString(), event);
+}
+
+void RealtimeClient::handle(const QString& type, const QJsonObject& event)
+{
+    const auto stringAt = [](const QJsonObject& object, QLatin1String key) {
+        const QJsonValue value = object.value(key);
+        return value.isString() ? std::optional<QString>(value.toString()) : std::nullopt;
+    };
+    const auto responseId = [&](QJsonObject* response) {
+        *response = event.value(QLatin1String("response")).toObject();
+        return stringAt(*response, QLatin1String("id"));
+    };
+    QJsonObject response;
+
+    if (type == QLatin1String("session.updated")) {
+        if (!m_ready) {
+            m_ready = true;
+            QPointer<RealtimeClient> self(this);
+            invoke(onReady);
+            if (!self)
+                return;
+        }
+        const auto applied = stringAt(event.value(QLatin1String("session")).toObject(),
+                                      QLatin1String("instructions"));
+        if (m_pendingInstructions && applied && *applied == *m_pendingInstructions) {
+            m_pendingInstructions.reset();
+            invoke(onInstructionsApplied);
+        }
+    } else if (type == QLatin1String("response.created")) {
+        if (const auto id = responseId(&response)) {
+            m_meter.responseCreated(*id);
+            pushUsage();
+        }
+    } else if (type == QLatin1String("response.done")) {
+        if (const auto id = responseId(&response)) {
+            const QJsonValue usage = response.value(QLatin1String("usage"));
+            m_meter.completed(*id,
+                              usage.isObject() ? std::optional(usage.toObject()) : std::nullopt);
+            pushUsage();
+        }
+    } else if (type == QLatin1String("response.output_audio.delta")) {
+        const QJsonValue delta = event.value(QLatin1String("delta"));
+        if (!delta.isString())
+            return;
+        // An empty delta carries no sound: not worth waking the audio chain for.
+        const auto pcm = realtime::decodeBase64(delta.toString());
+        if (pcm && !pcm->isEmpty())
+            invoke(onAudio, *pcm);
+    } else if (type == QLatin1String("response.output_audio_transcript.done")) {
+        if (const auto text = stringAt(event, QLatin1String("transcript")))
+            invoke(onTranscript, realtime::aiSpeaker(), *text);
+    } else if (type == QLatin1String("conversation.item.input_audio_transcription.completed")) {
+        if (const auto text = stringAt(event, QLatin1String("transcript")))
+            invoke(onTranscript, realtime::callerSpeaker(), *text);
+    } else if (type == QLatin1String("input_audio_buffer.speech_started")) {
+        invoke(onInterruption);
+    } else if (type == QLatin1String("error")) {
+        const auto code =
+            stringAt(event.value(QLatin1String("error")).toObject(), QLatin1String("code"));
+        invoke(onError, realtime::serverErrorMessage(code.value_or(QStringLiteral("erreur"))));
+    }
+}
+
+} // namespace vemira

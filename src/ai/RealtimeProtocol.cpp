@@ -1,0 +1,173 @@
+#include "ai/RealtimeProtocol.h"
+
+#include <QHostAddress>
+#include <QJsonArray>
+#include <QUrlQuery>
+
+namespace vemira::realtime {
+
+QString aiSpeaker()
+{
+    return QStringLiteral("Vemira");
+}
+QString callerSpeaker()
+{
+    return QStringLiteral("Interlocuteur");
+}
+
+QString receiveFailedMessage()
+{
+    return QStringLiteral(
+        "Connexion à l’IA interrompue. Vérifiez la clé, le modèle et votre accès Internet.");
+}
+
+QString sendFailedMessage()
+{
+    return QStringLiteral("Envoi audio interrompu. Vérifiez la connexion Internet.");
+}
+
+QString queueFullMessage()
+{
+    return QStringLiteral("Connexion trop lente pour maintenir la conversation audio.");
+}
+
+QString serverErrorMessage(const QString& code)
+{
+    return QStringLiteral("L’IA signale une erreur (") + code +
+           QStringLiteral("). Vérifiez votre configuration.");
+}
+
+QString defaultHost()
+{
+    return QStringLiteral("api.openai.com");
+}
+
+namespace {
+
+bool isLoopbackHost(const QString& host)
+{
+    if (host.compare(QLatin1String("localhost"), Qt::CaseInsensitive) == 0)
+        return true;
+    const QHostAddress address(host);
+    return !address.isNull() && address.isLoopback();
+}
+
+AppError refused(const QString& why)
+{
+    return AppError(QStringLiteral("Adresse du service temps réel refusée : ") + why);
+}
+
+} // namespace
+
+Result<QUrl> endpoint(const QString& model, const QString& overrideAddress)
+{
+    QUrl url;
+    url.setScheme(QStringLiteral("wss"));
+    url.setHost(defaultHost());
+    const QString trimmed = overrideAddress.trimmed();
+    if (!trimmed.isEmpty()) {
+        const QUrl given(trimmed, QUrl::StrictMode);
+        if (!given.isValid() || given.host().isEmpty())
+            return refused(trimmed);
+        const QString scheme = given.scheme().toLower();
+        if (scheme != QLatin1String("wss") && scheme != QLatin1String("ws"))
+            return refused(trimmed);
+        // Only scheme, host and port are taken: anything else would silently be dropped.
+        if (!given.userInfo().isEmpty() || given.hasQuery() || given.hasFragment() ||
+            (!given.path().isEmpty() && given.path() != QLatin1String("/")))
+            return refused(trimmed);
+        // The key travels in a header: never in clear beyond this machine.
+        if (scheme == QLatin1String("ws") && !isLoopbackHost(given.host()))
+            return refused(trimmed);
+        url.setScheme(scheme);
+        url.setHost(given.host());
+        url.setPort(given.port());
+    }
+    url.setPath(QStringLiteral("/v1/realtime"));
+    QUrlQuery query;
+    query.addQueryItem(QStringLiteral("model"), model);
+    url.setQuery(query);
+    return url;
+}
+
+QJsonObject sessionConfiguration(const QString& model, const QString& voice,
+                                 const QString& instructions)
+{
+    const QJsonObject pcm{{QStringLiteral("type"), QStringLiteral("audio/pcm")},
+                          {QStringLiteral("rate"), sampleRate}};
+    const QJsonObject input{
+        {QStringLiteral("format"), pcm},
+        {QStringLiteral("transcription"),
+         QJsonObject{{QStringLiteral("model"), QStringLiteral("gpt-4o-mini-transcribe")},
+                     {QStringLiteral("language"), QStringLiteral("fr")}}},
+        {QStringLiteral("turn_detection"),
+         QJsonObject{{QStringLiteral("type"), QStringLiteral("server_vad")},
+                     {QStringLiteral("silence_duration_ms"), 650},
+                     {QStringLiteral("prefix_padding_ms"), 300},
+                     {QStringLiteral("interrupt_response"), true},
+                     {QStringLiteral("create_response"), true}}}};
+    const QJsonObject output{{QStringLiteral("format"), pcm}, {QStringLiteral("voice"), voice}};
+    const QJsonObject session{
+        {QStringLiteral("type"), QStringLiteral("realtime")},
+        {QStringLiteral("model"), model},
+        {QStringLiteral("output_modalities"), QJsonArray{QStringLiteral("audio")}},
+        {QStringLiteral("instructions"), instructions},
+        {QStringLiteral("audio"),
+         QJsonObject{{QStringLiteral("input"), input}, {QStringLiteral("output"), output}}}};
+    return QJsonObject{{QStringLiteral("type"), QStringLiteral("session.update")},
+                       {QStringLiteral("session"), session}};
+}
+
+QJsonObject greetingRequest()
+{
+    return QJsonObject{
+        {QStringLiteral("type"), QStringLiteral("response.create")},
+        {QStringLiteral("response"),
+         QJsonObject{{QStringLiteral("instructions"),
+                      QStringLiteral("Commence par une courte salutation en français. Accueille "
+                                     "au nom de l’entreprise indiquée dans tes consignes puis "
+                                     "demande comment tu peux aider. N’ajoute pas d’annonce sur "
+                                     "ta nature ou sur l’enregistrement.")}}}};
+}
+
+QJsonObject instructionsUpdate(const QString& instructions)
+{
+    return QJsonObject{{QStringLiteral("type"), QStringLiteral("session.update")},
+                       {QStringLiteral("session"),
+                        QJsonObject{{QStringLiteral("type"), QStringLiteral("realtime")},
+                                    {QStringLiteral("instructions"), instructions}}}};
+}
+
+QString audioAppendFrame(const QByteArray& pcm)
+{
+    static constexpr QLatin1String head("{\"type\":\"input_audio_buffer.append\",\"audio\":\"");
+    static constexpr QLatin1String tail("\"}");
+    const QByteArray encoded = pcm.toBase64();
+    QString frame;
+    frame.reserve(head.size() + encoded.size() + tail.size());
+    frame.append(head);
+    frame.append(QLatin1String(encoded));
+    frame.append(tail);
+    return frame;
+}
+
+std::optional<QByteArray> decodeBase64(QStringView text)
+{
+    if (text.size() % 4 != 0)
+        return std::nullopt;
+    // Base64 is ASCII: anything wider can only be an invalid character.
+    QByteArray ascii(text.size(), Qt::Uninitialized);
+    char* out = ascii.data();
+    for (const QChar c : text) {
+        if (c.unicode() > 0x7f)
+            return std::nullopt;
+        *out++ = static_cast<char>(c.unicode());
+    }
+    auto decoded =
+        QByteArray::fromBase64Encoding(std::move(ascii), QByteArray::AbortOnBase64DecodingErrors);
+    if (!decoded)
+        return std::nullopt;
+    return std::move(decoded.decoded);
+}
+
+} // namespace vemira::realtime
