@@ -1,3 +1,13 @@
-# Device lists, system defaults and device I/O. Placeholder: turn into a STATIC library.
-add_library(vemira_platform_audio INTERFACE)
-target_link_libraries(vemira_platform_audio INTERFACE vemira_audio)
+# Device lists, system defaults and device I/O on PulseAudio (also pipewire-pulse), with
+# SpeexDSP's echo canceller for conversations on the computer itself.
+pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
+pkg_check_modules(SPEEXDSP REQUIRED IMPORTED_TARGET speexdsp)
+add_library(vemira_platform_audio STATIC
+    audio/EchoCanceller.cpp
+    audio/PulseAudioSystem.cpp
+    audio/PulseConnection.cpp
+    audio/PulseDeviceIO.cpp
+    audio/PulseDeviceTable.cpp
+    audio/PulseEngine.cpp)
+target_link_libraries(vemira_platform_audio PUBLIC vemira_audio vemira_options
+    PkgConfig::PULSE PkgConfig::SPEEXDSP)

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+struct SpeexEchoState_;
+struct SpeexPreprocessState_;
+
+namespace vemira::pulse {
+
+// Echo cancellation and automatic gain for a conversation on the computer's own microphone
+// and loudspeakers (SpeexDSP's adaptive echo canceller followed by its preprocessor: residual
+// echo suppression, noise suppression and AGC), mono, in 10 ms frames.
+//
+// The far-end reference is exactly what the engine hands to the loudspeaker, taken in the
+// render path; the capture path pops it frame by frame. The reference is kept only a little
+// ahead of the microphone (at most maxLeadMs), because an echo can be cancelled only when its
+// source is already in the filter's history when the echo arrives.
+//
+// Threads: both playback() and capture() must be called on one and the same thread (the
+// engine's loop thread, which runs both stream callbacks); no allocation after construction.
+class EchoCanceller {
+public:
+    static constexpr int frameMs = 10;
+    static constexpr int filterMs = 200;
+    static constexpr int maxLeadMs = 60;
+
+    explicit EchoCanceller(int sampleRate);
+    ~EchoCanceller();
+    EchoCanceller(const EchoCanceller&) = delete;
+    EchoCanceller& operator=(const EchoCanceller&) = delete;
+
+    int frameSize() const { return m_frameSize; }
+
+    // What is about to be played: interleaved float frames; the channels are averaged.
+    void playback(const float* interleaved, int frames, int channels);
+    // Cleans mono microphone samples. Writes whole processed frames to `out` (which holds at
+    // least frames + frameSize() samples) and returns how many; the rest waits for the next
+    // call.
+    int capture(const float* mono, int frames, float* out);
+
+private:
+    void processFrame(float* out);
+    void popReference(std::int16_t* frame);
+
+    int m_frameSize;
+    int m_maxLead;
+    SpeexEchoState_* m_echo = nullptr;
+    SpeexPreprocessState_* m_preprocess = nullptr;
+    std::vector<std::int16_t> m_ring; // far-end reference, a ring of int16 samples
+    std::size_t m_ringRead = 0;
+    std::size_t m_ringFill = 0;
+    std::vector<std::int16_t> m_near; // microphone samples of the frame being filled
+    int m_nearFill = 0;
+    std::vector<std::int16_t> m_far;
+    std::vector<std::int16_t> m_clean;
+};
+
+} // namespace vemira::pulse
