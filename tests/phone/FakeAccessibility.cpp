@@ -38,6 +38,7 @@ void FakeElement::read()
 void FakeElement::setMessagingTimeout(double seconds)
 {
     timeout = seconds;
+    timeouts.push_back(seconds);
     log->lastTimeout = seconds;
 }
 

@@ -53,7 +53,8 @@ public:
     std::function<void(FakeElement&)> onPress;
     int pressCount = 0;
     int cancelCount = 0;
-    double timeout = -1;
+    double timeout = -1;          // the last one set
+    std::vector<double> timeouts; // every one set, in order
     std::shared_ptr<FakeElement> menuBarElement;
     std::optional<QString> identifierValue, markChar;
     std::optional<bool> selectedValue;

@@ -184,7 +184,8 @@ private Q_SLOTS:
                             {kPhoneApp, phone}};
         QCOMPARE(automation().incoming()->button.get(), fromBanner.answerButton.get());
         QCOMPARE(phone->timeout, PhoneAutomation::kRootTimeout);
-        QCOMPARE(banner->timeout, PhoneAutomation::kRootTimeout);
+        QCOMPARE(banner->timeouts.front(), PhoneAutomation::kRootTimeout);
+        QCOMPARE(banner->timeouts.back(), PhoneAutomation::kReadTimeout);
         QCOMPARE(fromBanner.answerButton->timeout, PhoneAutomation::kReadTimeout);
         QCOMPARE(notes->log->reads, 0);
 

@@ -1,0 +1,129 @@
+// The call search against a real window: a Qt softphone under Xvfb, read through AT-SPI.
+#include "phone/PhoneAutomation.h"
+#include "platform/linux/phone/AtspiAccessibility.h"
+
+#include <QProcess>
+#include <QtTest>
+
+using namespace vemira;
+
+namespace {
+const QString kPhoneName = QStringLiteral("Vemira Ringing Phone Test");
+}
+
+class AtspiPhoneTest : public QObject {
+    Q_OBJECT
+
+private:
+    QString m_sessionDir;
+    QProcess m_phone;
+    std::unique_ptr<AtspiAccessibility> m_accessibility;
+
+    // Waits for the phone to print `state` (its widgets are then in place).
+    bool phoneReports(const QByteArray& state)
+    {
+        QElapsedTimer waited;
+        waited.start();
+        while (waited.elapsed() < 10000) {
+            while (m_phone.canReadLine()) {
+                if (m_phone.readLine().trimmed() == state)
+                    return true;
+            }
+            m_phone.waitForReadyRead(100);
+        }
+        return false;
+    }
+
+    template <typename Condition> bool eventually(Condition condition)
+    {
+        QElapsedTimer waited;
+        waited.start();
+        while (waited.elapsed() < 10000) {
+            if (condition())
+                return true;
+            QTest::qWait(50);
+        }
+        return false;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QProcess session;
+        session.start(QStringLiteral(VEMIRA_DESKTOP_SESSION), {QStringLiteral("start")});
+        QVERIFY(session.waitForFinished(30000));
+        const QString out = QString::fromUtf8(session.readAllStandardOutput());
+        QVERIFY2(session.exitCode() == 0, session.readAllStandardError().constData());
+        for (const QString& line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+            const QString assignment = line.section(QLatin1Char(' '), 1);
+            const QString name = assignment.section(QLatin1Char('='), 0, 0);
+            const QString value = assignment.section(QLatin1Char('='), 1);
+            qputenv(name.toUtf8().constData(), value.toUtf8());
+            if (name == QStringLiteral("VEMIRA_DESKTOP_DIR"))
+                m_sessionDir = value;
+        }
+        QVERIFY(!m_sessionDir.isEmpty());
+        m_accessibility = std::make_unique<AtspiAccessibility>();
+        QVERIFY(m_accessibility->isTrusted());
+    }
+
+    void cleanupTestCase()
+    {
+        m_accessibility.reset();
+        if (m_phone.state() != QProcess::NotRunning) {
+            m_phone.kill();
+            m_phone.waitForFinished(5000);
+        }
+        if (!m_sessionDir.isEmpty())
+            QProcess::execute(QStringLiteral(VEMIRA_DESKTOP_SESSION),
+                              {QStringLiteral("stop"), m_sessionDir});
+    }
+
+    void aRingingWindowIsFoundAnsweredAndHungUp()
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        m_phone.setProcessEnvironment(env);
+        m_phone.start(QStringLiteral(VEMIRA_RINGING_PHONE), {QStringLiteral("--ringing")});
+        QVERIFY(m_phone.waitForStarted());
+        QVERIFY(phoneReports("ringing"));
+
+        // The searched names come from the default list plus VEMIRA_PHONE_APPS.
+        const QStringList searched = linuxPhoneApplications(kPhoneName.toUtf8());
+        QVERIFY(searched.contains(QStringLiteral("Linphone")));
+        QVERIFY(searched.contains(kPhoneName));
+        PhoneAutomation phone(*m_accessibility, SystemClock::instance(), searched);
+        PhoneAutomation elsewhere(*m_accessibility, SystemClock::instance(),
+                                  linuxPhoneApplications({}));
+
+        // The application registers with the desktop a little after its window shows.
+        std::optional<IncomingCall> call;
+        QVERIFY(eventually([&] { return (call = phone.incoming()).has_value(); }));
+        QCOMPARE(call->caller, QStringLiteral("+33 6 12 34 56 78"));
+        QVERIFY(call->button->role() == axrole::button());
+        QCOMPARE(call->button->label(LabelAttribute::Title), QStringLiteral("Répondre"));
+        QVERIFY(!phone.hasActiveCall());
+        QVERIFY(!elsewhere.incoming()); // not one of the default softphones
+
+        QCOMPARE(phone.answer(*call), Status());
+        QVERIFY(phoneReports("talking"));
+        QVERIFY(eventually([&] { return phone.hasActiveCall(); }));
+        QVERIFY(!phone.incoming());
+        // The offer's button is gone: answering it again presses nothing.
+        const Status again = phone.answer(*call);
+        QVERIFY(again);
+        QCOMPARE(again->message(), QStringLiteral("L’appel n’est plus disponible."));
+
+        QCOMPARE(phone.hangup(), Status());
+        QVERIFY(phoneReports("idle"));
+        QVERIFY(eventually([&] { return !phone.hasActiveCall(); }));
+        const Status none = phone.hangup();
+        QVERIFY(none);
+        QCOMPARE(
+            none->message(),
+            QStringLiteral("Bouton Raccrocher introuvable : terminez l’appel dans Téléphone."));
+    }
+};
+
+QTEST_GUILESS_MAIN(AtspiPhoneTest)
+#include "tst_atspiphone.moc"
