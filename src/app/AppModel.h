@@ -478,6 +478,7 @@ private:
     void completeAICheck(const std::optional<QString>& message, bool armAfter);
     void appendToCurrent(const QString& speaker, const QString& text);
     void finishRecorder();
+    void recordingFinished(const QUuid& id, const Result<QString>& outcome);
     ReadinessState readinessState() const;
     void ageRelayEvidence();
     QString shortTime(const QDateTime& time) const;

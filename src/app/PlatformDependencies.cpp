@@ -1,0 +1,21 @@
+#include "app/AppDependencies.h"
+#include "records/DataFolder.h"
+
+namespace vemira {
+
+AppDependencies createPlatformDependencies()
+{
+    AppDependencies deps;
+    deps.audioSystem = createPlatformAudioSystem();
+    deps.deviceIO = createPlatformAudioDeviceIO();
+    deps.accessibility = createPlatformAccessibility();
+    deps.phoneApplications = searchedPhoneApplications();
+    deps.phoneApplication = phoneApplicationId();
+    deps.workspace = createPlatformWorkspace();
+    deps.sleepNotifier = createPlatformSleepNotifier();
+    deps.dataFolder = DataFolder::standard().path();
+    // Clipboard and save dialogs need the widgets: the application window supplies them.
+    return deps;
+}
+
+} // namespace vemira
