@@ -1,3 +1,7 @@
-# Sleep notification, workspace (open, reveal), clipboard. Placeholder: turn into a STATIC library.
-add_library(vemira_platform_system INTERFACE)
-target_link_libraries(vemira_platform_system INTERFACE vemira_core)
+# The workspace (open an address, reveal a file), the will-sleep notification and the
+# microphone permission, through AppKit and AVFoundation.
+add_library(vemira_platform_system STATIC ${CMAKE_CURRENT_LIST_DIR}/system/MacSystemServices.mm)
+set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/system/MacSystemServices.mm
+    PROPERTIES COMPILE_OPTIONS "-fobjc-arc")
+target_link_libraries(vemira_platform_system PUBLIC vemira_core Qt6::Core
+    PRIVATE "-framework AppKit" "-framework AVFoundation")

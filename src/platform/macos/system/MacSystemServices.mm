@@ -1,0 +1,79 @@
+// The workspace and the will-sleep notification through AppKit; the capture permission
+// through AVFoundation. Compiled with ARC.
+
+#include "app/SystemServices.h"
+
+#import <AVFoundation/AVFoundation.h>
+#import <AppKit/AppKit.h>
+
+namespace vemira {
+
+namespace {
+
+NSString* toNSString(const QString& text)
+{
+    return text.toNSString();
+}
+
+class MacWorkspace final : public Workspace {
+public:
+    bool openUrl(const QUrl& url) override
+    {
+        NSURL* address = [NSURL URLWithString:toNSString(url.toString(QUrl::FullyEncoded))];
+        if (address == nil)
+            return false;
+        return [[NSWorkspace sharedWorkspace] openURL:address];
+    }
+
+    void revealFile(const QString& path) override
+    {
+        NSURL* file = [NSURL fileURLWithPath:toNSString(path)];
+        [[NSWorkspace sharedWorkspace] activateFileViewerSelectingURLs:@[ file ]];
+    }
+
+    bool microphoneAuthorized() const override
+    {
+        return [AVCaptureDevice authorizationStatusForMediaType:AVMediaTypeAudio] ==
+               AVAuthorizationStatusAuthorized;
+    }
+};
+
+// Delivered on the main queue, so the model is touched on the main thread only.
+class MacSleepNotifier final : public SleepNotifier {
+public:
+    MacSleepNotifier()
+    {
+        NSNotificationCenter* center = [[NSWorkspace sharedWorkspace] notificationCenter];
+        MacSleepNotifier* owner = this;
+        m_observer = [center addObserverForName:NSWorkspaceWillSleepNotification
+                                         object:nil
+                                          queue:[NSOperationQueue mainQueue]
+                                     usingBlock:^(NSNotification*) {
+                                       if (owner->onWillSleep)
+                                           owner->onWillSleep();
+                                     }];
+    }
+
+    ~MacSleepNotifier() override
+    {
+        if (m_observer != nil)
+            [[[NSWorkspace sharedWorkspace] notificationCenter] removeObserver:m_observer];
+    }
+
+private:
+    id<NSObject> m_observer = nil;
+};
+
+} // namespace
+
+std::unique_ptr<Workspace> createPlatformWorkspace()
+{
+    return std::make_unique<MacWorkspace>();
+}
+
+std::unique_ptr<SleepNotifier> createPlatformSleepNotifier()
+{
+    return std::make_unique<MacSleepNotifier>();
+}
+
+} // namespace vemira
