@@ -1,0 +1,217 @@
+#include "StandinSession.h"
+
+#include "common/MonotonicTime.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QWebSocket>
+
+namespace vemira::e2e {
+
+namespace {
+
+constexpr int kRate = 24000;
+// The provider's own silence setting for turn ends, as the client configures it.
+constexpr int kSilenceSamples = kRate * 650 / 1000;
+// Audio goes out ahead of real time, as the provider's does: 100 ms of voice every 50 ms.
+constexpr int kDeltaBytes = 4800;
+constexpr int kDeltaIntervalMs = 50;
+
+} // namespace
+
+StandinSession::StandinSession(QWebSocket* socket, const ConversationScript& script, int index,
+                               MarksFile& marks, QObject* parent)
+    : QObject(parent), m_socket(socket),
+      m_assistantLines(script.linesOf(ScriptLine::Role::Assistant)),
+      m_callerLines(script.linesOf(ScriptLine::Role::Caller)), m_index(index), m_marks(marks),
+      m_detector(kSilenceSamples)
+{
+    m_sessionMarks.insert(QStringLiteral("connected"), monotonicNs());
+    m_sessionMarks.insert(QStringLiteral("authorization"),
+                          QString::fromUtf8(socket->request().rawHeader("Authorization")));
+    m_sessionMarks.insert(QStringLiteral("url"), socket->requestUrl().toString());
+    mark(QStringLiteral("connected"), m_sessionMarks.value(QStringLiteral("connected")));
+
+    m_deltaTimer.setInterval(kDeltaIntervalMs);
+    connect(&m_deltaTimer, &QTimer::timeout, this, &StandinSession::streamNextDelta);
+    connect(socket, &QWebSocket::textMessageReceived, this, &StandinSession::receive);
+    connect(socket, &QWebSocket::disconnected, this, [this] {
+        m_deltaTimer.stop();
+        mark(QStringLiteral("closed"), monotonicNs());
+        mark(QStringLiteral("closeCode"), int(m_socket->closeCode()));
+        mark(QStringLiteral("inputBytes"), m_inputBytes);
+        Q_EMIT finished();
+    });
+}
+
+void StandinSession::mark(const QString& key, const QJsonValue& value)
+{
+    m_sessionMarks.insert(key, value);
+    QJsonArray sessions = m_marks.data().value(QStringLiteral("sessions")).toArray();
+    while (sessions.size() <= m_index)
+        sessions.append(QJsonObject());
+    sessions.replace(m_index, m_sessionMarks);
+    m_marks.set(QStringLiteral("sessions"), sessions);
+}
+
+void StandinSession::send(const QJsonObject& event)
+{
+    QJsonObject withId = event;
+    withId.insert(QStringLiteral("event_id"), QStringLiteral("event_%1").arg(++m_eventCounter));
+    m_socket->sendTextMessage(
+        QString::fromUtf8(QJsonDocument(withId).toJson(QJsonDocument::Compact)));
+}
+
+void StandinSession::receive(const QString& text)
+{
+    const qint64 arrived = monotonicNs();
+    const QJsonObject event = QJsonDocument::fromJson(text.toUtf8()).object();
+    const QString type = event.value(QStringLiteral("type")).toString();
+    if (type == QLatin1String("session.update")) {
+        QJsonObject session = event.value(QStringLiteral("session")).toObject();
+        session.insert(QStringLiteral("id"), QStringLiteral("sess_standin_%1").arg(m_index));
+        session.insert(QStringLiteral("object"), QStringLiteral("realtime.session"));
+        if (!m_configured) {
+            m_configured = true;
+            send({{QStringLiteral("type"), QStringLiteral("session.created")},
+                  {QStringLiteral("session"), session}});
+            mark(QStringLiteral("instructions"), session.value(QStringLiteral("instructions")));
+            mark(QStringLiteral("sessionConfig"), session);
+        }
+        send({{QStringLiteral("type"), QStringLiteral("session.updated")},
+              {QStringLiteral("session"), session}});
+        if (!m_sessionMarks.contains(QStringLiteral("readySent")))
+            mark(QStringLiteral("readySent"), monotonicNs());
+    } else if (type == QLatin1String("response.create")) {
+        mark(QStringLiteral("greetRequested"), arrived);
+        startResponse();
+    } else if (type == QLatin1String("input_audio_buffer.append")) {
+        appendAudio(
+            QByteArray::fromBase64(event.value(QStringLiteral("audio")).toString().toLatin1()),
+            arrived);
+    }
+}
+
+void StandinSession::appendAudio(const QByteArray& pcm, qint64 arrivedNs)
+{
+    if (m_inputBytes == 0)
+        mark(QStringLiteral("firstAudio"), arrivedNs);
+    m_inputBytes += pcm.size();
+    for (const SpeechDetector::Event& e : m_detector.push(pcm)) {
+        const int audioMs = int(e.sample * 1000 / kRate);
+        const QString itemId = QStringLiteral("item_caller_%1").arg(m_nextCaller + 1);
+        if (e.kind == SpeechDetector::Event::Kind::Started) {
+            QJsonArray onsets = m_sessionMarks.value(QStringLiteral("callerOnsets")).toArray();
+            onsets.append(QJsonObject{{QStringLiteral("arrived"), arrivedNs},
+                                      {QStringLiteral("audioMs"), audioMs}});
+            mark(QStringLiteral("callerOnsets"), onsets);
+            send({{QStringLiteral("type"), QStringLiteral("input_audio_buffer.speech_started")},
+                  {QStringLiteral("audio_start_ms"), audioMs},
+                  {QStringLiteral("item_id"), itemId}});
+            continue;
+        }
+        send({{QStringLiteral("type"), QStringLiteral("input_audio_buffer.speech_stopped")},
+              {QStringLiteral("audio_end_ms"), audioMs},
+              {QStringLiteral("item_id"), itemId}});
+        send({{QStringLiteral("type"), QStringLiteral("input_audio_buffer.committed")},
+              {QStringLiteral("previous_item_id"), QJsonValue()},
+              {QStringLiteral("item_id"), itemId}});
+        // No recogniser here: the caller says the scripted lines, in order.
+        const QString transcript =
+            m_nextCaller < m_callerLines.size() ? m_callerLines.at(m_nextCaller).text : QString();
+        ++m_nextCaller;
+        send({{QStringLiteral("type"),
+               QStringLiteral("conversation.item.input_audio_transcription.completed")},
+              {QStringLiteral("item_id"), itemId},
+              {QStringLiteral("content_index"), 0},
+              {QStringLiteral("transcript"), transcript}});
+        startResponse();
+    }
+}
+
+void StandinSession::startResponse()
+{
+    if (m_speaking || m_nextAssistant >= m_assistantLines.size())
+        return;
+    m_speaking = &m_assistantLines.at(m_nextAssistant++);
+    m_responseId = QStringLiteral("resp_%1").arg(m_nextAssistant);
+    m_sentBytes = 0;
+    send({{QStringLiteral("type"), QStringLiteral("response.created")},
+          {QStringLiteral("response"),
+           QJsonObject{{QStringLiteral("id"), m_responseId},
+                       {QStringLiteral("object"), QStringLiteral("realtime.response")},
+                       {QStringLiteral("status"), QStringLiteral("in_progress")}}}});
+    streamNextDelta();
+    m_deltaTimer.start();
+}
+
+void StandinSession::streamNextDelta()
+{
+    if (!m_speaking)
+        return;
+    const QByteArray chunk = m_speaking->pcm.mid(m_sentBytes, kDeltaBytes);
+    if (m_sentBytes == 0) {
+        QJsonArray responses = m_sessionMarks.value(QStringLiteral("responses")).toArray();
+        responses.append(QJsonObject{{QStringLiteral("id"), m_speaking->id},
+                                     {QStringLiteral("firstDeltaSent"), monotonicNs()},
+                                     {QStringLiteral("onsetSample"), m_speaking->onsetSample}});
+        mark(QStringLiteral("responses"), responses);
+    }
+    send({{QStringLiteral("type"), QStringLiteral("response.output_audio.delta")},
+          {QStringLiteral("response_id"), m_responseId},
+          {QStringLiteral("item_id"), QStringLiteral("item_") + m_responseId},
+          {QStringLiteral("output_index"), 0},
+          {QStringLiteral("content_index"), 0},
+          {QStringLiteral("delta"), QString::fromLatin1(chunk.toBase64())}});
+    m_sentBytes += chunk.size();
+    if (m_sentBytes >= m_speaking->pcm.size())
+        finishResponse();
+}
+
+void StandinSession::finishResponse()
+{
+    m_deltaTimer.stop();
+    const ScriptLine& line = *m_speaking;
+    m_speaking = nullptr;
+    const QString itemId = QStringLiteral("item_") + m_responseId;
+    send({{QStringLiteral("type"), QStringLiteral("response.output_audio.done")},
+          {QStringLiteral("response_id"), m_responseId},
+          {QStringLiteral("item_id"), itemId}});
+    send({{QStringLiteral("type"), QStringLiteral("response.output_audio_transcript.done")},
+          {QStringLiteral("response_id"), m_responseId},
+          {QStringLiteral("item_id"), itemId},
+          {QStringLiteral("output_index"), 0},
+          {QStringLiteral("content_index"), 0},
+          {QStringLiteral("transcript"), line.text}});
+    // Token counts of the order a real session reports: about 10 audio tokens per second.
+    const int audioOut = int(line.seconds() * 10) + 1;
+    const int textOut = int(line.text.size() / 4) + 1;
+    const int inputAudio = int(m_inputBytes / 4800);
+    const int inputText = 900 + 40 * m_nextAssistant;
+    QJsonArray responses = m_sessionMarks.value(QStringLiteral("responses")).toArray();
+    QJsonObject last = responses.last().toObject();
+    last.insert(QStringLiteral("inputTokens"), inputText + inputAudio);
+    last.insert(QStringLiteral("outputTokens"), audioOut + textOut);
+    last.insert(QStringLiteral("done"), monotonicNs());
+    responses.replace(responses.size() - 1, last);
+    mark(QStringLiteral("responses"), responses);
+    send({{QStringLiteral("type"), QStringLiteral("response.done")},
+          {QStringLiteral("response"),
+           QJsonObject{{QStringLiteral("id"), m_responseId},
+                       {QStringLiteral("object"), QStringLiteral("realtime.response")},
+                       {QStringLiteral("status"), QStringLiteral("completed")},
+                       {QStringLiteral("usage"),
+                        QJsonObject{{QStringLiteral("total_tokens"),
+                                     inputText + inputAudio + audioOut + textOut},
+                                    {QStringLiteral("input_tokens"), inputText + inputAudio},
+                                    {QStringLiteral("output_tokens"), audioOut + textOut},
+                                    {QStringLiteral("input_token_details"),
+                                     QJsonObject{{QStringLiteral("text_tokens"), inputText},
+                                                 {QStringLiteral("audio_tokens"), inputAudio},
+                                                 {QStringLiteral("cached_tokens"), 0}}},
+                                    {QStringLiteral("output_token_details"),
+                                     QJsonObject{{QStringLiteral("text_tokens"), textOut},
+                                                 {QStringLiteral("audio_tokens"), audioOut}}}}}}}});
+}
+
+} // namespace vemira::e2e

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "common/ConversationScript.h"
+#include "common/MarksFile.h"
+#include "common/SpeechDetector.h"
+
+#include <QJsonObject>
+#include <QObject>
+#include <QTimer>
+
+class QWebSocket;
+
+namespace vemira::e2e {
+
+// One realtime session as the provider would run it, for a scripted conversation: it confirms
+// the configuration, speaks the assistant's lines as base64 audio deltas when a response is
+// due, listens to the appended audio with a plain voice-activity detector and, when a caller
+// turn ends, reports the caller's (scripted) transcript and answers with the next line.
+class StandinSession : public QObject {
+    Q_OBJECT
+
+public:
+    StandinSession(QWebSocket* socket, const ConversationScript& script, int index,
+                   MarksFile& marks, QObject* parent = nullptr);
+
+Q_SIGNALS:
+    void finished();
+
+private:
+    void receive(const QString& text);
+    void send(const QJsonObject& event);
+    void mark(const QString& key, const QJsonValue& value);
+    void appendAudio(const QByteArray& pcm, qint64 arrivedNs);
+    void startResponse();
+    void streamNextDelta();
+    void finishResponse();
+
+    QWebSocket* m_socket;
+    QList<ScriptLine> m_assistantLines;
+    QList<ScriptLine> m_callerLines;
+    int m_index;
+    MarksFile& m_marks;
+    QJsonObject m_sessionMarks;
+    SpeechDetector m_detector;
+    bool m_configured = false;
+    int m_nextAssistant = 0;
+    int m_nextCaller = 0;
+    int m_eventCounter = 0;
+    qint64 m_inputBytes = 0;
+
+    // The response being streamed.
+    QTimer m_deltaTimer;
+    QString m_responseId;
+    const ScriptLine* m_speaking = nullptr;
+    qsizetype m_sentBytes = 0;
+};
+
+} // namespace vemira::e2e

@@ -1,0 +1,412 @@
+// One whole call through the real parts: `vemira demo` starts a PulseAudio daemon with the
+// virtual devices, an Xvfb display with its accessibility bus, the test softphone and the
+// realtime stand-in; Vemira finds the ringing softphone over AT-SPI, answers it, and the
+// scripted conversation runs through real audio streams and a real WebSocket. The checks
+// below read what the run left behind: the history file, the transcript file, the WAV
+// recording and the timing marks of the softphone and the stand-in.
+#include "common/ConversationScript.h"
+#include "common/MarksFile.h"
+#include "records/CallRecord.h"
+#include "records/HistoryCodec.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+#include <cmath>
+#include <cstring>
+
+using namespace vemira;
+using namespace vemira::e2e;
+
+namespace {
+
+constexpr int kRate = 24000;
+constexpr int kDecimation = 3; // correlations run at 8 kHz: plenty for a voice, 9× cheaper
+
+struct Wav {
+    int format = 0;
+    int channels = 0;
+    int rate = 0;
+    int bits = 0;
+    std::vector<float> samples;
+};
+
+// A deliberately independent reader: the file must be a plain RIFF/WAVE of float samples.
+std::optional<Wav> readWav(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QByteArray bytes = file.readAll();
+    if (bytes.size() < 12 || !bytes.startsWith("RIFF") || bytes.mid(8, 4) != "WAVE")
+        return std::nullopt;
+    auto u16 = [&](qsizetype at) {
+        return int(quint8(bytes[at])) | int(quint8(bytes[at + 1])) << 8;
+    };
+    auto u32 = [&](qsizetype at) { return qint64(u16(at)) | qint64(u16(at + 2)) << 16; };
+    Wav wav;
+    qsizetype at = 12;
+    bool haveFormat = false;
+    while (at + 8 <= bytes.size()) {
+        const QByteArray id = bytes.mid(at, 4);
+        const qint64 size = u32(at + 4);
+        const qsizetype body = at + 8;
+        if (id == "fmt " && size >= 16) {
+            wav.format = u16(body);
+            wav.channels = u16(body + 2);
+            wav.rate = int(u32(body + 4));
+            wav.bits = u16(body + 14);
+            // WAVE_FORMAT_EXTENSIBLE: the real format is the sub-format's first two bytes.
+            if (wav.format == 0xFFFE && size >= 26)
+                wav.format = u16(body + 24);
+            haveFormat = true;
+        } else if (id == "data" && haveFormat) {
+            const qint64 count = std::min<qint64>(size, bytes.size() - body) / 4;
+            wav.samples.resize(size_t(count));
+            std::memcpy(wav.samples.data(), bytes.constData() + body, size_t(count) * 4);
+            return wav;
+        }
+        at = body + size + (size & 1);
+    }
+    return std::nullopt;
+}
+
+std::vector<float> decimate(const float* samples, qsizetype count)
+{
+    std::vector<float> out(size_t(count / kDecimation));
+    for (size_t i = 0; i < out.size(); ++i) {
+        float sum = 0;
+        for (int k = 0; k < kDecimation; ++k)
+            sum += samples[i * kDecimation + size_t(k)];
+        out[i] = sum / kDecimation;
+    }
+    return out;
+}
+
+std::vector<float> pcmToFloat(const QByteArray& pcm)
+{
+    std::vector<float> out(size_t(pcm.size() / 2));
+    for (size_t i = 0; i < out.size(); ++i) {
+        qint16 s = 0;
+        std::memcpy(&s, pcm.constData() + 2 * i, 2);
+        out[i] = float(s) / 32768.0f;
+    }
+    return out;
+}
+
+struct Match {
+    double seconds = 0; // where the reference starts in the recording
+    double correlation = 0;
+};
+
+// Where, between `from` and `to` seconds, the recording looks most like the reference
+// (normalised cross-correlation, so the recorder's mixing weight does not matter).
+Match findVoice(const std::vector<float>& recording, const std::vector<float>& reference,
+                double from, double to)
+{
+    const double rate = double(kRate) / kDecimation;
+    Match best;
+    best.correlation = -1;
+    double refEnergy = 0;
+    for (float r : reference)
+        refEnergy += double(r) * r;
+    const qsizetype first = std::max<qsizetype>(0, qsizetype(from * rate));
+    const qsizetype last = std::min<qsizetype>(
+        qsizetype(to * rate), qsizetype(recording.size()) - qsizetype(reference.size()));
+    for (qsizetype lag = first; lag <= last; ++lag) {
+        double dot = 0;
+        double energy = 0;
+        for (size_t i = 0; i < reference.size(); ++i) {
+            const double x = recording[size_t(lag) + i];
+            dot += x * reference[i];
+            energy += x * x;
+        }
+        const double c = energy > 0 ? dot / std::sqrt(energy * refEnergy) : 0;
+        if (c > best.correlation)
+            best = {double(lag) / rate, c};
+    }
+    return best;
+}
+
+double ns(const QJsonValue& value)
+{
+    return value.toDouble();
+}
+
+QFile::Permissions ownerOnly(bool folder)
+{
+    QFile::Permissions p = QFile::ReadOwner | QFile::WriteOwner;
+    return folder ? p | QFile::ExeOwner : p;
+}
+
+QFile::Permissions permissionsOf(const QString& path)
+{
+    // Qt adds the "user" flags that mirror the owner's; compare what the mode bits say.
+    return QFileInfo(path).permissions() & (QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                            QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
+                                            QFile::ReadOther | QFile::WriteOther | QFile::ExeOther);
+}
+
+} // namespace
+
+class TestEndToEndCall : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void callIsAnsweredOnlyAfterRingingAndReadiness();
+    void recordHoldsBothSidesInOrder();
+    void recordingHoldsBothVoicesWhenTheyWereSpoken();
+    void callerHangupEndsTheConversationAfterFiveTicks();
+    void userFilesAreOwnerOnly();
+    void reportFigures();
+
+private:
+    QTemporaryDir m_dir;
+    QJsonObject m_report;
+    QJsonObject m_softphone;
+    QJsonObject m_standin;
+    QJsonObject m_conversation; // the stand-in session that carried the call
+    ConversationScript m_script;
+    CallRecord m_record;
+    QString m_dataFolder;
+};
+
+void TestEndToEndCall::initTestCase()
+{
+    QVERIFY(m_dir.isValid());
+    auto script = ConversationScript::load(ConversationScript::defaultFolder());
+    QVERIFY2(script.ok(), qPrintable(script.ok() ? QString() : script.error().message()));
+    m_script = script.value();
+
+    const QString folder = m_dir.filePath(QStringLiteral("demo"));
+    const QString report = m_dir.filePath(QStringLiteral("report.json"));
+    QProcess demo;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("VEMIRA_SOFTPHONE"), QStringLiteral(VEMIRA_E2E_SOFTPHONE));
+    env.insert(QStringLiteral("VEMIRA_STANDIN"), QStringLiteral(VEMIRA_E2E_STANDIN));
+    env.insert(QStringLiteral("VEMIRA_PULSE_SCRIPT"), QStringLiteral(VEMIRA_E2E_PULSE_SCRIPT));
+    // The demonstration brings its own display, buses and audio server.
+    for (const char* inherited :
+         {"QT_QPA_PLATFORM", "DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "PULSE_SERVER",
+          "AT_SPI_BUS_ADDRESS", "VEMIRA_DATA_DIR", "VEMIRA_REALTIME_URL"})
+        env.remove(QString::fromLatin1(inherited));
+    demo.setProcessEnvironment(env);
+    demo.setProcessChannelMode(QProcess::MergedChannels);
+    QElapsedTimer elapsed;
+    elapsed.start();
+    demo.start(QStringLiteral(VEMIRA_E2E_CLI), {QStringLiteral("demo"), QStringLiteral("--folder"),
+                                                folder, QStringLiteral("--report"), report});
+    QVERIFY(demo.waitForStarted());
+    const bool finished = demo.waitForFinished(180'000);
+    const QString output = QString::fromUtf8(demo.readAll());
+    qInfo().noquote() << output;
+    QVERIFY2(finished, "the demonstration did not end within three minutes");
+    QCOMPARE(demo.exitStatus(), QProcess::NormalExit);
+    QVERIFY2(demo.exitCode() == 0, qPrintable(output.right(2000)));
+    qInfo("demonstration took %.1f s", double(elapsed.elapsed()) / 1000.0);
+
+    m_report = MarksFile::read(report);
+    m_softphone = MarksFile::read(m_report.value(QStringLiteral("softphoneMarks")).toString());
+    m_standin = MarksFile::read(m_report.value(QStringLiteral("standinMarks")).toString());
+    for (const QJsonValue& session : m_standin.value(QStringLiteral("sessions")).toArray()) {
+        if (session.toObject().contains(QStringLiteral("greetRequested")))
+            m_conversation = session.toObject();
+    }
+    QVERIFY2(!m_conversation.isEmpty(), "no realtime session asked for a greeting");
+
+    m_dataFolder = m_report.value(QStringLiteral("dataFolder")).toString();
+    QFile history(QDir(m_dataFolder).filePath(QStringLiteral("history.json")));
+    QVERIFY(history.open(QIODevice::ReadOnly));
+    auto records = decodeHistory(history.readAll());
+    QVERIFY2(records.ok(), qPrintable(records.ok() ? QString() : records.error().message()));
+    QCOMPARE(records.value().size(), 1);
+    m_record = records.value().first();
+}
+
+void TestEndToEndCall::callIsAnsweredOnlyAfterRingingAndReadiness()
+{
+    const double ringStart = ns(m_softphone.value(QStringLiteral("ringStart")));
+    const double answered = ns(m_softphone.value(QStringLiteral("answered")));
+    QVERIFY(ringStart > 0);
+    QVERIFY(answered > 0);
+    const double rang = (answered - ringStart) / 1e9;
+    QVERIFY2(rang >= 3.0, qPrintable(QStringLiteral("answered after %1 s of ringing").arg(rang)));
+    // Vemira polls once a second: it may see the ringing up to a tick late, not more.
+    QVERIFY2(rang < 3.0 + 2.5, qPrintable(QStringLiteral("answered only after %1 s").arg(rang)));
+
+    // The session of the call opened once the ringing had lasted 3 s, and was ready first.
+    const double opened = ns(m_conversation.value(QStringLiteral("connected")));
+    const double ready = ns(m_conversation.value(QStringLiteral("readySent")));
+    QVERIFY2((opened - ringStart) / 1e9 >= 3.0, "the conversation began before 3 s of ringing");
+    QVERIFY2(ready > 0 && ready < answered, "the call was answered before the AI was ready");
+    // The greeting is asked for after the answer, never before.
+    QVERIFY(ns(m_conversation.value(QStringLiteral("greetRequested"))) > answered);
+    // The session was configured as a realtime audio conversation with the stored key.
+    QCOMPARE(m_conversation.value(QStringLiteral("authorization")).toString(),
+             QStringLiteral("Bearer sk-demonstration-locale"));
+    QVERIFY(m_conversation.value(QStringLiteral("url"))
+                .toString()
+                .contains(QStringLiteral("/v1/realtime?model=")));
+}
+
+void TestEndToEndCall::recordHoldsBothSidesInOrder()
+{
+    QCOMPARE(m_record.kind, QStringLiteral("Appel"));
+    QCOMPARE(m_record.caller, m_script.callerNumber);
+
+    QStringList expected;
+    for (const ScriptLine& line : m_script.lines) {
+        const QString speaker = line.role == ScriptLine::Role::Assistant
+                                    ? QStringLiteral("Vemira")
+                                    : QStringLiteral("Interlocuteur");
+        expected << speaker + QStringLiteral(" : ") + line.text;
+    }
+    QStringList actual;
+    for (const TranscriptLine& line : m_record.transcript)
+        actual << line.speaker + QStringLiteral(" : ") + line.text;
+    QCOMPARE(actual, expected);
+
+    // Usage: exactly the tokens the stand-in reported, nothing left pending.
+    QVERIFY(m_record.usage.has_value());
+    qint64 input = 0;
+    qint64 output = 0;
+    const QJsonArray responses = m_conversation.value(QStringLiteral("responses")).toArray();
+    QCOMPARE(responses.size(), m_script.linesOf(ScriptLine::Role::Assistant).size());
+    for (const QJsonValue& response : responses) {
+        input += response[QStringLiteral("inputTokens")].toInteger();
+        output += response[QStringLiteral("outputTokens")].toInteger();
+    }
+    QCOMPARE(m_record.usage->inputTokens, input);
+    QCOMPARE(m_record.usage->outputTokens, output);
+    QCOMPARE(m_record.usage->pendingResponses, 0);
+    QVERIFY(m_record.usage->estimatedUSD.has_value());
+    QVERIFY(m_report.value(QStringLiteral("usageLabel"))
+                .toString()
+                .startsWith(QString::number(input + output) +
+                            QStringLiteral(" tokens reçus d’OpenAI")));
+}
+
+void TestEndToEndCall::recordingHoldsBothVoicesWhenTheyWereSpoken()
+{
+    QVERIFY(m_record.recordingFile.has_value());
+    QCOMPARE(*m_record.recordingFile,
+             QStringLiteral("Appel-") + uuidText(m_record.id) + QStringLiteral(".wav"));
+    const QString path = m_report.value(QStringLiteral("recording")).toString();
+    QCOMPARE(QFileInfo(path).fileName(), *m_record.recordingFile);
+    const auto wav = readWav(path);
+    QVERIFY2(wav.has_value(), "the recording is not a readable WAV file");
+    QCOMPARE(wav->format, 3); // IEEE float
+    QCOMPARE(wav->bits, 32);
+    QCOMPARE(wav->channels, 1);
+    QCOMPARE(wav->rate, kRate);
+    const std::vector<float> recording =
+        decimate(wav->samples.data(), qsizetype(wav->samples.size()));
+
+    // The recorder's time zero is the moment the AI reported ready.
+    const double origin = ns(m_conversation.value(QStringLiteral("readySent")));
+    const QJsonArray spoken = m_softphone.value(QStringLiteral("callerLines")).toArray();
+    const QJsonArray responses = m_conversation.value(QStringLiteral("responses")).toArray();
+    const QList<ScriptLine> callerLines = m_script.linesOf(ScriptLine::Role::Caller);
+    const QList<ScriptLine> assistantLines = m_script.linesOf(ScriptLine::Role::Assistant);
+    QCOMPARE(spoken.size(), callerLines.size());
+
+    auto check = [&](const ScriptLine& line, double expectedSeconds, const char* who) {
+        // Half a second of the line from its first sound: enough to tell two sentences apart.
+        const std::vector<float> voice = pcmToFloat(line.pcm);
+        const qsizetype start = line.onsetSample;
+        const std::vector<float> reference = decimate(
+            voice.data() + start, std::min<qsizetype>(kRate / 2, qsizetype(voice.size()) - start));
+        const Match match =
+            findVoice(recording, reference, expectedSeconds - 0.5, expectedSeconds + 1.0);
+        qInfo("%s line %s: expected at %.3f s, found at %.3f s (correlation %.2f)", who,
+              qPrintable(line.id), expectedSeconds, match.seconds, match.correlation);
+        QVERIFY2(match.correlation >= 0.6,
+                 qPrintable(QStringLiteral("%1 not found in the recording").arg(line.id)));
+        QVERIFY2(std::abs(match.seconds - expectedSeconds) <= 0.5,
+                 qPrintable(QStringLiteral("%1 found %2 s away from when it was spoken")
+                                .arg(line.id)
+                                .arg(match.seconds - expectedSeconds)));
+    };
+    for (qsizetype i = 0; i < callerLines.size(); ++i) {
+        const ScriptLine& line = callerLines.at(i);
+        const double played = ns(spoken.at(i)[QStringLiteral("onsetPlayed")]);
+        check(line, (played - origin) / 1e9, "caller");
+    }
+    QCOMPARE(responses.size(), assistantLines.size());
+    for (qsizetype i = 0; i < assistantLines.size(); ++i) {
+        const double sent = ns(responses.at(i)[QStringLiteral("firstDeltaSent")]);
+        check(assistantLines.at(i),
+              (sent - origin) / 1e9 + double(assistantLines.at(i).onsetSample) / kRate,
+              "assistant");
+    }
+}
+
+void TestEndToEndCall::callerHangupEndsTheConversationAfterFiveTicks()
+{
+    QCOMPARE(m_softphone.value(QStringLiteral("hangupBy")).toString(), QStringLiteral("caller"));
+    QVERIFY2(!m_softphone.contains(QStringLiteral("turnTimeout")),
+             "the softphone gave up waiting for a reply");
+    const double hungUp = ns(m_softphone.value(QStringLiteral("hungUp")));
+    const double closed = ns(m_conversation.value(QStringLiteral("closed")));
+    QVERIFY(hungUp > 0);
+    QVERIFY(closed > 0);
+    const double after = (closed - hungUp) / 1e9;
+    qInfo("session closed %.2f s after the caller hung up", after);
+    // Five consecutive one-second ticks without an active call: the first miss comes within
+    // a tick of the hang-up, the fifth four ticks later.
+    QVERIFY2(after >= 4.0,
+             qPrintable(QStringLiteral("ended %1 s after the hang-up: too early").arg(after)));
+    QVERIFY2(after <= 6.5,
+             qPrintable(QStringLiteral("ended %1 s after the hang-up: too late").arg(after)));
+    // Every line the caller spoke reached the stand-in as detected speech.
+    QCOMPARE(m_conversation.value(QStringLiteral("callerOnsets")).toArray().size(),
+             m_script.linesOf(ScriptLine::Role::Caller).size());
+}
+
+void TestEndToEndCall::userFilesAreOwnerOnly()
+{
+    const QDir data(m_dataFolder);
+    QCOMPARE(permissionsOf(data.path()), ownerOnly(true));
+    QCOMPARE(permissionsOf(data.filePath(QStringLiteral("history.json"))), ownerOnly(false));
+    const QString transcripts = data.filePath(QStringLiteral("Transcriptions"));
+    QCOMPARE(permissionsOf(transcripts), ownerOnly(true));
+    const QString transcript =
+        QDir(transcripts)
+            .filePath(QStringLiteral("Appel-") + uuidText(m_record.id) + QStringLiteral(".txt"));
+    QVERIFY2(QFileInfo::exists(transcript), qPrintable(transcript));
+    QCOMPARE(permissionsOf(transcript), ownerOnly(false));
+    const QString recording = m_report.value(QStringLiteral("recording")).toString();
+    QCOMPARE(permissionsOf(QFileInfo(recording).path()), ownerOnly(true));
+    QCOMPARE(permissionsOf(recording), ownerOnly(false));
+    // The recorder's per-track files are gone once the recording is mixed.
+    QCOMPARE(QDir(QFileInfo(recording).path()).entryList(QDir::Files).size(), 1);
+}
+
+void TestEndToEndCall::reportFigures()
+{
+    // Measured, not judged here: the figures go to the run's log.
+    auto list = [](const QJsonArray& values) {
+        QStringList text;
+        for (const QJsonValue& v : values)
+            text << QString::number(v.toDouble(), 'f', 1);
+        return text.join(QStringLiteral(", "));
+    };
+    const QJsonArray up = m_report.value(QStringLiteral("callerToAIms")).toArray();
+    const QJsonArray down = m_report.value(QStringLiteral("aiToCallerMs")).toArray();
+    qInfo("caller -> AI added latency (ms): %s", qPrintable(list(up)));
+    qInfo("AI -> caller added latency (ms): %s", qPrintable(list(down)));
+    qInfo("Vemira CPU during the call: %.2f %% of one core",
+          m_report.value(QStringLiteral("cpuPercentOfOneCore")).toDouble());
+    QCOMPARE(up.size(), m_script.linesOf(ScriptLine::Role::Caller).size());
+    QCOMPARE(down.size(), m_script.linesOf(ScriptLine::Role::Assistant).size());
+}
+
+QTEST_GUILESS_MAIN(TestEndToEndCall)
+#include "tst_e2e_call.moc"
