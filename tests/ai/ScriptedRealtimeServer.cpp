@@ -1,0 +1,623 @@
+#include "ScriptedRealtimeServer.h"
+
+#include <QHostAddress>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSet>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
+#include <QUrlQuery>
+#include <QWebSocket>
+#include <QWebSocketServer>
+
+namespace vemira::testing {
+
+namespace {
+
+QString keysOf(const QJsonObject& object)
+{
+    QStringList keys = object.keys();
+    keys.sort();
+    return keys.join(QLatin1Char(','));
+}
+
+bool hasExactly(const QJsonObject& object, std::initializer_list<const char*> names)
+{
+    QStringList keys;
+    for (const char* name : names)
+        keys.append(QString::fromLatin1(name));
+    keys.sort();
+    return keysOf(object) == keys.join(QLatin1Char(','));
+}
+
+// Written as a JSON integer ("24000", not "24000.0") with this value.
+bool isInteger(const QJsonValue& value, qint64 expected)
+{
+    return value.toVariant().typeId() == QMetaType::LongLong && value.toInteger() == expected;
+}
+
+bool isStrictBase64(const QString& text)
+{
+    if (text.size() % 4 != 0)
+        return false;
+    for (const QChar c : text) {
+        if (c.unicode() > 0x7f)
+            return false;
+    }
+    return bool(
+        QByteArray::fromBase64Encoding(text.toLatin1(), QByteArray::AbortOnBase64DecodingErrors));
+}
+
+// Client-to-server bytes as they travel, to see what a WebSocket library would hide: that
+// every frame is masked, and whether the client closed with a close frame (and which code) or
+// simply went away.
+class FrameScanner {
+public:
+    std::function<void(int opcode, bool masked)> onFrame;
+    std::function<void(int code)> onClose;
+
+    void feed(const QByteArray& bytes)
+    {
+        for (const char byte : bytes) {
+            if (m_skip > 0) {
+                if (m_opcode == 0x8 && m_payload.size() < 2)
+                    m_payload.append(char(byte ^ m_mask[m_payloadIndex % 4]));
+                ++m_payloadIndex;
+                if (--m_skip == 0)
+                    frameEnded();
+                continue;
+            }
+            m_header.append(byte);
+            headerProgress();
+        }
+    }
+
+private:
+    void headerProgress()
+    {
+        if (m_header.size() < 2)
+            return;
+        const auto b1 = quint8(m_header[1]);
+        const bool masked = b1 & 0x80;
+        const int lengthCode = b1 & 0x7f;
+        const int extra = lengthCode == 126 ? 2 : lengthCode == 127 ? 8 : 0;
+        const int needed = 2 + extra + (masked ? 4 : 0);
+        if (m_header.size() < needed)
+            return;
+        quint64 length = quint64(lengthCode);
+        if (extra > 0) {
+            length = 0;
+            for (int i = 0; i < extra; ++i)
+                length = (length << 8) | quint8(m_header[2 + i]);
+        }
+        m_opcode = quint8(m_header[0]) & 0x0f;
+        for (int i = 0; i < 4; ++i)
+            m_mask[i] = masked ? m_header[2 + extra + i] : char(0);
+        if (onFrame)
+            onFrame(m_opcode, masked);
+        m_header.clear();
+        m_payload.clear();
+        m_payloadIndex = 0;
+        m_skip = length;
+        if (m_skip == 0)
+            frameEnded();
+    }
+
+    void frameEnded()
+    {
+        if (m_opcode == 0x8 && onClose) {
+            const int code = m_payload.size() >= 2
+                                 ? (quint8(m_payload[0]) << 8) | quint8(m_payload[1])
+                                 : 1005; // a close frame without a code
+            onClose(code);
+        }
+    }
+
+    QByteArray m_header;
+    QByteArray m_payload;
+    char m_mask[4] = {};
+    int m_opcode = 0;
+    quint64 m_skip = 0;
+    quint64 m_payloadIndex = 0;
+};
+
+} // namespace
+
+// One client connection as seen by the TCP front: the upgrade request, then (when accepted) a
+// byte relay to the internal WebSocket server that can stop reading from the client.
+class ScriptedRealtimeServer::Front final : public QObject {
+public:
+    Front(ScriptedRealtimeServer* server, QTcpSocket* client)
+        : QObject(server), m_server(server), m_client(client)
+    {
+        // Small buffers so that a stopped reader pushes back on the client quickly.
+        m_client->setReadBufferSize(64 * 1024);
+        m_client->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 32 * 1024);
+        QObject::connect(m_client, &QTcpSocket::readyRead, this, &Front::readClient);
+        QObject::connect(m_client, &QTcpSocket::disconnected, this, [this] {
+            if (m_backend)
+                m_backend->disconnectFromHost();
+            ended();
+        });
+        m_scanner.onFrame = [this](int opcode, bool masked) {
+            if (!masked)
+                m_server->violation(QStringLiteral("unmasked client frame"));
+            if (opcode == 0x2)
+                m_server->violation(QStringLiteral("binary frame from the client"));
+        };
+        m_scanner.onClose = [this](int code) { m_server->m_closeCodes.append(code); };
+    }
+
+    void setPaused(bool paused)
+    {
+        m_paused = paused;
+        if (!paused)
+            readClient();
+    }
+
+    void drop()
+    {
+        m_client->abort();
+        if (m_backend)
+            m_backend->abort();
+        ended();
+    }
+
+private:
+    void readClient()
+    {
+        if (m_paused)
+            return;
+        const QByteArray bytes = m_client->readAll();
+        if (m_headersDone) {
+            relay(bytes);
+            return;
+        }
+        m_request += bytes;
+        if (!m_request.startsWith("GET ") && m_request.size() >= 4) {
+            m_client->abort(); // not HTTP (TLS, garbage): nothing to answer
+            ended();
+            return;
+        }
+        const qsizetype end = m_request.indexOf("\r\n\r\n");
+        if (end < 0) {
+            if (m_request.size() > 64 * 1024) {
+                m_server->violation(QStringLiteral("upgrade request without an end"));
+                m_client->abort();
+            }
+            return;
+        }
+        m_headersDone = true;
+        m_server->m_handshakes.append(parse(m_request.left(end)));
+        switch (m_server->m_upgrade) {
+        case Upgrade::Refuse401: {
+            const QByteArray body =
+                R"({"error":{"type":"invalid_request_error","code":"invalid_api_key",)"
+                R"("message":"Incorrect API key provided.","param":null}})";
+            m_client->write("HTTP/1.1 401 Unauthorized\r\nContent-Type: application/json\r\n"
+                            "Content-Length: " +
+                            QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" +
+                            body);
+            m_client->disconnectFromHost();
+            return;
+        }
+        case Upgrade::NeverAnswer:
+            return;
+        case Upgrade::Accept:
+            break;
+        }
+        m_backend = new QTcpSocket(this);
+        QObject::connect(m_backend, &QTcpSocket::readyRead, this,
+                         [this] { m_client->write(m_backend->readAll()); });
+        QObject::connect(m_backend, &QTcpSocket::disconnected, this,
+                         [this] { m_client->disconnectFromHost(); });
+        m_backend->connectToHost(QHostAddress::LocalHost, m_server->m_back->serverPort());
+        m_backend->write(m_request.left(end + 4));
+        relay(m_request.mid(end + 4));
+        m_request.clear();
+    }
+
+    void relay(const QByteArray& bytes)
+    {
+        if (bytes.isEmpty() || !m_backend)
+            return;
+        m_scanner.feed(bytes);
+        m_backend->write(bytes);
+    }
+
+    static Handshake parse(const QByteArray& head)
+    {
+        Handshake handshake;
+        const QList<QByteArray> lines = head.split('\n');
+        const QList<QByteArray> first = lines.value(0).trimmed().split(' ');
+        handshake.method = first.value(0);
+        handshake.target = first.value(1);
+        for (qsizetype i = 1; i < lines.size(); ++i) {
+            const QByteArray line = lines[i].trimmed();
+            const qsizetype colon = line.indexOf(':');
+            if (colon > 0)
+                handshake.headers.append({line.left(colon), line.mid(colon + 1).trimmed()});
+        }
+        return handshake;
+    }
+
+    void ended()
+    {
+        if (!m_ended) {
+            m_ended = true;
+            ++m_server->m_ended;
+        }
+    }
+
+    ScriptedRealtimeServer* m_server;
+    QTcpSocket* m_client;
+    QTcpSocket* m_backend = nullptr;
+    QByteArray m_request;
+    FrameScanner m_scanner;
+    bool m_headersDone = false;
+    bool m_paused = false;
+    bool m_ended = false;
+};
+
+QByteArray ScriptedRealtimeServer::Handshake::header(const QByteArray& name) const
+{
+    for (const auto& [key, value] : headers) {
+        if (key.compare(name, Qt::CaseInsensitive) == 0)
+            return value;
+    }
+    return QByteArray();
+}
+
+ScriptedRealtimeServer::ScriptedRealtimeServer(QObject* parent)
+    : QObject(parent), m_front(std::make_unique<QTcpServer>()),
+      m_back(std::make_unique<QWebSocketServer>(QStringLiteral("scripted-realtime"),
+                                                QWebSocketServer::NonSecureMode))
+{
+    // The client-side close code is read from the raw bytes (FrameScanner): a frame of any
+    // size the provider accepts must get through.
+    m_back->setMaxPendingConnections(64);
+    if (!m_back->listen(QHostAddress::LocalHost, 0) || !m_front->listen(QHostAddress::LocalHost, 0))
+        qFatal("scripted realtime server: cannot listen on 127.0.0.1");
+    QObject::connect(m_front.get(), &QTcpServer::newConnection, this,
+                     &ScriptedRealtimeServer::accepted);
+    QObject::connect(m_back.get(), &QWebSocketServer::newConnection, this,
+                     &ScriptedRealtimeServer::sessionOpened);
+}
+
+ScriptedRealtimeServer::~ScriptedRealtimeServer()
+{
+    for (QWebSocket* session : std::as_const(m_sessions))
+        QObject::disconnect(session, nullptr, this, nullptr);
+    qDeleteAll(m_sessions);
+    qDeleteAll(m_fronts);
+}
+
+quint16 ScriptedRealtimeServer::port() const
+{
+    return m_front->serverPort();
+}
+
+QString ScriptedRealtimeServer::address() const
+{
+    return QStringLiteral("ws://127.0.0.1:%1").arg(port());
+}
+
+void ScriptedRealtimeServer::useAsEndpoint() const
+{
+    qputenv("VEMIRA_REALTIME_URL", address().toUtf8());
+}
+
+QList<QJsonObject> ScriptedRealtimeServer::eventsOfType(const QString& type) const
+{
+    QList<QJsonObject> found;
+    for (const QJsonObject& event : m_events) {
+        if (event.value(QLatin1String("type")).toString() == type)
+            found.append(event);
+    }
+    return found;
+}
+
+bool ScriptedRealtimeServer::waitForConnections(int count, int timeoutMs)
+{
+    return QTest::qWaitFor([&] { return connectionCount() >= count; }, timeoutMs);
+}
+
+bool ScriptedRealtimeServer::waitForEvents(int count, int timeoutMs)
+{
+    return QTest::qWaitFor([&] { return m_events.size() >= count; }, timeoutMs);
+}
+
+bool ScriptedRealtimeServer::waitForClientClose(int count, int timeoutMs)
+{
+    return QTest::qWaitFor([&] { return m_closeCodes.size() >= count; }, timeoutMs);
+}
+
+bool ScriptedRealtimeServer::waitForEndedConnections(int count, int timeoutMs)
+{
+    return QTest::qWaitFor([&] { return m_ended >= count; }, timeoutMs);
+}
+
+void ScriptedRealtimeServer::accepted()
+{
+    while (QTcpSocket* socket = m_front->nextPendingConnection())
+        m_fronts.append(new Front(this, socket));
+}
+
+void ScriptedRealtimeServer::sessionOpened()
+{
+    while (QWebSocket* session = m_back->nextPendingConnection()) {
+        session->setParent(nullptr);
+        m_sessions.append(session);
+        QObject::connect(session, &QWebSocket::textMessageReceived, this,
+                         [this, session](const QString& text) { frameReceived(session, text); });
+    }
+}
+
+void ScriptedRealtimeServer::frameReceived(QWebSocket* socket, const QString& text)
+{
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
+    if (error.error != QJsonParseError::NoError || !document.isObject()) {
+        violation(QStringLiteral("client frame is not a JSON object: ") + text.left(80));
+        return;
+    }
+    const QJsonObject event = document.object();
+    check(socket, event);
+    m_events.append(event);
+    if (event.value(QLatin1String("type")).toString() == QLatin1String("input_audio_buffer.append"))
+        m_audio +=
+            QByteArray::fromBase64(event.value(QLatin1String("audio")).toString().toLatin1());
+    reply(socket, event);
+    if (onEvent) {
+        auto script = onEvent;
+        script(event);
+    }
+}
+
+void ScriptedRealtimeServer::check(QWebSocket* socket, const QJsonObject& event)
+{
+    const QString type = event.value(QLatin1String("type")).toString();
+    const int index = m_framesPerSession[socket]++;
+    const QJsonObject session = event.value(QLatin1String("session")).toObject();
+
+    if (index == 0) {
+        // The first frame configures the whole session.
+        const QString model =
+            QUrlQuery(socket->requestUrl()).queryItemValue(QStringLiteral("model"));
+        const QJsonObject audio = session.value(QLatin1String("audio")).toObject();
+        const QJsonObject input = audio.value(QLatin1String("input")).toObject();
+        const QJsonObject output = audio.value(QLatin1String("output")).toObject();
+        const QJsonObject pcm{{QStringLiteral("type"), QStringLiteral("audio/pcm")},
+                              {QStringLiteral("rate"), 24000}};
+        const QJsonObject transcription{
+            {QStringLiteral("model"), QStringLiteral("gpt-4o-mini-transcribe")},
+            {QStringLiteral("language"), QStringLiteral("fr")}};
+        const QJsonObject turns{{QStringLiteral("type"), QStringLiteral("server_vad")},
+                                {QStringLiteral("silence_duration_ms"), 650},
+                                {QStringLiteral("prefix_padding_ms"), 300},
+                                {QStringLiteral("interrupt_response"), true},
+                                {QStringLiteral("create_response"), true}};
+        const QJsonObject turnsSent = input[QLatin1String("turn_detection")].toObject();
+        const bool integers =
+            isInteger(input[QLatin1String("format")][QLatin1String("rate")], 24000) &&
+            isInteger(output[QLatin1String("format")][QLatin1String("rate")], 24000) &&
+            isInteger(turnsSent[QLatin1String("silence_duration_ms")], 650) &&
+            isInteger(turnsSent[QLatin1String("prefix_padding_ms")], 300) &&
+            turnsSent[QLatin1String("interrupt_response")].isBool() &&
+            turnsSent[QLatin1String("create_response")].isBool();
+        const bool ok =
+            type == QLatin1String("session.update") && hasExactly(event, {"type", "session"}) &&
+            hasExactly(session, {"type", "model", "output_modalities", "instructions", "audio"}) &&
+            session[QLatin1String("type")] == QLatin1String("realtime") &&
+            session[QLatin1String("model")] == model &&
+            session[QLatin1String("output_modalities")] == QJsonArray{QStringLiteral("audio")} &&
+            session[QLatin1String("instructions")].isString() &&
+            hasExactly(audio, {"input", "output"}) &&
+            hasExactly(input, {"format", "transcription", "turn_detection"}) &&
+            input[QLatin1String("format")] == pcm &&
+            input[QLatin1String("transcription")] == transcription &&
+            input[QLatin1String("turn_detection")] == turns &&
+            hasExactly(output, {"format", "voice"}) && output[QLatin1String("format")] == pcm &&
+            output[QLatin1String("voice")].isString() && integers;
+        if (!ok)
+            violation(QStringLiteral("first frame is not the session configuration: ") +
+                      text(event).left(300));
+        return;
+    }
+    if (type == QLatin1String("session.update")) {
+        if (!hasExactly(event, {"type", "session"}) ||
+            !hasExactly(session, {"type", "instructions"}) ||
+            session[QLatin1String("type")] != QLatin1String("realtime") ||
+            !session[QLatin1String("instructions")].isString())
+            violation(QStringLiteral("mid-call session.update repeats or lacks fields: ") +
+                      text(event).left(300));
+    } else if (type == QLatin1String("response.create")) {
+        const QJsonObject response = event.value(QLatin1String("response")).toObject();
+        if (!hasExactly(event, {"type", "response"}) || !hasExactly(response, {"instructions"}) ||
+            !response[QLatin1String("instructions")].isString())
+            violation(QStringLiteral("malformed response.create: ") + text(event).left(300));
+    } else if (type == QLatin1String("input_audio_buffer.append")) {
+        const QJsonValue audio = event.value(QLatin1String("audio"));
+        if (!hasExactly(event, {"type", "audio"}) || !audio.isString() ||
+            !isStrictBase64(audio.toString()))
+            violation(QStringLiteral("malformed input_audio_buffer.append"));
+        if (!m_confirmedPerSession.value(socket))
+            violation(QStringLiteral("audio sent before the session was confirmed"));
+    } else {
+        // The client leaves turn-taking to the server: no commit, cancel, truncate or others.
+        violation(QStringLiteral("unexpected client event: ") + type);
+    }
+}
+
+void ScriptedRealtimeServer::reply(QWebSocket* socket, const QJsonObject& event)
+{
+    const QString type = event.value(QLatin1String("type")).toString();
+    auto send = [socket](const QJsonObject& answer) {
+        socket->sendTextMessage(
+            QString::fromUtf8(QJsonDocument(answer).toJson(QJsonDocument::Compact)));
+    };
+    if (type == QLatin1String("session.update") && m_behaviour.confirmSessions) {
+        m_confirmedPerSession[socket] = true;
+        send(sessionUpdated(event.value(QLatin1String("session")).toObject()));
+    } else if (type == QLatin1String("response.create") && m_behaviour.answerResponses) {
+        const QString id = QStringLiteral("resp_%1").arg(m_events.size());
+        send(responseCreated(id));
+        if (!m_behaviour.replyAudio.isEmpty())
+            send(audioDelta(m_behaviour.replyAudio));
+        send(aiTranscript(m_behaviour.replyTranscript));
+        send(responseDone(id, m_behaviour.replyInputTokens, m_behaviour.replyOutputTokens));
+    }
+}
+
+QString ScriptedRealtimeServer::text(const QJsonObject& object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+}
+
+void ScriptedRealtimeServer::violation(const QString& what)
+{
+    m_violations.append(what);
+}
+
+QWebSocket* ScriptedRealtimeServer::latest() const
+{
+    return m_sessions.isEmpty() ? nullptr : m_sessions.last();
+}
+
+ScriptedRealtimeServer::Front* ScriptedRealtimeServer::latestFront() const
+{
+    return m_fronts.isEmpty() ? nullptr : m_fronts.last();
+}
+
+bool ScriptedRealtimeServer::hasSession() const
+{
+    QWebSocket* session = latest();
+    return session && session->state() == QAbstractSocket::ConnectedState;
+}
+
+void ScriptedRealtimeServer::sendEvent(const QJsonObject& event)
+{
+    if (event.value(QLatin1String("type")).toString() == QLatin1String("session.updated")) {
+        if (QWebSocket* session = latest())
+            m_confirmedPerSession[session] = true;
+    }
+    sendText(text(event));
+}
+
+void ScriptedRealtimeServer::sendText(const QString& message)
+{
+    if (QWebSocket* session = latest())
+        session->sendTextMessage(message);
+}
+
+void ScriptedRealtimeServer::sendBinary(const QByteArray& bytes)
+{
+    if (QWebSocket* session = latest())
+        session->sendBinaryMessage(bytes);
+}
+
+void ScriptedRealtimeServer::closeSession(QWebSocketProtocol::CloseCode code, const QString& reason)
+{
+    if (QWebSocket* session = latest())
+        session->close(code, reason);
+}
+
+void ScriptedRealtimeServer::dropSession()
+{
+    if (Front* front = latestFront())
+        front->drop();
+}
+
+void ScriptedRealtimeServer::stopReading()
+{
+    if (Front* front = latestFront())
+        front->setPaused(true);
+}
+
+void ScriptedRealtimeServer::resumeReading()
+{
+    if (Front* front = latestFront())
+        front->setPaused(false);
+}
+
+QJsonObject ScriptedRealtimeServer::sessionUpdated(const QJsonObject& session)
+{
+    return QJsonObject{{QStringLiteral("type"), QStringLiteral("session.updated")},
+                       {QStringLiteral("event_id"), QStringLiteral("event_session")},
+                       {QStringLiteral("session"), session}};
+}
+
+QJsonObject ScriptedRealtimeServer::responseCreated(const QString& id)
+{
+    return QJsonObject{{QStringLiteral("type"), QStringLiteral("response.created")},
+                       {QStringLiteral("response"),
+                        QJsonObject{{QStringLiteral("id"), id},
+                                    {QStringLiteral("status"), QStringLiteral("in_progress")}}}};
+}
+
+QJsonObject ScriptedRealtimeServer::responseDone(const QString& id, qint64 inputTokens,
+                                                 qint64 outputTokens)
+{
+    return QJsonObject{
+        {QStringLiteral("type"), QStringLiteral("response.done")},
+        {QStringLiteral("response"),
+         QJsonObject{{QStringLiteral("id"), id},
+                     {QStringLiteral("status"), QStringLiteral("completed")},
+                     {QStringLiteral("usage"),
+                      QJsonObject{{QStringLiteral("total_tokens"), inputTokens + outputTokens},
+                                  {QStringLiteral("input_tokens"), inputTokens},
+                                  {QStringLiteral("output_tokens"), outputTokens}}}}}};
+}
+
+QJsonObject ScriptedRealtimeServer::responseDoneWithoutUsage(const QString& id)
+{
+    return QJsonObject{{QStringLiteral("type"), QStringLiteral("response.done")},
+                       {QStringLiteral("response"),
+                        QJsonObject{{QStringLiteral("id"), id},
+                                    {QStringLiteral("status"), QStringLiteral("cancelled")}}}};
+}
+
+QJsonObject ScriptedRealtimeServer::audioDelta(const QByteArray& pcm)
+{
+    return QJsonObject{{QStringLiteral("type"), QStringLiteral("response.output_audio.delta")},
+                       {QStringLiteral("response_id"), QStringLiteral("resp")},
+                       {QStringLiteral("delta"), QString::fromLatin1(pcm.toBase64())}};
+}
+
+QJsonObject ScriptedRealtimeServer::aiTranscript(const QString& text)
+{
+    return QJsonObject{
+        {QStringLiteral("type"), QStringLiteral("response.output_audio_transcript.done")},
+        {QStringLiteral("transcript"), text}};
+}
+
+QJsonObject ScriptedRealtimeServer::callerTranscript(const QString& text)
+{
+    return QJsonObject{{QStringLiteral("type"),
+                        QStringLiteral("conversation.item.input_audio_transcription.completed")},
+                       {QStringLiteral("item_id"), QStringLiteral("item_1")},
+                       {QStringLiteral("transcript"), text}};
+}
+
+QJsonObject ScriptedRealtimeServer::speechStarted()
+{
+    return QJsonObject{
+        {QStringLiteral("type"), QStringLiteral("input_audio_buffer.speech_started")},
+        {QStringLiteral("audio_start_ms"), 1200}};
+}
+
+QJsonObject ScriptedRealtimeServer::error(const QString& code, const QString& message)
+{
+    return QJsonObject{
+        {QStringLiteral("type"), QStringLiteral("error")},
+        {QStringLiteral("event_id"), QStringLiteral("event_error")},
+        {QStringLiteral("error"),
+         QJsonObject{{QStringLiteral("type"), QStringLiteral("invalid_request_error")},
+                     {QStringLiteral("code"), code},
+                     {QStringLiteral("message"), message},
+                     {QStringLiteral("param"), QJsonValue::Null},
+                     {QStringLiteral("event_id"), QJsonValue::Null}}}};
+}
+
+} // namespace vemira::testing

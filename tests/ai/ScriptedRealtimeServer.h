@@ -1,0 +1,152 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QJsonObject>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QWebSocketProtocol>
+#include <functional>
+#include <memory>
+
+class QTcpServer;
+class QTcpSocket;
+class QWebSocket;
+class QWebSocketServer;
+
+namespace vemira::testing {
+
+// A realtime speech service on 127.0.0.1 for tests, played from a script.
+//
+// Clients reach it through a small TCP front that sees the raw upgrade request (to check every
+// header, refuse with 401, or never answer) and can stop reading from the client while the
+// client keeps writing (back-pressure). Accepted connections are relayed to a QWebSocketServer
+// that checks every client frame against the protocol and records it.
+//
+// Typical use:
+//   ScriptedRealtimeServer server;          // listening at once
+//   server.useAsEndpoint();                 // VEMIRA_REALTIME_URL=ws://127.0.0.1:<port>
+//   client.connect(key, model, voice, text);
+//   QVERIFY(server.waitForEvents(1));       // the session.update
+//   QVERIFY(server.violations().isEmpty());
+//
+// Main thread only; waits spin the event loop.
+class ScriptedRealtimeServer final : public QObject {
+    Q_OBJECT
+
+public:
+    enum class Upgrade {
+        Accept,      // a real WebSocket session
+        Refuse401,   // "HTTP/1.1 401 Unauthorized" with a JSON body, then the socket is closed
+        NeverAnswer, // the request is read and left unanswered
+    };
+
+    // How the server reacts on its own (each can be changed at any time).
+    struct Behaviour {
+        // "session.updated" for every session.update, echoing the session sent (the provider's
+        // confirmation; it makes the client ready).
+        bool confirmSessions = true;
+        // On response.create: "response.created", one "response.output_audio.delta" carrying
+        // replyAudio (when not empty), "response.output_audio_transcript.done" with
+        // replyTranscript, then "response.done" with the two token counts.
+        bool answerResponses = false;
+        QByteArray replyAudio;
+        QString replyTranscript = QStringLiteral("Bonjour, que puis-je faire pour vous ?");
+        qint64 replyInputTokens = 120;
+        qint64 replyOutputTokens = 80;
+    };
+
+    struct Handshake {
+        QByteArray method;
+        QByteArray target;                                // path and query as sent
+        QList<std::pair<QByteArray, QByteArray>> headers; // in order, names as sent
+        QByteArray header(const QByteArray& name) const;  // case-insensitive; empty if absent
+    };
+
+    explicit ScriptedRealtimeServer(QObject* parent = nullptr);
+    ~ScriptedRealtimeServer() override;
+
+    quint16 port() const;
+    QString address() const; // "ws://127.0.0.1:<port>"
+    // Points RealtimeClient at this server for the rest of the process (VEMIRA_REALTIME_URL).
+    void useAsEndpoint() const;
+
+    void setUpgrade(Upgrade mode) { m_upgrade = mode; }
+    Behaviour& behaviour() { return m_behaviour; }
+    // Called for every client event after it was checked and recorded (custom scripts).
+    std::function<void(const QJsonObject& event)> onEvent;
+
+    // --- What the clients did (all connections, in arrival order)
+    int connectionCount() const { return static_cast<int>(m_handshakes.size()); }
+    const QList<Handshake>& handshakes() const { return m_handshakes; }
+    const QList<QJsonObject>& events() const { return m_events; }
+    QList<QJsonObject> eventsOfType(const QString& type) const;
+    // Caller audio decoded from every input_audio_buffer.append, concatenated.
+    const QByteArray& receivedAudio() const { return m_audio; }
+    // Everything a client did that the protocol does not allow; empty when all was right.
+    const QStringList& violations() const { return m_violations; }
+    // Close codes of WebSocket sessions ended by the client (1000 for a normal closure).
+    const QList<int>& clientCloseCodes() const { return m_closeCodes; }
+    // Raw TCP connections that ended (any mode, either side).
+    int endedConnections() const { return m_ended; }
+
+    bool waitForConnections(int count, int timeoutMs = 5000);
+    bool waitForEvents(int count, int timeoutMs = 5000);
+    bool waitForClientClose(int count = 1, int timeoutMs = 5000);
+    bool waitForEndedConnections(int count, int timeoutMs = 5000);
+
+    // --- Scripting the latest WebSocket session
+    bool hasSession() const;
+    void sendEvent(const QJsonObject& event);
+    void sendText(const QString& text); // anything, including broken JSON
+    void sendBinary(const QByteArray& bytes);
+    void closeSession(QWebSocketProtocol::CloseCode code, const QString& reason = QString());
+    void dropSession(); // TCP cut, no close frame
+    // Stops taking bytes from the latest client (its writes pile up in its own buffers) and
+    // starts again; what arrived meanwhile is then processed in order.
+    void stopReading();
+    void resumeReading();
+
+    // --- Server events as the provider writes them
+    static QJsonObject sessionUpdated(const QJsonObject& session = QJsonObject());
+    static QJsonObject responseCreated(const QString& id);
+    static QJsonObject responseDone(const QString& id, qint64 inputTokens, qint64 outputTokens);
+    static QJsonObject responseDoneWithoutUsage(const QString& id);
+    static QJsonObject audioDelta(const QByteArray& pcm);
+    static QJsonObject aiTranscript(const QString& text);
+    static QJsonObject callerTranscript(const QString& text);
+    static QJsonObject speechStarted();
+    static QJsonObject error(const QString& code, const QString& message = QString());
+
+private:
+    class Front;
+    void accepted();
+    void sessionOpened();
+    void frameReceived(QWebSocket* socket, const QString& text);
+    void check(QWebSocket* socket, const QJsonObject& event);
+    void reply(QWebSocket* socket, const QJsonObject& event);
+    void violation(const QString& what);
+    static QString text(const QJsonObject& object);
+    QWebSocket* latest() const;
+    Front* latestFront() const;
+
+    std::unique_ptr<QTcpServer> m_front;
+    std::unique_ptr<QWebSocketServer> m_back;
+    QList<Front*> m_fronts;
+    QList<QWebSocket*> m_sessions;
+    QHash<QWebSocket*, int> m_framesPerSession;
+    QHash<QWebSocket*, bool> m_confirmedPerSession;
+    Upgrade m_upgrade = Upgrade::Accept;
+    Behaviour m_behaviour;
+
+    QList<Handshake> m_handshakes;
+    QList<QJsonObject> m_events;
+    QByteArray m_audio;
+    QStringList m_violations;
+    QList<int> m_closeCodes;
+    int m_ended = 0;
+};
+
+} // namespace vemira::testing

@@ -1,0 +1,163 @@
+#include "ScriptedRealtimeServer.h"
+#include "ai/AIConnectionCheck.h"
+
+#include <QTest>
+#include <memory>
+
+using namespace vemira;
+using vemira::testing::ScriptedRealtimeServer;
+
+namespace {
+
+const QString noAnswer =
+    QStringLiteral("L’IA ne répond pas. Vérifiez la clé, l’accès API et la connexion Internet.");
+const QString receiveFailed = QStringLiteral(
+    "Connexion à l’IA interrompue. Vérifiez la clé, le modèle et votre accès Internet.");
+
+struct Outcomes {
+    QList<std::optional<QString>> list;
+    void attach(AIConnectionCheck& check)
+    {
+        check.onComplete = [this](const std::optional<QString>& failure) { list << failure; };
+    }
+    bool waitForOne()
+    {
+        return QTest::qWaitFor([&] { return !list.isEmpty(); }, 5000);
+    }
+};
+
+} // namespace
+
+class TestConnectionCheck : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<ScriptedRealtimeServer> server;
+
+    void start(AIConnectionCheck& check)
+    {
+        check.start(QStringLiteral("sk-test"), QStringLiteral("gpt-realtime"),
+                    QStringLiteral("marin"));
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        server = std::make_unique<ScriptedRealtimeServer>();
+        server->useAsEndpoint();
+    }
+
+    void cleanup()
+    {
+        QVERIFY2(server->violations().isEmpty(), qPrintable(server->violations().join(u'\n')));
+        server.reset();
+    }
+
+    void confirmedSessionSucceedsWithoutAudioOrResponse()
+    {
+        ManualClock clock;
+        AIConnectionCheck check(clock);
+        Outcomes outcomes;
+        outcomes.attach(check);
+        start(check);
+        start(check); // already running: ignored
+        QVERIFY(check.running());
+        QVERIFY(outcomes.waitForOne());
+        QCOMPARE(outcomes.list, (QList<std::optional<QString>>{std::nullopt}));
+        QVERIFY(!check.running());
+
+        QCOMPARE(server->connectionCount(), 1);
+        QCOMPARE(server->events().size(), 1);
+        QCOMPARE(server->events()
+                     .first()[QLatin1String("session")][QLatin1String("instructions")]
+                     .toString(),
+                 QStringLiteral("Vérification de connexion. Ne génère aucune réponse."));
+        // The probe hangs up properly, and its timer is gone with it.
+        QVERIFY(server->waitForClientClose(1));
+        QCOMPARE(server->clientCloseCodes(), QList<int>{1000});
+        clock.advance(30);
+        QCOMPARE(outcomes.list.size(), 1);
+    }
+
+    void silenceFailsAfterFifteenSeconds_data()
+    {
+        QTest::addColumn<bool>("answerUpgrade");
+        QTest::newRow("upgrade accepted, no session.updated") << true;
+        QTest::newRow("upgrade never answered") << false;
+    }
+
+    void silenceFailsAfterFifteenSeconds()
+    {
+        QFETCH(bool, answerUpgrade);
+        server->behaviour().confirmSessions = false;
+        if (!answerUpgrade)
+            server->setUpgrade(ScriptedRealtimeServer::Upgrade::NeverAnswer);
+        ManualClock clock;
+        AIConnectionCheck check(clock);
+        Outcomes outcomes;
+        outcomes.attach(check);
+        start(check);
+        QVERIFY(answerUpgrade ? server->waitForEvents(1) : server->waitForConnections(1));
+        clock.advance(14.9);
+        QTest::qWait(50);
+        QVERIFY(outcomes.list.isEmpty());
+        clock.advance(0.1);
+        QCOMPARE(outcomes.list, (QList<std::optional<QString>>{noAnswer}));
+        QVERIFY(!check.running());
+
+        // A confirmation that comes too late changes nothing.
+        server->sendEvent(ScriptedRealtimeServer::sessionUpdated());
+        clock.advance(60);
+        QTest::qWait(100);
+        QCOMPARE(outcomes.list.size(), 1);
+        QVERIFY(server->waitForEndedConnections(1));
+    }
+
+    void rejectionsCarryTheClientsMessage()
+    {
+        ManualClock clock;
+        AIConnectionCheck check(clock);
+        Outcomes outcomes;
+        outcomes.attach(check);
+
+        server->setUpgrade(ScriptedRealtimeServer::Upgrade::Refuse401);
+        start(check);
+        QVERIFY(outcomes.waitForOne());
+        QCOMPARE(outcomes.list.takeFirst(), std::optional<QString>(receiveFailed));
+
+        // An error event followed by a close: only the first report counts.
+        server->setUpgrade(ScriptedRealtimeServer::Upgrade::Accept);
+        server->behaviour().confirmSessions = false;
+        server->onEvent = [&](const QJsonObject&) {
+            server->sendEvent(ScriptedRealtimeServer::error(QStringLiteral("invalid_api_key")));
+            server->closeSession(QWebSocketProtocol::CloseCode(3000));
+        };
+        start(check);
+        QVERIFY(outcomes.waitForOne());
+        QVERIFY(server->waitForEndedConnections(2));
+        clock.advance(20);
+        QTest::qWait(50);
+        QCOMPARE(outcomes.list, (QList<std::optional<QString>>{QStringLiteral(
+                                    "L’IA signale une erreur (invalid_api_key). Vérifiez votre "
+                                    "configuration.")}));
+        server->onEvent = nullptr;
+    }
+
+    void aNewCheckCanStartFromTheCompletion()
+    {
+        ManualClock clock;
+        AIConnectionCheck check(clock);
+        int completions = 0;
+        check.onComplete = [&](const std::optional<QString>& failure) {
+            QVERIFY(!failure);
+            if (++completions == 1)
+                start(check);
+        };
+        start(check);
+        QVERIFY(QTest::qWaitFor([&] { return completions == 2; }, 5000));
+        QCOMPARE(server->connectionCount(), 2);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestConnectionCheck)
+#include "tst_connection_check.moc"

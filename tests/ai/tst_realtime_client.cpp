@@ -1,0 +1,519 @@
+#include "ScriptedRealtimeServer.h"
+#include "ai/RealtimeClient.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSet>
+#include <QTest>
+#include <memory>
+
+using namespace vemira;
+using vemira::testing::ScriptedRealtimeServer;
+
+namespace {
+
+const QString key = QStringLiteral("sk-test-123");
+const QString receiveFailed = QStringLiteral(
+    "Connexion à l’IA interrompue. Vérifiez la clé, le modèle et votre accès Internet.");
+const QString sendFailed =
+    QStringLiteral("Envoi audio interrompu. Vérifiez la connexion Internet.");
+const QString tooSlow =
+    QStringLiteral("Connexion trop lente pour maintenir la conversation audio.");
+
+QString usageText(const ConversationUsage& usage)
+{
+    return QStringLiteral("usage %1/%2 pending %3 %4")
+        .arg(usage.inputTokens)
+        .arg(usage.outputTokens)
+        .arg(usage.pendingResponses)
+        .arg(usage.model);
+}
+
+// Everything the client reports, in order, as readable lines.
+struct Recorder {
+    QStringList log;
+    QStringList errors;
+    QList<ConversationUsage> usages;
+    QList<QByteArray> audio;
+    int ready = 0;
+
+    void attach(RealtimeClient& client)
+    {
+        client.onReady = [this] {
+            ++ready;
+            log << QStringLiteral("ready");
+        };
+        client.onAudio = [this](const QByteArray& pcm) {
+            audio << pcm;
+            log << QStringLiteral("audio %1").arg(pcm.size());
+        };
+        client.onTranscript = [this](const QString& speaker, const QString& text) {
+            log << speaker + QStringLiteral(" : ") + text;
+        };
+        client.onInterruption = [this] { log << QStringLiteral("interruption"); };
+        client.onError = [this](const QString& message) {
+            errors << message;
+            log << QStringLiteral("error ") + message;
+        };
+        client.onUsage = [this](const ConversationUsage& usage) {
+            usages << usage;
+            log << usageText(usage);
+        };
+        client.onInstructionsApplied = [this] { log << QStringLiteral("applied"); };
+    }
+};
+
+QByteArray pcmChunk(int bytes, int seed)
+{
+    QByteArray pcm(bytes, Qt::Uninitialized);
+    for (int i = 0; i < bytes; ++i)
+        pcm[i] = char(seed * 31 + i * 7);
+    return pcm;
+}
+
+QSet<QByteArray> lowerNames(const ScriptedRealtimeServer::Handshake& handshake)
+{
+    QSet<QByteArray> names;
+    for (const auto& header : handshake.headers)
+        names.insert(header.first.toLower());
+    return names;
+}
+
+} // namespace
+
+class TestRealtimeClient : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<ScriptedRealtimeServer> server;
+    ManualClock clock;
+
+    // Connects and waits until the server's confirmation made the client ready.
+    void openReady(RealtimeClient& client, Recorder& recorder,
+                   const QString& model = QStringLiteral("gpt-realtime"))
+    {
+        client.connect(key, model, QStringLiteral("marin"), QStringLiteral("Consignes"));
+        const int before = recorder.ready;
+        QVERIFY(QTest::qWaitFor([&] { return recorder.ready > before; }, 5000));
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        server = std::make_unique<ScriptedRealtimeServer>();
+        server->useAsEndpoint();
+    }
+
+    void cleanup()
+    {
+        QVERIFY2(server->violations().isEmpty(), qPrintable(server->violations().join(u'\n')));
+        server.reset();
+    }
+
+    void upgradeRequestAndSessionConfiguration()
+    {
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        const QString instructions =
+            QStringLiteral("Tu es « Vemira », l’assistante.\nRéponds en français — brièvement.");
+        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("cedar"), instructions);
+        // A fresh counter is shown before anything else happens.
+        QCOMPARE(recorder.log, QStringList{QStringLiteral("usage 0/0 pending 0 gpt-realtime")});
+        QVERIFY(QTest::qWaitFor([&] { return recorder.ready == 1; }, 5000));
+
+        QCOMPARE(server->connectionCount(), 1);
+        const auto& handshake = server->handshakes().first();
+        QCOMPARE(handshake.method, QByteArray("GET"));
+        QCOMPARE(handshake.target, QByteArray("/v1/realtime?model=gpt-realtime"));
+        QCOMPARE(handshake.header("Authorization"), QByteArray("Bearer sk-test-123"));
+        // Only what the WebSocket upgrade itself needs, plus the key.
+        const QSet<QByteArray> expected{
+            "host",         "upgrade", "connection", "sec-websocket-key", "sec-websocket-version",
+            "authorization"};
+        QCOMPARE(lowerNames(handshake), expected);
+
+        QCOMPARE(server->events().size(), 1);
+        const QJsonObject session =
+            server->events().first().value(QLatin1String("session")).toObject();
+        QCOMPARE(session.value(QLatin1String("instructions")).toString(), instructions);
+        QCOMPARE(session.value(QLatin1String("model")).toString(), QStringLiteral("gpt-realtime"));
+        QCOMPARE(session[QLatin1String("audio")][QLatin1String("output")][QLatin1String("voice")]
+                     .toString(),
+                 QStringLiteral("cedar"));
+        QVERIFY(client.isReady());
+        QVERIFY(recorder.errors.isEmpty());
+    }
+
+    void audioFlowsOnlyOnceReadyAndPushesUsageEverySecond()
+    {
+        server->behaviour().confirmSessions = false;
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
+                       QStringLiteral("Consignes"));
+        QVERIFY(server->waitForEvents(1));
+
+        // Before the session is confirmed, caller audio is thrown away and not billed.
+        client.append(pcmChunk(4800, 1));
+        QCOMPARE(client.usageMeter().inputSeconds(), 0.0);
+        QCOMPARE(client.waitingFrames(), 0);
+
+        server->sendEvent(ScriptedRealtimeServer::sessionUpdated());
+        server->sendEvent(ScriptedRealtimeServer::sessionUpdated());
+        server->sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("sync")));
+        QVERIFY(QTest::qWaitFor([&] { return recorder.log.size() >= 3; }, 5000));
+        QCOMPARE(recorder.ready, 1);
+
+        const qsizetype usagesBefore = recorder.usages.size();
+        const QByteArray a = pcmChunk(47'999, 2);
+        const QByteArray b = pcmChunk(1, 3);
+        const QByteArray c = pcmChunk(48'000, 4);
+        const QByteArray d = pcmChunk(4'096, 5);
+        client.append(a);
+        QCOMPARE(recorder.usages.size(), usagesBefore); // 47,999 bytes: not yet a second
+        client.append(b);
+        QCOMPARE(recorder.usages.size(), usagesBefore + 1);
+        client.append(c);
+        QCOMPARE(recorder.usages.size(), usagesBefore + 2);
+        client.append(d);
+        QCOMPARE(recorder.usages.size(), usagesBefore + 2);
+        QCOMPARE(client.usageMeter().inputSeconds(), (47'999 + 1 + 48'000 + 4'096) / 48'000.0);
+
+        QVERIFY(server->waitForEvents(5));
+        QCOMPARE(server->receivedAudio(), a + b + c + d);
+        QVERIFY(QTest::qWaitFor([&] { return client.waitingFrames() == 0; }, 5000));
+        QVERIFY(recorder.errors.isEmpty());
+    }
+
+    void serverEventsBecomeCallbacks()
+    {
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        openReady(client, recorder);
+        recorder.log.clear();
+
+        const QByteArray voice = pcmChunk(960, 9);
+        auto event = [](const char* json) { return QString::fromUtf8(json); };
+        server->sendEvent(ScriptedRealtimeServer::audioDelta(voice));
+        server->sendText(event(R"({"type":"response.output_audio.delta","delta":"@@@@"})"));
+        server->sendText(event(R"({"type":"response.output_audio.delta","delta":"AAE"})"));
+        server->sendText(event(R"({"type":"response.output_audio.delta","delta":1234})"));
+        server->sendText(event(R"({"type":"response.output_audio.delta"})"));
+        server->sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("Bonjour !")));
+        server->sendEvent(
+            ScriptedRealtimeServer::callerTranscript(QStringLiteral("J’ai une fuite")));
+        server->sendText(
+            event(R"({"type":"response.output_audio_transcript.done","transcript":7})"));
+        server->sendText(event(
+            R"({"type":"conversation.item.input_audio_transcription.completed","transcript":null})"));
+        server->sendEvent(ScriptedRealtimeServer::speechStarted());
+        server->sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r1")));
+        server->sendText(event(R"({"type":"response.created","response":{"id":42}})"));
+        server->sendText(event(R"({"type":"response.created"})"));
+        server->sendEvent(ScriptedRealtimeServer::responseDone(QStringLiteral("r1"), 1200, 300));
+        server->sendText(event(R"({"type":"response.done","response":{"id":"r2","usage":"n/a"}})"));
+        server->sendEvent(ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
+        server->sendText(event(R"({"type":"error"})"));
+        server->sendText(event(R"({"type":"error","error":{"code":null,"message":"x"}})"));
+        server->sendText(event(R"({"type":"error","error":"quota"})"));
+        server->sendText(event(R"({"type":"rate_limits.updated","rate_limits":[]})"));
+        server->sendText(event(R"({"no_type":true})"));
+        server->sendText(event(R"({"type":17})"));
+        server->sendText(event(R"([{"type":"input_audio_buffer.speech_started"}])"));
+        server->sendBinary(
+            QJsonDocument(ScriptedRealtimeServer::aiTranscript(QStringLiteral("En binaire")))
+                .toJson());
+        server->sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("fin")));
+        QVERIFY(QTest::qWaitFor(
+            [&] { return recorder.log.contains(QStringLiteral("Vemira : fin")); }, 5000));
+
+        const QStringList expected{
+            QStringLiteral("audio 960"),
+            QStringLiteral("Vemira : Bonjour !"),
+            QStringLiteral("Interlocuteur : J’ai une fuite"),
+            QStringLiteral("interruption"),
+            QStringLiteral("usage 0/0 pending 1 gpt-realtime"),
+            QStringLiteral("usage 1200/300 pending 0 gpt-realtime"),
+            QStringLiteral("usage 1200/300 pending 1 gpt-realtime"),
+            QStringLiteral("error L’IA signale une erreur (session_expired). Vérifiez votre "
+                           "configuration."),
+            QStringLiteral("error L’IA signale une erreur (erreur). Vérifiez votre configuration."),
+            QStringLiteral("error L’IA signale une erreur (erreur). Vérifiez votre configuration."),
+            QStringLiteral("error L’IA signale une erreur (erreur). Vérifiez votre configuration."),
+            QStringLiteral("Vemira : En binaire"),
+            QStringLiteral("Vemira : fin"),
+        };
+        QCOMPARE(recorder.log, expected);
+        QCOMPARE(recorder.audio.first(), voice);
+        QCOMPARE(recorder.usages.last().label(),
+                 QStringLiteral("1500 tokens reçus d’OpenAI · budget prudent : 1.68 $ US · "
+                                "provision en cours incluse"));
+
+        // A frame that is not JSON ends the receiving side: reported once, nothing after it.
+        recorder.log.clear();
+        server->sendText(QStringLiteral("{\"type\":\"session.updated\""));
+        server->sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("après")));
+        server->sendText(QStringLiteral("encore du bruit"));
+        QVERIFY(QTest::qWaitFor([&] { return !recorder.log.isEmpty(); }, 5000));
+        QTest::qWait(100);
+        QCOMPARE(recorder.log, QStringList{QStringLiteral("error ") + receiveFailed});
+        QVERIFY(client.isReady()); // the owner decides to close
+    }
+
+    void instructionChangeIsConfirmedByItsEcho()
+    {
+        server->behaviour().confirmSessions = false;
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
+                       QStringLiteral("Initiales"));
+        QVERIFY(server->waitForEvents(1));
+        QVERIFY(!client.updateInstructions(QStringLiteral("Trop tôt")));
+        QVERIFY(!client.pendingInstructions());
+
+        server->sendEvent(ScriptedRealtimeServer::sessionUpdated());
+        QVERIFY(QTest::qWaitFor([&] { return recorder.ready == 1; }, 5000));
+        QVERIFY(client.updateInstructions(QStringLiteral("Style posé")));
+        client.greet();
+        QVERIFY(server->waitForEvents(3));
+        QCOMPARE(server->events().size(), 3); // nothing from the early attempt
+        const QJsonObject update = server->events().at(1);
+        QCOMPARE(update.value(QLatin1String("session")).toObject(),
+                 (QJsonObject{{QStringLiteral("type"), QStringLiteral("realtime")},
+                              {QStringLiteral("instructions"), QStringLiteral("Style posé")}}));
+        QCOMPARE(server->events()
+                     .at(2)[QLatin1String("response")][QLatin1String("instructions")]
+                     .toString(),
+                 QStringLiteral("Commence par une courte salutation en français. Accueille au nom "
+                                "de l’entreprise indiquée dans tes consignes puis demande comment "
+                                "tu peux aider. N’ajoute pas d’annonce sur ta nature ou sur "
+                                "l’enregistrement."));
+
+        // An echo of another configuration does not confirm the change; the exact text does,
+        // once.
+        auto echo = [&](const QString& instructions) {
+            server->sendEvent(ScriptedRealtimeServer::sessionUpdated(
+                QJsonObject{{QStringLiteral("instructions"), instructions}}));
+        };
+        echo(QStringLiteral("Initiales"));
+        echo(QStringLiteral("Style posé "));
+        echo(QStringLiteral("Style posé"));
+        echo(QStringLiteral("Style posé"));
+        server->sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("fin")));
+        QVERIFY(QTest::qWaitFor(
+            [&] { return recorder.log.contains(QStringLiteral("Vemira : fin")); }, 5000));
+        QCOMPARE(recorder.log.count(QStringLiteral("applied")), 1);
+        QVERIFY(!client.pendingInstructions());
+        QCOMPARE(recorder.ready, 1);
+    }
+
+    void closeIsQuietAndReconnectStartsAFreshMeter()
+    {
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        openReady(client, recorder);
+        server->sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r1")));
+        server->sendEvent(ScriptedRealtimeServer::responseDone(QStringLiteral("r1"), 100, 50));
+        QVERIFY(QTest::qWaitFor([&] { return recorder.usages.last().inputTokens == 100; }, 5000));
+
+        // Reconnecting closes the old session: its final usage, then a zeroed one.
+        recorder.log.clear();
+        client.connect(key, QStringLiteral("gpt-realtime-2025-08-28"), QStringLiteral("marin"),
+                       QStringLiteral("Consignes"));
+        QCOMPARE(recorder.log,
+                 (QStringList{QStringLiteral("usage 100/50 pending 0 gpt-realtime"),
+                              QStringLiteral("usage 0/0 pending 0 gpt-realtime-2025-08-28")}));
+        QVERIFY(!client.isReady());
+        QVERIFY(server->waitForClientClose(1));
+        QCOMPARE(server->clientCloseCodes(), QList<int>{1000});
+        QVERIFY(QTest::qWaitFor([&] { return recorder.ready == 2; }, 5000));
+        QCOMPARE(server->connectionCount(), 2);
+
+        recorder.log.clear();
+        client.close();
+        client.close();
+        QCOMPARE(recorder.log,
+                 QStringList{QStringLiteral("usage 0/0 pending 0 gpt-realtime-2025-08-28")});
+        QVERIFY(!client.isOpen());
+        QVERIFY(server->waitForClientClose(2));
+        QCOMPARE(server->clientCloseCodes(), (QList<int>{1000, 1000}));
+
+        // A closed client sends nothing and hears nothing.
+        const qsizetype events = server->events().size();
+        client.append(pcmChunk(4096, 1));
+        client.greet();
+        QVERIFY(!client.updateInstructions(QStringLiteral("x")));
+        QTest::qWait(100);
+        QCOMPARE(server->events().size(), events);
+        QVERIFY(recorder.errors.isEmpty());
+    }
+
+    void rejectedKeysAndLostConnectionsAreReported()
+    {
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+
+        // The upgrade is refused outright.
+        server->setUpgrade(ScriptedRealtimeServer::Upgrade::Refuse401);
+        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
+                       QStringLiteral("Consignes"));
+        QVERIFY(QTest::qWaitFor([&] { return !recorder.errors.isEmpty(); }, 5000));
+        QTest::qWait(100);
+        QCOMPARE(recorder.errors, QStringList{receiveFailed});
+        QCOMPARE(recorder.ready, 0);
+        client.close();
+
+        // The socket is accepted, then the key is rejected by an event and a close (3000).
+        server->setUpgrade(ScriptedRealtimeServer::Upgrade::Accept);
+        server->behaviour().confirmSessions = false;
+        recorder.errors.clear();
+        server->onEvent = [&](const QJsonObject&) {
+            server->sendEvent(ScriptedRealtimeServer::error(QStringLiteral("invalid_api_key"),
+                                                            QStringLiteral("Incorrect API key")));
+            server->closeSession(QWebSocketProtocol::CloseCode(3000),
+                                 QStringLiteral("invalid_api_key"));
+        };
+        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
+                       QStringLiteral("Consignes"));
+        QVERIFY(QTest::qWaitFor([&] { return recorder.errors.size() >= 2; }, 5000));
+        QTest::qWait(100);
+        QCOMPARE(recorder.errors,
+                 (QStringList{QStringLiteral("L’IA signale une erreur (invalid_api_key). Vérifiez "
+                                             "votre configuration."),
+                              receiveFailed}));
+        server->onEvent = nullptr;
+        client.close();
+
+        // A working session whose connection is cut: the receive side reports, then the next
+        // frame finds the socket gone — each once.
+        server->behaviour().confirmSessions = true;
+        recorder.errors.clear();
+        openReady(client, recorder);
+        server->dropSession();
+        QVERIFY(QTest::qWaitFor([&] { return !recorder.errors.isEmpty(); }, 5000));
+        client.append(pcmChunk(4096, 1));
+        client.append(pcmChunk(4096, 2));
+        client.greet();
+        QCOMPARE(recorder.errors, (QStringList{receiveFailed, sendFailed}));
+        client.close();
+        QCOMPARE(recorder.errors.size(), 2);
+    }
+
+    void unansweredUpgradeGivesUpAfterSixtySeconds()
+    {
+        server->setUpgrade(ScriptedRealtimeServer::Upgrade::NeverAnswer);
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
+                       QStringLiteral("Consignes"));
+        QVERIFY(server->waitForConnections(1));
+        clock.advance(59.9);
+        QTest::qWait(50);
+        QVERIFY(recorder.errors.isEmpty());
+        clock.advance(0.1);
+        QCOMPARE(recorder.errors, QStringList{receiveFailed});
+        // The half-open connection is not left behind.
+        QVERIFY(server->waitForEndedConnections(1));
+        client.close();
+        clock.advance(120);
+        QCOMPARE(recorder.errors.size(), 1);
+    }
+
+    void stalledServerKeepsMemoryBounded()
+    {
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        openReady(client, recorder);
+        server->stopReading();
+
+        // The capture keeps its cadence whatever the network does; each 4,096-byte chunk is
+        // numbered so the server's copy tells which ones survived.
+        QByteArray expected;
+        int sent = 0;
+        int dropped = 0;
+        int maxWaiting = 0;
+        for (int i = 0; i < 20'000 && dropped < 40; ++i) {
+            const QByteArray chunk = pcmChunk(4096, i);
+            const qsizetype errorsBefore = recorder.errors.size();
+            client.append(chunk);
+            ++sent;
+            if (recorder.errors.size() > errorsBefore)
+                ++dropped;
+            else
+                expected += chunk;
+            maxWaiting = std::max(maxWaiting, client.waitingFrames());
+            QCoreApplication::processEvents();
+        }
+        QCOMPARE(dropped, 40);
+        QCOMPARE(maxWaiting, RealtimeClient::maxWaitingFrames);
+        QCOMPARE(recorder.errors, QStringList(40, tooSlow));
+
+        // Once the server reads again, every kept frame arrives, in order, and the queue drains.
+        server->resumeReading();
+        QVERIFY2(QTest::qWaitFor([&] { return server->receivedAudio().size() >= expected.size(); },
+                                 30'000),
+                 qPrintable(QStringLiteral("%1 of %2 bytes")
+                                .arg(server->receivedAudio().size())
+                                .arg(expected.size())));
+        QVERIFY(server->receivedAudio() == expected);
+        QVERIFY(QTest::qWaitFor([&] { return client.waitingFrames() == 0; }, 5000));
+        client.append(pcmChunk(4096, 0));
+        QCOMPARE(recorder.errors.size(), 40);
+        qInfo("%d chunks offered, %d dropped", sent, dropped);
+    }
+
+    void refusedAddressOrKeyNeverLeaveTheMachine()
+    {
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        qputenv("VEMIRA_REALTIME_URL", "ws://10.1.2.3:8765");
+        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
+                       QStringLiteral("Consignes"));
+        server->useAsEndpoint();
+        QVERIFY(recorder.errors.isEmpty()); // reported after connect() returned
+        QVERIFY(QTest::qWaitFor([&] { return !recorder.errors.isEmpty(); }, 5000));
+        QCOMPARE(recorder.errors, QStringList{receiveFailed});
+        client.close();
+
+        // A key that would split the upgrade request into extra headers.
+        client.connect(QStringLiteral("sk-1\r\nX-Injected: 1"), QStringLiteral("gpt-realtime"),
+                       QStringLiteral("marin"), QStringLiteral("Consignes"));
+        QVERIFY(QTest::qWaitFor([&] { return recorder.errors.size() == 2; }, 5000));
+        QCOMPARE(recorder.errors.last(), receiveFailed);
+        QTest::qWait(50);
+        QCOMPARE(server->connectionCount(), 0);
+    }
+
+    void clientMayBeDestroyedFromItsCallbacks()
+    {
+        auto client = std::make_unique<RealtimeClient>(clock);
+        client->onReady = [&] { client.reset(); };
+        client->connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
+                        QStringLiteral("Consignes"));
+        QVERIFY(QTest::qWaitFor([&] { return !client; }, 5000));
+
+        server->behaviour().confirmSessions = false;
+        server->onEvent = [&](const QJsonObject&) {
+            server->closeSession(QWebSocketProtocol::CloseCode(3000));
+        };
+        client = std::make_unique<RealtimeClient>(clock);
+        client->onError = [&](const QString&) { client.reset(); };
+        client->connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
+                        QStringLiteral("Consignes"));
+        QVERIFY(QTest::qWaitFor([&] { return !client; }, 5000));
+        server->onEvent = nullptr;
+        QTest::qWait(50); // the retired sockets are deleted by the event loop
+    }
+};
+
+QTEST_GUILESS_MAIN(TestRealtimeClient)
+#include "tst_realtime_client.moc"
