@@ -112,6 +112,7 @@ void FeedPlayer::pushWire(const char* bytes, int byteCount)
             chunk->samples[std::size_t(i)] = wireToFloat(readWire(bytes + 2 * i));
         chunk->frames = take;
         m_fifo.commitPush();
+        m_pushedFrames.fetch_add(take, std::memory_order_release);
         bytes += 2 * take;
         frames -= take;
     }
@@ -128,22 +129,34 @@ void FeedPlayer::mixInto(float* out, int frames)
     const std::uint32_t flushes = m_flushRequests.load(std::memory_order_acquire);
     if (flushes != m_flushesSeen) {
         m_flushesSeen = flushes;
-        while (m_fifo.front())
+        while (Chunk* chunk = m_fifo.front()) {
+            m_playedFrames += chunk->frames - m_position;
+            m_position = 0;
             m_fifo.pop();
-        m_position = 0;
+        }
+        m_starved = true;
     }
     if (!m_playing.load(std::memory_order_acquire))
         return;
+    if (m_starved) {
+        // The count is read after the chunks it covers were published (release/acquire).
+        if (m_pushedFrames.load(std::memory_order_acquire) - m_playedFrames < kPrefillFrames)
+            return;
+        m_starved = false;
+    }
     int written = 0;
     while (written < frames) {
         Chunk* chunk = m_fifo.front();
-        if (!chunk)
+        if (!chunk) {
+            m_starved = true;
             break;
+        }
         const int take = std::min(chunk->frames - m_position, frames - written);
         for (int i = 0; i < take; ++i)
             out[written + i] += chunk->samples[std::size_t(m_position + i)];
         written += take;
         m_position += take;
+        m_playedFrames += take;
         if (m_position >= chunk->frames) {
             m_fifo.pop();
             m_position = 0;

@@ -1,0 +1,458 @@
+// The call audio bridge on a fake sound card whose devices run their own real threads.
+#include "audio/AudioBridge.h"
+#include "audio/AudioFiles.h"
+#include "audio/CallAudioRecorder.h"
+#include "audio/ProbeMeter.h"
+#include "audio/fakes/FakeAudioDevices.h"
+
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+#include <cmath>
+#include <future>
+#include <mutex>
+#include <numbers>
+
+using namespace vemira;
+using vemira::testing::FakeAudioDeviceIO;
+using vemira::testing::FakeAudioSystem;
+using vemira::testing::waitFor;
+
+namespace {
+
+constexpr std::uint32_t kCall = 10, kVoice = 11, kMacMic = 20, kMacSpeakers = 21, kHeadsetMic = 30,
+                        kHeadphones = 31;
+const auto dIn = AudioSelector::defaultInput;
+const auto dOut = AudioSelector::defaultOutput;
+
+// Wire audio received on the capture thread, read on the main thread.
+struct Received {
+    std::mutex lock;
+    QByteArray bytes;
+    void add(const QByteArray& block)
+    {
+        std::lock_guard guard(lock);
+        bytes += block;
+    }
+    QByteArray all()
+    {
+        std::lock_guard guard(lock);
+        return bytes;
+    }
+    qsizetype size()
+    {
+        std::lock_guard guard(lock);
+        return bytes.size();
+    }
+};
+
+double toneAmplitude(const std::vector<float>& x, std::size_t from, std::size_t count,
+                     double frequency, double rate)
+{
+    double c = 0, s = 0;
+    for (std::size_t n = 0; n < count && from + n < x.size(); ++n) {
+        const double phase = 2.0 * std::numbers::pi * frequency * double(n) / rate;
+        c += x[from + n] * std::cos(phase);
+        s += x[from + n] * std::sin(phase);
+    }
+    return 2.0 * std::hypot(c, s) / double(count);
+}
+
+std::size_t firstSound(const std::vector<float>& x, float above = 0.01f)
+{
+    for (std::size_t i = 0; i < x.size(); ++i)
+        if (std::fabs(x[i]) > above)
+            return i;
+    return x.size();
+}
+
+struct Rig {
+    FakeAudioSystem system;
+    FakeAudioDeviceIO io;
+    Rig()
+    {
+        system.addDevice(kCall, QStringLiteral("Brelian — Appel vers IA"),
+                         BrelianDevices::callUID(), true, true, AudioTransport::virtualDevice);
+        system.addDevice(kVoice, QStringLiteral("Brelian — IA vers appel"),
+                         BrelianDevices::voiceUID(), true, true, AudioTransport::virtualDevice);
+        system.addDevice(kMacMic, QStringLiteral("Micro MacBook"), QStringLiteral("mic"), true,
+                         false, AudioTransport::builtIn);
+        system.addDevice(kMacSpeakers, QStringLiteral("Haut-parleurs MacBook"),
+                         QStringLiteral("spk"), false, true, AudioTransport::builtIn);
+        system.addDevice(kHeadsetMic, QStringLiteral("Micro du casque"), QStringLiteral("hsm"),
+                         true, false, AudioTransport::usb);
+        system.addDevice(kHeadphones, QStringLiteral("Casque"), QStringLiteral("hp"), false, true,
+                         AudioTransport::usb);
+        system.defaults = {{dIn, kMacMic}, {dOut, kMacSpeakers}};
+        io.addDevice(kCall, {48000, 2}, {48000, 2});
+        io.addDevice(kVoice, {48000, 2}, {44100, 2});
+        io.addDevice(kMacMic, {48000, 1}, {});
+        io.addDevice(kMacSpeakers, {}, {48000, 2});
+        io.addDevice(kHeadsetMic, {16000, 1}, {});
+        io.addDevice(kHeadphones, {}, {48000, 2});
+    }
+};
+
+QByteArray slice(const QByteArray& tone, double fromSeconds, double seconds)
+{
+    return tone.mid(qsizetype(fromSeconds * 48000), qsizetype(seconds * 48000));
+}
+
+} // namespace
+
+class AudioBridgeTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void phoneCallCarriesBothWaysAndIsRecorded();
+    void interruptAndStallAccounting();
+    void everyFailureReachesTheOwner();
+    void stoppedEnginesResumeUnlessTheFormatChanged();
+    void interventionConnectsTheManager();
+    void conversationOnTheMacIsLimited();
+};
+
+void AudioBridgeTest::phoneCallCarriesBothWaysAndIsRecorded()
+{
+    Rig rig;
+    QTemporaryDir dir;
+    const QString wav = dir.filePath(QStringLiteral("appel.wav"));
+    std::shared_ptr<CallAudioRecorder> recorder = std::move(CallAudioRecorder::create(wav)).value();
+
+    AudioBridge bridge(rig.io, rig.system);
+    QVERIFY(bridge.needsRestart()); // idle: nothing runs
+    Received received;
+    ProbeMeter caller(ProbeTone::kCallFrequency);
+    bridge.onPCM = [&](const QByteArray& wire) {
+        received.add(wire);
+        if (caller.count() < 24000)
+            caller.append(wire);
+    };
+    bridge.setRecorder(recorder);
+    rig.io.feedTone(kCall, ProbeTone::kCallFrequency, 0.5, 3.0);
+    const Status started = bridge.start(kCall, kVoice, false);
+    QVERIFY2(!started, started ? qPrintable(started->message()) : "");
+    QCOMPARE(bridge.routeDescription(),
+             QStringLiteral("entrée : Brelian — Appel vers IA / sortie : Brelian — IA vers appel "
+                            "· source : 2 canaux, 48000 Hz"));
+    QVERIFY(!bridge.needsRestart());
+
+    // The AI speaks one second of tone in 100 ms deltas.
+    const QByteArray tone = ProbeTone::testTone(ProbeTone::kVoiceFrequency);
+    for (int i = 0; i < 10; ++i)
+        bridge.enqueue(slice(tone, 1.0 + 0.1 * i, 0.1));
+    QCOMPARE(bridge.health().snapshot().pending, 10);
+    QVERIFY(waitFor([&] { return bridge.health().snapshot().pending == 0; }, 5));
+    QVERIFY(waitFor([&] { return caller.count() >= 24000; }, 5));
+
+    // The caller's tone reached the AI at its level, as 24 kHz wire audio.
+    QVERIFY2(std::fabs(caller.amplitude() - 0.5) < 0.01,
+             qPrintable(QString::number(caller.amplitude())));
+    const auto [raw, converted] = bridge.inputLevels();
+    QVERIFY(raw > 0.49 && raw <= 0.5);
+    QVERIFY(converted > 0.45 && converted < 0.51);
+
+    // The AI's voice left on the voice device at 44.1 kHz, through the 0.85 headroom, on both
+    // channels alike.
+    QVERIFY(waitFor([&] { return rig.io.playedFrames(kVoice) > 44100 * 3 / 2; }, 5));
+    const auto left = rig.io.playedChannel(kVoice, 0);
+    const auto right = rig.io.playedChannel(kVoice, 1);
+    QCOMPARE(left.size(), right.size());
+    QVERIFY(std::equal(left.begin(), left.end(), right.begin()));
+    const std::size_t onset = firstSound(left);
+    QVERIFY(onset < left.size());
+    const double heard =
+        toneAmplitude(left, onset + 4410, 22050, ProbeTone::kVoiceFrequency, 44100);
+    const double expected = 3276.0 / 32768.0 * 0.85;
+    QVERIFY2(std::fabs(heard - expected) < 0.002, qPrintable(QString::number(heard)));
+
+    const QString flow = bridge.flowStatus();
+    QVERIFY2(flow.startsWith(QStringLiteral("Audio reçu : ")), qPrintable(flow));
+    QVERIFY(flow.contains(QStringLiteral(" · Micro capté : -6 dB · vers IA : -6 dB · entrée : ")));
+    QVERIFY(flow.endsWith(QStringLiteral(" · moteurs entrée/sortie : actif/actif")));
+
+    bridge.stop();
+    QVERIFY(bridge.flowStatus().endsWith(QStringLiteral("moteurs entrée/sortie : arrêté/arrêté")));
+    QVERIFY(bridge.needsRestart());
+    const qsizetype after = received.size();
+    QTest::qWait(100);
+    QCOMPARE(received.size(), after); // no callback after stop
+
+    // Both sides are in the recording, which sox reads.
+    auto done = std::make_shared<std::promise<Result<QString>>>();
+    recorder->finish([done](Result<QString> result) { done->set_value(std::move(result)); });
+    auto future = done->get_future();
+    QCOMPARE(future.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    const Result<QString> file = future.get();
+    QVERIFY2(file, file ? "" : qPrintable(file.error().message()));
+    const auto frames = AudioFiles::wavFrames(wav);
+    QVERIFY(frames && frames.value() > 24000);
+    QProcess sox;
+    sox.start(QStringLiteral("sox"),
+              {wav, QStringLiteral("-t"), QStringLiteral("s16"), QStringLiteral("-")});
+    QVERIFY(sox.waitForFinished(10000));
+    const QByteArray mixed = sox.readAllStandardOutput();
+    QCOMPARE(mixed.size(), qsizetype(frames.value() * 2));
+    ProbeMeter callerInMix(ProbeTone::kCallFrequency);
+    ProbeMeter voiceInMix(ProbeTone::kVoiceFrequency);
+    callerInMix.append(mixed);
+    voiceInMix.append(mixed);
+    QVERIFY(callerInMix.amplitude() > 0.05);
+    QVERIFY(voiceInMix.amplitude() > 0.005);
+}
+
+void AudioBridgeTest::interruptAndStallAccounting()
+{
+    Rig rig;
+    rig.io.threaded = false; // this test turns the device's wheels itself
+    std::atomic<double> now{100.0};
+    AudioBridge bridge(rig.io, rig.system, [&now] { return now.load(); });
+    QVERIFY(!bridge.start(kCall, kVoice, false));
+    auto* engine = rig.io.lastEngine();
+    std::vector<float> out(4410 * 2);
+    auto render = [&](int times) {
+        bool sound = false;
+        for (int i = 0; i < times; ++i) {
+            engine->pumpRender(out.data(), 4410);
+            sound = sound || std::any_of(out.begin(), out.end(),
+                                         [](float v) { return std::fabs(v) > 1e-4f; });
+        }
+        return sound;
+    };
+    const QByteArray tone = ProbeTone::testTone(1000);
+
+    // Two deltas, then the caller speaks over them: the flushed buffers' completions that
+    // follow do not disturb the new count, and nothing of them is heard.
+    bridge.enqueue(slice(tone, 1, 0.1));
+    bridge.enqueue(slice(tone, 1.1, 0.1));
+    QCOMPARE(bridge.health().snapshot().pending, 2);
+    bridge.interrupt();
+    QCOMPARE(bridge.health().snapshot().pending, 0);
+    QVERIFY(!render(3));
+    QCOMPARE(bridge.health().snapshot().pending, 0);
+    // The player is ready for the next response at once.
+    bridge.enqueue(slice(tone, 2, 0.1));
+    bridge.enqueue(QByteArray(1, '\1')); // not audio: dropped without a trace
+    QCOMPARE(bridge.health().snapshot().pending, 1);
+    QVERIFY(render(2));
+    QCOMPARE(bridge.health().snapshot().pending, 0);
+
+    // Stall watch: capture delivered at t = 102, AI audio demanded then, no output since.
+    std::vector<float> block(2048 * 2, 0.0f);
+    now = 102.0;
+    engine->pumpCapture(block.data(), 2048);
+    bridge.enqueue(slice(tone, 3, 0.5));
+    now = 105.0;
+    engine->pumpCapture(block.data(), 2048);
+    QVERIFY(!bridge.needsRestart());
+    now = 105.01;
+    QVERIFY(bridge.needsRestart()); // 3.01 s waiting with the output silent
+    render(1);                      // one measured output block clears it
+    QVERIFY(!bridge.needsRestart());
+    now = 108.2;
+    QVERIFY(bridge.needsRestart()); // and no capture for over 3 s is a stall too
+    bridge.stop();
+}
+
+void AudioBridgeTest::everyFailureReachesTheOwner()
+{
+    auto startError = [](Rig& rig, std::uint32_t in, std::uint32_t out, bool mac) {
+        AudioBridge bridge(rig.io, rig.system);
+        const Status failed = bridge.start(in, out, mac);
+        return failed ? failed->message() : QString();
+    };
+    {
+        Rig rig;
+        QCOMPARE(startError(rig, 99, kVoice, false),
+                 QStringLiteral("Périphérique audio indisponible."));
+        rig.io.device(kCall)->selectStatus = -10851;
+        QCOMPARE(startError(rig, kCall, kVoice, false),
+                 QStringLiteral("Impossible de sélectionner le périphérique audio (-10851)."));
+    }
+    {
+        Rig rig;
+        rig.io.device(kCall)->captureFormat = {0, 2};
+        QCOMPARE(startError(rig, kCall, kVoice, false),
+                 QStringLiteral("Format du microphone incompatible."));
+        rig.io.device(kCall)->captureFormat = {48000, 2};
+        rig.io.device(kVoice)->playbackFormat = {48000, 0};
+        QCOMPARE(startError(rig, kCall, kVoice, false),
+                 QStringLiteral("Le périphérique de sortie ne fournit pas de format audio "
+                                "utilisable."));
+    }
+    {
+        // In a conversation on the Mac the devices must still be the system defaults.
+        Rig rig;
+        const QString changed = QStringLiteral(
+            "Le périphérique audio du Mac a changé. Relancez la vérification audio du Mac.");
+        rig.system.defaults = {{dIn, kHeadsetMic}, {dOut, kMacSpeakers}};
+        QCOMPARE(startError(rig, kMacMic, kMacSpeakers, true), changed);
+        rig.system.defaults = {{dIn, kMacMic}, {dOut, kMacSpeakers}};
+        rig.system.readFailures.insert(dOut, -50);
+        QCOMPARE(startError(rig, kMacMic, kMacSpeakers, true), changed);
+        rig.system.readFailures.clear();
+        // A default id that the device list does not show as an input.
+        rig.system.defaults = {{dIn, kMacSpeakers}, {dOut, kMacSpeakers}};
+        QCOMPARE(startError(rig, kMacSpeakers, kMacSpeakers, true), changed);
+        QCOMPARE(rig.io.openCount(), 0);
+        rig.system.defaults = {{dIn, kMacMic}, {dOut, kMacSpeakers}};
+        rig.io.device(kMacMic)->echoError =
+            QStringLiteral("L’annulation d’écho n’a pas pu être activée (-1).");
+        QCOMPARE(startError(rig, kMacMic, kMacSpeakers, true),
+                 QStringLiteral("L’annulation d’écho n’a pas pu être activée (-1)."));
+    }
+    {
+        // A device that refuses to start: its error, and the bridge is left stopped.
+        Rig rig;
+        rig.io.device(kVoice)->startError = QStringLiteral("Le périphérique est occupé.");
+        AudioBridge bridge(rig.io, rig.system);
+        const Status failed = bridge.start(kCall, kVoice, false);
+        QVERIFY(failed);
+        QCOMPARE(failed->message(), QStringLiteral("Le périphérique est occupé."));
+        QVERIFY(!bridge.captureRunning() && !bridge.playbackRunning());
+        QVERIFY(!bridge.isTapped());
+        // No intervention without call audio.
+        const Status refused = bridge.startIntervention(kHeadsetMic, kHeadphones, kCall);
+        QVERIFY(refused);
+        QCOMPARE(refused->message(),
+                 QStringLiteral("Le son de l’appel doit fonctionner avant d’intervenir."));
+        QVERIFY(rig.system.writes.isEmpty());
+    }
+    {
+        // The manager's devices cannot be made the defaults: nothing is left changed.
+        Rig rig;
+        rig.io.threaded = false;
+        AudioBridge bridge(rig.io, rig.system);
+        QVERIFY(!bridge.start(kCall, kVoice, false));
+        rig.system.writeFailures.insert(dOut, -50);
+        const Status failed = bridge.startIntervention(kHeadsetMic, kHeadphones, kCall);
+        QVERIFY(failed);
+        QCOMPARE(
+            failed->message(),
+            QStringLiteral("Impossible de préparer le micro ou les haut-parleurs du Mac (-50)."));
+        QCOMPARE(rig.system.defaults.value(dIn), kMacMic);
+        QVERIFY(!bridge.monitorBridge());
+        QVERIFY(!bridge.interventionRoute().isPrepared());
+    }
+}
+
+void AudioBridgeTest::stoppedEnginesResumeUnlessTheFormatChanged()
+{
+    Rig rig;
+    AudioBridge bridge(rig.io, rig.system);
+    Received received;
+    bridge.onPCM = [&](const QByteArray& wire) { received.add(wire); };
+    QVERIFY(!bridge.start(kCall, kVoice, false));
+    QVERIFY(waitFor([&] { return received.size() > 0; }));
+    auto* engine = rig.io.lastEngine();
+
+    // Both running: nothing to resume, even though the device format changed meanwhile.
+    rig.io.device(kVoice)->playbackFormat = {48000, 2};
+    QVERIFY(!bridge.resumeStoppedEngines());
+    QCOMPARE(rig.io.openCount(), 1);
+    rig.io.device(kVoice)->playbackFormat = {44100, 2};
+
+    // The platform stops capture: a restart is needed, and a resume brings the sound back.
+    engine->platformStopCapture();
+    QVERIFY(bridge.needsRestart());
+    QVERIFY(!bridge.resumeStoppedEngines());
+    QVERIFY(bridge.captureRunning());
+    const qsizetype before = received.size();
+    QVERIFY(waitFor([&] { return received.size() > before; }));
+    QVERIFY(!bridge.needsRestart());
+    QCOMPARE(rig.io.openCount(), 1);
+
+    // It stops playback after changing its format: only a full start can rebuild the circuit.
+    rig.io.device(kVoice)->playbackFormat = {48000, 2};
+    engine->platformStopPlayback();
+    QVERIFY(bridge.needsRestart());
+    const Status failed = bridge.resumeStoppedEngines();
+    QVERIFY(failed);
+    QCOMPARE(failed->message(), QStringLiteral("macOS a modifié le format audio. Relancez la "
+                                               "vérification pour reconstruire le circuit."));
+    QVERIFY(!bridge.start(kCall, kVoice, false));
+    QVERIFY(!bridge.needsRestart());
+    QCOMPARE(bridge.mixerFormat(), std::optional<DeviceFormat>(DeviceFormat{48000, 2}));
+}
+
+void AudioBridgeTest::interventionConnectsTheManager()
+{
+    Rig rig;
+    AudioBridge bridge(rig.io, rig.system);
+    QVERIFY(!bridge.start(kCall, kVoice, false));
+    const QByteArray tone = ProbeTone::testTone(1000);
+    bridge.enqueue(slice(tone, 1, 3.0)); // the AI is speaking
+    QCOMPARE(bridge.health().snapshot().pending, 1);
+
+    const Status started = bridge.startIntervention(kHeadsetMic, kHeadphones, kCall);
+    QVERIFY2(!started, started ? qPrintable(started->message()) : "");
+    // The AI stops at once; the manager's devices became the defaults; the nested bridge
+    // runs on them as a conversation on the Mac.
+    QCOMPARE(bridge.health().snapshot().pending, 0);
+    QCOMPARE(rig.system.defaults.value(dIn), kHeadsetMic);
+    QCOMPARE(rig.system.defaults.value(dOut), kHeadphones);
+    QVERIFY(bridge.monitorBridge());
+    const auto& request = rig.io.lastEngine()->request();
+    QVERIFY(request.conversationOnComputer);
+    QCOMPARE(request.inputDeviceID, std::optional<std::uint32_t>(kHeadsetMic));
+    rig.io.clearPlayed(kVoice);
+    rig.io.clearPlayed(kHeadphones);
+
+    // The caller is heard in the headphones; the manager is heard in the call. (Measured once
+    // the jitter buffers between the two devices' clocks have settled.)
+    rig.io.feedTone(kCall, 733, 0.5, 2.0);
+    rig.io.feedTone(kHeadsetMic, 440, 0.3, 2.0);
+    QVERIFY(waitFor([&] { return rig.io.playedFrames(kHeadphones) > 48000 * 3 / 2; }, 6));
+    QVERIFY(waitFor([&] { return rig.io.playedFrames(kVoice) > 44100 * 3 / 2; }, 6));
+    const auto headphones = rig.io.playedChannel(kHeadphones, 0);
+    const auto call = rig.io.playedChannel(kVoice, 0);
+    const std::size_t heardAt = firstSound(headphones);
+    const std::size_t spokenAt = firstSound(call);
+    QVERIFY(heardAt < headphones.size() && spokenAt < call.size());
+    const double callerInEars = toneAmplitude(headphones, heardAt + 24000, 24000, 733, 48000);
+    const double managerInCall = toneAmplitude(call, spokenAt + 22050, 22050, 440, 44100);
+    const double aiInCall = toneAmplitude(call, spokenAt + 22050, 22050, 1000, 44100);
+    QVERIFY2(std::fabs(callerInEars - 0.5 * 0.85) < 0.02,
+             qPrintable(QString::number(callerInEars)));
+    QVERIFY(aiInCall < 0.001);
+    QVERIFY2(std::fabs(managerInCall - 0.3) < 0.02, qPrintable(QString::number(managerInCall)));
+
+    // A stalled nested bridge makes the whole bridge ask for a restart.
+    rig.io.lastEngine()->platformStopCapture();
+    QVERIFY(bridge.needsRestart());
+
+    bridge.stopIntervention();
+    QVERIFY(!bridge.monitorBridge());
+    QCOMPARE(rig.system.defaults.value(dIn), kMacMic);
+    QCOMPARE(rig.system.defaults.value(dOut), kMacSpeakers);
+    QCOMPARE(rig.io.engines().size(), 1);
+    QVERIFY(!bridge.needsRestart());
+    bridge.stop();
+}
+
+void AudioBridgeTest::conversationOnTheMacIsLimited()
+{
+    Rig rig;
+    AudioBridge bridge(rig.io, rig.system);
+    Received received;
+    bridge.onPCM = [&](const QByteArray& wire) { received.add(wire); };
+    // A quiet stretch, then a shout far over full scale.
+    std::vector<float> input(48000, 0.01f);
+    input.insert(input.end(), 48000, 1.7f);
+    rig.io.feed(kMacMic, input);
+    QVERIFY(!bridge.start(kMacMic, kMacSpeakers, true));
+    QVERIFY(rig.io.lastEngine()->isDuplex());
+    QVERIFY(waitFor([&] { return received.size() >= 48000 * 2; }, 5));
+    bridge.stop();
+    const QByteArray wire = received.all();
+    int peak = 0;
+    for (qsizetype i = 0; i + 1 < wire.size(); i += 2)
+        peak = std::max(peak, std::abs(int(readWire(wire.constData() + i))));
+    QCOMPARE(peak, 27852); // 0.85 of full scale, never more
+    QCOMPARE(bridge.routeDescription(),
+             QStringLiteral("entrée : Micro MacBook / sortie : Haut-parleurs MacBook · source : 1 "
+                            "canaux, 48000 Hz"));
+}
+
+QTEST_GUILESS_MAIN(AudioBridgeTest)
+#include "tst_audio_bridge.moc"
