@@ -7,6 +7,8 @@
 #                               default and the two virtual devices
 #   pulseaudio.sh stop [DIR]    stop that daemon and remove its runtime files
 #   pulseaudio.sh env [DIR]     print the shell exports that make clients use it
+#   pulseaudio.sh run -- CMD…   start a daemon in a new temporary DIR, run CMD with its
+#                               environment, stop it; exits with CMD's status
 #   pulseaudio.sh up            load the two virtual devices on the current server (the user's
 #                               or ours), leaving the default sink and source as they were
 #   pulseaudio.sh down          unload them again by index, defaults untouched
@@ -161,14 +163,30 @@ daemon_env() {
     echo "export PULSE_SERVER='unix:$dir/pulse/native'"
 }
 
+daemon_run() {
+    [ "${1:-}" = "--" ] && shift
+    [ $# -gt 0 ] || die "run needs a command"
+    local dir status=0
+    dir=$(mktemp -d "${TMPDIR:-/tmp}/vemira-pulse.XXXXXX")
+    daemon_start "$dir" >/dev/null
+    (use_daemon_in "$dir" && "$@") || status=$?
+    daemon_stop "$dir" >/dev/null
+    rm -rf "$dir"
+    return $status
+}
+
 case "${1:-}" in
+run)
+    shift
+    daemon_run "$@"
+    ;;
 start) daemon_start "${2:-}" ;;
 stop) daemon_stop "${2:-}" ;;
 env) daemon_env "${2:-}" ;;
 up) virtual_up ;;
 down) virtual_down ;;
 *)
-    echo "usage: $0 start|stop|env [DIR] | up|down" >&2
+    echo "usage: $0 start|stop|env [DIR] | run -- CMD... | up|down" >&2
     exit 2
     ;;
 esac

@@ -80,8 +80,8 @@ Status AudioRouteProbe::judge(const Circuit& circuit, const Observation& seen)
                           seen.playedFrames >= kMinimumFrames &&
                           seen.recordedFrames >= kMinimumFrames;
     if (!complete)
-        return AppError(incompleteMessage(circuit.deviceName, seen.flowStatus,
-                                          seen.recordedFrames));
+        return AppError(
+            incompleteMessage(circuit.deviceName, seen.flowStatus, seen.recordedFrames));
     if (seen.meteredSamples < ProbeTone::kMinimumSamples ||
         !(seen.amplitude > ProbeTone::kMinimumAmplitude))
         return AppError(silenceMessage(circuit.deviceName));
@@ -116,8 +116,8 @@ void AudioRouteProbe::startCircuit(int index)
     run.bridge = std::make_unique<AudioBridge>(m_io, m_system);
     run.bridge->onPCM = [meter = run.meter](const QByteArray& wire) { meter->append(wire); };
 
-    run.folder = std::make_unique<QTemporaryDir>(QDir::temp().filePath(
-        QStringLiteral("brelian-probe-XXXXXX")));
+    run.folder = std::make_unique<QTemporaryDir>(
+        QDir::temp().filePath(QStringLiteral("brelian-probe-XXXXXX")));
     if (!run.folder->isValid()) {
         complete(AppError(QStringLiteral("Impossible de créer le dossier temporaire du test "
                                          "audio.")));

@@ -68,6 +68,11 @@ bool PulseConnection::isReady() const
     return m_context && pa_context_get_state(m_context) == PA_CONTEXT_READY;
 }
 
+bool PulseConnection::isAlive() const
+{
+    return m_context && PA_CONTEXT_IS_GOOD(pa_context_get_state(m_context));
+}
+
 int PulseConnection::lastStatus() const
 {
     const int status = m_context ? pa_context_errno(m_context) : PA_ERR_INTERNAL;

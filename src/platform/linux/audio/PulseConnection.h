@@ -32,6 +32,8 @@ public:
 
     // Caller holds the lock. False once the server has gone away.
     bool isReady() const;
+    // Caller holds the lock. Connecting or ready.
+    bool isAlive() const;
     // Caller holds the lock: the context's latest error as a negative code.
     int lastStatus() const;
 
@@ -44,7 +46,7 @@ public:
     {
         TimedWait wait(*this, timeoutMs);
         while (!done()) {
-            if (wait.expired() || !isReady())
+            if (wait.expired() || !isAlive())
                 return false;
             pa_threaded_mainloop_wait(m_loop);
         }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <pulse/error.h>
+#include <pulse/timeval.h>
 #include <pulse/volume.h>
 
 namespace vemira::pulse {
@@ -136,6 +137,7 @@ Status PulseEngine::start(Direction& direction)
         pa_stream_set_state_callback(direction.stream, nullptr, nullptr);
         pa_stream_set_read_callback(direction.stream, nullptr, nullptr);
         pa_stream_set_write_callback(direction.stream, nullptr, nullptr);
+        pa_stream_set_started_callback(direction.stream, nullptr, nullptr);
         pa_stream_disconnect(direction.stream);
         pa_stream_unref(direction.stream);
         direction.stream = nullptr;
@@ -153,6 +155,7 @@ Status PulseEngine::start(Direction& direction)
         return streamFailure(m_connection->lastStatus());
     direction.stream = stream;
     direction.lost = false;
+    direction.flowing = false;
     pa_stream_set_state_callback(stream, &PulseEngine::onState, &direction);
 
     const auto flags =
@@ -183,6 +186,7 @@ Status PulseEngine::start(Direction& direction)
         pa_cvolume volume;
         pa_cvolume_set(&volume, direction.spec.channels, PA_VOLUME_NORM);
         pa_stream_set_write_callback(stream, &PulseEngine::onWrite, this);
+        pa_stream_set_started_callback(stream, &PulseEngine::onStarted, &direction);
         connected = pa_stream_connect_playback(stream, direction.target->name.constData(),
                                                &attributes, flags, &volume, nullptr);
     }
@@ -198,12 +202,16 @@ Status PulseEngine::start(Direction& direction)
         pa_stream_set_state_callback(stream, nullptr, nullptr);
         pa_stream_set_read_callback(stream, nullptr, nullptr);
         pa_stream_set_write_callback(stream, nullptr, nullptr);
+        pa_stream_set_started_callback(stream, nullptr, nullptr);
         pa_stream_disconnect(stream);
         pa_stream_unref(stream);
         direction.stream = nullptr;
         return streamFailure(status);
     }
     direction.running.store(true);
+    // Not flowing within the limit is no failure: the flow watchdog upstream judges that.
+    m_connection->waitUntil([&direction] { return direction.flowing || direction.lost; },
+                            warmUpLimitMs);
     return std::nullopt;
 }
 
@@ -218,9 +226,17 @@ void PulseEngine::stop(Direction& direction)
     pa_stream_set_state_callback(direction.stream, nullptr, nullptr);
     pa_stream_set_read_callback(direction.stream, nullptr, nullptr);
     pa_stream_set_write_callback(direction.stream, nullptr, nullptr);
+    pa_stream_set_started_callback(direction.stream, nullptr, nullptr);
     pa_stream_disconnect(direction.stream);
     pa_stream_unref(direction.stream);
     direction.stream = nullptr;
+}
+
+void PulseEngine::onStarted(pa_stream*, void* data)
+{
+    auto* direction = static_cast<Direction*>(data);
+    direction->flowing = true;
+    direction->engine->m_connection->wake();
 }
 
 void PulseEngine::onState(pa_stream* stream, void* data)
@@ -236,6 +252,10 @@ void PulseEngine::onState(pa_stream* stream, void* data)
 void PulseEngine::onRead(pa_stream* stream, std::size_t, void* data)
 {
     auto* engine = static_cast<PulseEngine*>(data);
+    if (!engine->m_capture.flowing) {
+        engine->m_capture.flowing = true;
+        engine->m_connection->wake();
+    }
     const std::size_t frameBytes = pa_frame_size(&engine->m_capture.spec);
     while (pa_stream_readable_size(stream) > 0) {
         const void* bytes = nullptr;

@@ -25,6 +25,11 @@ class PulseConnection;
 // ADJUST_LATENCY so the server sizes the device buffers to match. Streams stay connected
 // from start to stop (the whole conversation); a stream that dies with its device is not
 // moved elsewhere (DONT_MOVE): the owner sees it stop and decides.
+//
+// Warm-up: a sink that had no low-latency client (a null sink left idle renders two-second
+// blocks) makes a new stream wait up to about 1.7 s before the first sample moves. Each start
+// therefore returns only once samples flow (or after warmUpLimitMs), so the owner's timing
+// starts with a live device instead of losing the first seconds of a call.
 class PulseEngine final : public AudioEngine {
 public:
     struct Plan {
@@ -36,6 +41,7 @@ public:
 
     static constexpr int captureFragmentMs = 20;
     static constexpr int playbackTargetMs = 40;
+    static constexpr int warmUpLimitMs = 2500;
 
     // Connects this engine's own loop. Failure: a negative PulseAudio error code.
     static std::unique_ptr<PulseEngine> open(const Plan& plan, int* status);
@@ -69,7 +75,8 @@ private:
         DeviceFormat format;
         pa_stream* stream = nullptr;
         std::atomic<bool> running{false};
-        bool lost = false; // the stream died by itself; loop lock
+        bool lost = false;    // the stream died by itself; loop lock
+        bool flowing = false; // the device has moved samples since start; loop lock
         PulseEngine* engine = nullptr;
     };
 
@@ -80,6 +87,7 @@ private:
     std::optional<double> latencyOf(const Direction& direction) const;
 
     static void onState(pa_stream* stream, void* direction);
+    static void onStarted(pa_stream* stream, void* direction);
     static void onRead(pa_stream* stream, std::size_t bytes, void* engine);
     static void onWrite(pa_stream* stream, std::size_t bytes, void* engine);
     void deliver(const float* interleaved, int frames);

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <memory>
+
+// A private PulseAudio daemon with the two virtual call devices and a desk sink, started by
+// scripts/env/pulseaudio.sh in a fresh folder and used by this process through PULSE_SERVER.
+class PulseDaemon {
+public:
+    ~PulseDaemon();
+    // Empty on success, else what went wrong.
+    QString start();
+    void stop();
+
+    // Runs pactl against the daemon; the trimmed standard output, or a null string on failure.
+    QString pactl(const QStringList& arguments) const;
+    // Loads a null sink and returns its module index (or -1).
+    int loadNullSink(const QString& name, const QString& description, int rate, int channels) const;
+    bool unloadModule(int index) const;
+    QString defaultSink() const { return pactl({QStringLiteral("get-default-sink")}); }
+    QString defaultSource() const { return pactl({QStringLiteral("get-default-source")}); }
+    // Names of the streams currently connected (sink inputs and source outputs).
+    int streamCount() const;
+
+    QString folder() const { return m_folder ? m_folder->path() : QString(); }
+
+private:
+    QString script(const QString& command) const;
+    std::unique_ptr<QTemporaryDir> m_folder;
+    bool m_running = false;
+};

@@ -1,0 +1,222 @@
+// Device list, transport types and system defaults against a real PulseAudio daemon.
+#include "PulseDaemon.h"
+#include "audio/AudioSystem.h"
+#include "audio/MacAudioRoute.h"
+#include "platform/linux/audio/PulseDeviceTable.h"
+
+#include <QTest>
+
+using namespace vemira;
+
+namespace {
+const QString callSink = QStringLiteral("com.brelian.audio.call");
+const QString voiceSink = QStringLiteral("com.brelian.audio.voice");
+const QString deskSink = QStringLiteral("vemira.desk");
+
+std::optional<SoundDevice> byUID(const QList<SoundDevice>& devices, const QString& uid)
+{
+    for (const SoundDevice& device : devices) {
+        if (device.uid == uid)
+            return device;
+    }
+    return std::nullopt;
+}
+} // namespace
+
+class PulseDevicesTest : public QObject {
+    Q_OBJECT
+
+private:
+    PulseDaemon m_daemon;
+    std::unique_ptr<AudioSystem> m_system;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        const QString failure = m_daemon.start();
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+        m_system = createPlatformAudioSystem();
+    }
+
+    void cleanupTestCase() { m_daemon.stop(); }
+
+    // The virtual devices are duplex, named as the phone application shows them, recognised
+    // by uid; ids survive a reload of the device.
+    void listsTheVirtualDevicesAsOneDuplexDeviceEach()
+    {
+        const QList<SoundDevice> devices = m_system->devices();
+        QCOMPARE(devices.size(), 3); // desk, call, voice: monitors are folded into their sinks
+        const std::optional<BrelianDevices::Pair> pair = BrelianDevices::pair(devices);
+        QVERIFY(pair);
+        QCOMPARE(pair->call.uid, BrelianDevices::callUID());
+        QCOMPARE(pair->call.name, QStringLiteral("Brelian — Appel vers IA"));
+        QCOMPARE(pair->voice.name, QStringLiteral("Brelian — IA vers appel"));
+        QVERIFY(pair->call.input && pair->call.output && pair->voice.input && pair->voice.output);
+        QVERIFY(pair->call.id != 0 && pair->call.id != pair->voice.id);
+        QCOMPARE(m_system->transportType(pair->call.id), AudioTransport::virtualDevice);
+        QCOMPARE(m_system->transportType(12345u), std::nullopt);
+
+        // A device unloaded and loaded again keeps its id, and the list its order.
+        const int module = m_daemon.loadNullSink(QStringLiteral("vemira.extra"),
+                                                 QStringLiteral("Casque USB"), 44100, 1);
+        QVERIFY(module >= 0);
+        const std::optional<SoundDevice> extra =
+            byUID(m_system->devices(), QStringLiteral("vemira.extra"));
+        QVERIFY(extra);
+        QCOMPARE(extra->name, QStringLiteral("Casque USB"));
+        QVERIFY(m_daemon.unloadModule(module));
+        QVERIFY(!byUID(m_system->devices(), QStringLiteral("vemira.extra")));
+        const int again = m_daemon.loadNullSink(QStringLiteral("vemira.extra"),
+                                                QStringLiteral("Casque USB"), 44100, 1);
+        QCOMPARE(byUID(m_system->devices(), QStringLiteral("vemira.extra")), extra);
+        QVERIFY(m_daemon.unloadModule(again));
+        QCOMPARE(m_system->devices(), devices);
+    }
+
+    // What the server flags as hardware is listed as it is: a loudspeaker's monitor is no
+    // microphone, and only the machine's own card counts as built-in.
+    void mapsServerEndpointsToDevices()
+    {
+        using namespace vemira::pulse;
+        auto endpoint = [](std::uint32_t index, const char* name, bool hardware, const char* bus) {
+            ServerEndpoint e;
+            e.index = index;
+            e.name = name;
+            e.description = QString::fromLatin1(name).toUpper();
+            e.hardware = hardware;
+            e.bus = bus;
+            e.spec = pa_sample_spec{PA_SAMPLE_S16LE, 48000, 2};
+            pa_channel_map_init_stereo(&e.channelMap);
+            return e;
+        };
+        ServerEndpoint speakers = endpoint(0, "alsa_output.pci", true, "pci");
+        speakers.monitorName = "alsa_output.pci.monitor";
+        ServerEndpoint cable = endpoint(1, "cable", false, "");
+        cable.monitorName = "cable.monitor";
+        ServerEndpoint headset = endpoint(2, "bluez_sink.headset", true, "bluetooth");
+        headset.monitorName = "bluez_sink.headset.monitor";
+        ServerEndpoint speakersMonitor = endpoint(10, "alsa_output.pci.monitor", false, "pci");
+        speakersMonitor.monitorOf = 0;
+        ServerEndpoint cableMonitor = endpoint(11, "cable.monitor", false, "");
+        cableMonitor.monitorOf = 1;
+        ServerEndpoint microphone = endpoint(12, "alsa_input.pci", true, "pci");
+        ServerEndpoint webcam = endpoint(13, "alsa_input.usb", true, "usb");
+        ServerEndpoint lineIn = endpoint(14, "alsa_input.hdmi", true, "");
+
+        const DeviceTable table = DeviceTable::build(
+            {speakers, cable, headset}, {speakersMonitor, cableMonitor, microphone, webcam, lineIn},
+            "cable", "cable.monitor");
+        const QList<SoundDevice> devices = table.devices();
+        QStringList uids;
+        for (const SoundDevice& device : devices)
+            uids << device.uid;
+        QCOMPARE(uids, QStringList(
+                           {QStringLiteral("alsa_output.pci"), QStringLiteral("cable"),
+                            QStringLiteral("bluez_sink.headset"), QStringLiteral("alsa_input.pci"),
+                            QStringLiteral("alsa_input.usb"), QStringLiteral("alsa_input.hdmi")}));
+        QVERIFY(devices[0].output && !devices[0].input); // speakers: output only
+        QVERIFY(devices[1].output && devices[1].input);  // the cable: both ways
+        QVERIFY(devices[3].input && !devices[3].output);
+        const QList<std::uint32_t> transports = {
+            table.entries[0].transport, table.entries[1].transport, table.entries[2].transport,
+            table.entries[3].transport, table.entries[4].transport, table.entries[5].transport};
+        QCOMPARE(transports,
+                 (QList<std::uint32_t>{AudioTransport::builtIn, AudioTransport::virtualDevice,
+                                       AudioTransport::bluetooth, AudioTransport::builtIn,
+                                       AudioTransport::usb, AudioTransport::unknown}));
+        // The default source is the cable's monitor: that is the cable device.
+        QCOMPARE(table.idForSource("cable.monitor"), devices[1].id);
+        QCOMPARE(table.idForSink("cable"), devices[1].id);
+        QCOMPARE(table.entries[1].capture->name, QByteArray("cable.monitor"));
+    }
+
+    // Defaults are read and written by id; a write touches only its own selector, a failure
+    // carries the exact sentence and the server's status.
+    void readsAndWritesTheSystemDefaults()
+    {
+        const QList<SoundDevice> devices = m_system->devices();
+        const std::optional<BrelianDevices::Pair> pair = BrelianDevices::pair(devices);
+        const SoundDevice desk = *byUID(devices, deskSink);
+        QVERIFY(pair);
+        QCOMPARE(m_system->readDefault(AudioSelector::defaultOutput).value(), desk.id);
+        QCOMPARE(m_system->readDefault(AudioSelector::defaultInput).value(), desk.id);
+
+        QVERIFY(!m_system->writeDefault(AudioSelector::defaultOutput, pair->voice.id));
+        QCOMPARE(m_daemon.defaultSink(), voiceSink);
+        QCOMPARE(m_daemon.defaultSource(), deskSink + QStringLiteral(".monitor"));
+        QVERIFY(!m_system->writeDefault(AudioSelector::defaultInput, pair->call.id));
+        QCOMPARE(m_daemon.defaultSource(), callSink + QStringLiteral(".monitor"));
+        QCOMPARE(m_daemon.defaultSink(), voiceSink);
+        QCOMPARE(m_system->readDefault(AudioSelector::defaultInput).value(), pair->call.id);
+
+        // Someone else changes the default: we read theirs.
+        m_daemon.pactl({QStringLiteral("set-default-sink"), deskSink});
+        QCOMPARE(m_system->readDefault(AudioSelector::defaultOutput).value(), desk.id);
+
+        const Status unknown = m_system->writeDefault(AudioSelector::defaultOutput, 42u);
+        QVERIFY(unknown);
+        QCOMPARE(
+            unknown->message(),
+            QStringLiteral("Impossible de préparer le micro ou les haut-parleurs du Mac (-5)."));
+        QCOMPARE(m_daemon.defaultSink(), deskSink);
+
+        m_daemon.pactl(
+            {QStringLiteral("set-default-source"), deskSink + QStringLiteral(".monitor")});
+    }
+
+    // A route changes both defaults and puts back only what is still as it left it.
+    void restoreLeavesADefaultTheUserChangedAlone()
+    {
+        const QList<SoundDevice> devices = m_system->devices();
+        const std::optional<BrelianDevices::Pair> pair = BrelianDevices::pair(devices);
+        QVERIFY(pair);
+        MacAudioRoute route(*m_system);
+        QVERIFY(!route.prepare(pair->call.id, pair->voice.id));
+        QCOMPARE(route.previous().size(), 2);
+        QCOMPARE(m_daemon.defaultSource(), callSink + QStringLiteral(".monitor"));
+        QCOMPARE(m_daemon.defaultSink(), voiceSink);
+
+        // The user picks another output meanwhile.
+        m_daemon.pactl({QStringLiteral("set-default-sink"), callSink});
+        route.restore();
+        QCOMPARE(m_daemon.defaultSink(), callSink);
+        QCOMPARE(m_daemon.defaultSource(), deskSink + QStringLiteral(".monitor"));
+        QVERIFY(route.previous().isEmpty());
+        m_daemon.pactl({QStringLiteral("set-default-sink"), deskSink});
+
+        // No built-in card on this server: the built-in pick refuses, changing nothing.
+        const Status builtIn = route.prepare(devices, *m_system);
+        QVERIFY(builtIn);
+        QCOMPARE(builtIn->message(), MacAudioRoute::builtInMissingMessage());
+        QCOMPARE(m_daemon.defaultSink(), deskSink);
+    }
+
+    // Without a server, reads and writes fail with their sentences, and the list is empty.
+    void failsWithTheSentencesWhenTheServerIsGone()
+    {
+        const QByteArray saved = qgetenv("PULSE_SERVER");
+        qputenv("PULSE_SERVER", "unix:" + QByteArray(m_daemon.folder().toLocal8Bit()) + "/none");
+        std::unique_ptr<AudioSystem> orphan = createPlatformAudioSystem();
+        QVERIFY(orphan->devices().isEmpty());
+        const Result<std::uint32_t> read = orphan->readDefault(AudioSelector::defaultInput);
+        QVERIFY(!read);
+        QCOMPARE(read.error().message(),
+                 QStringLiteral("Impossible de lire le réglage audio du Mac (-6)."));
+        const Status write = orphan->writeDefault(AudioSelector::defaultOutput, 1u);
+        QVERIFY(write);
+        QCOMPARE(
+            write->message(),
+            QStringLiteral("Impossible de préparer le micro ou les haut-parleurs du Mac (-6)."));
+        qputenv("PULSE_SERVER", saved);
+
+        // And a system that lost its server picks up the new one by itself.
+        QVERIFY(!m_system->devices().isEmpty());
+        m_daemon.stop();
+        QVERIFY(m_system->devices().isEmpty());
+        QVERIFY(m_daemon.start().isEmpty());
+        QCOMPARE(m_system->devices().size(), 3);
+    }
+};
+
+QTEST_GUILESS_MAIN(PulseDevicesTest)
+#include "tst_pulse_devices.moc"
