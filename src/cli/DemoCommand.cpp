@@ -1,0 +1,462 @@
+// `vemira demo`: the whole product on one machine, from nothing. A private audio server with
+// the virtual call devices, a virtual display with its accessibility bus, a test softphone
+// and a stand-in for the realtime service are started; Vemira is armed, the softphone rings,
+// Vemira answers and takes the caller's message; then the saved record is shown and
+// everything started is stopped again.
+#include "Command.h"
+#include "DemoEnvironment.h"
+#include "SessionLogPrinter.h"
+#include "app/AppDependencies.h"
+#include "app/AppModel.h"
+#include "records/APIKeyStore.h"
+#include "records/DataFolder.h"
+#include "records/Settings.h"
+#include "records/TranscriptDocument.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+#include <QTextStream>
+#include <QTimer>
+#include <algorithm>
+#include <optional>
+#include <sys/resource.h>
+#include <time.h>
+
+namespace vemira {
+
+namespace {
+
+constexpr double kDemoBudgetSeconds = 115;
+const char* const kSoftphoneName = "Softphone de test";
+
+qint64 monotonicNs()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return qint64(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
+}
+
+double cpuSecondsOfThisProcess()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// Runs the event loop until `done` holds or the time is up; false on time-out.
+bool waitUntil(const std::function<bool()>& done, double seconds)
+{
+    const QDeadlineTimer deadline(qint64(seconds * 1000));
+    while (!done()) {
+        if (deadline.hasExpired())
+            return false;
+        QEventLoop loop;
+        QTimer::singleShot(50, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    return true;
+}
+
+QJsonObject readJson(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QJsonDocument::fromJson(file.readAll()).object();
+}
+
+// Added latency each way, from the marks the softphone and the stand-in left behind.
+struct LatencyFigures {
+    QList<double>
+        callerToAI; // ms: caller sample handed to the audio server → its bytes at the stand-in
+    QList<double>
+        aiToCaller; // ms: the stand-in's first audio delta → its first sample at the softphone
+
+    static LatencyFigures from(const QJsonObject& softphone, const QJsonObject& standin)
+    {
+        LatencyFigures figures;
+        QJsonObject conversation;
+        for (const QJsonValue& session : standin.value(QStringLiteral("sessions")).toArray()) {
+            if (session.toObject().contains(QStringLiteral("greetRequested")))
+                conversation = session.toObject();
+        }
+        const QJsonArray spoken = softphone.value(QStringLiteral("callerLines")).toArray();
+        const QJsonArray arrived = conversation.value(QStringLiteral("callerOnsets")).toArray();
+        for (qsizetype i = 0; i < std::min(spoken.size(), arrived.size()); ++i) {
+            // From the hand-over to the audio server: this includes the softphone's own playback
+            // buffer, so it overstates Vemira's share a little rather than understate it.
+            const double written = spoken.at(i)[QStringLiteral("onsetWritten")].toDouble();
+            figures.callerToAI.append(
+                (arrived.at(i)[QStringLiteral("arrived")].toDouble() - written) / 1e6);
+        }
+        const QJsonArray heard = softphone.value(QStringLiteral("heardStarts")).toArray();
+        for (const QJsonValue& response :
+             conversation.value(QStringLiteral("responses")).toArray()) {
+            // The line's first loud sample left the stand-in with the first delta, in effect.
+            const double sent = response[QStringLiteral("firstDeltaSent")].toDouble() +
+                                response[QStringLiteral("onsetSample")].toDouble() / 24000.0 * 1e9;
+            for (const QJsonValue& start : heard) {
+                const double at = start[QStringLiteral("at")].toDouble();
+                if (at >= sent - 5e6) {
+                    figures.aiToCaller.append((at - sent) / 1e6);
+                    break;
+                }
+            }
+        }
+        return figures;
+    }
+
+    static QString summary(const QList<double>& values)
+    {
+        if (values.isEmpty())
+            return QStringLiteral("non mesurée");
+        double sum = 0;
+        for (double v : values)
+            sum += v;
+        const double worst = *std::max_element(values.begin(), values.end());
+        return QStringLiteral("%1 ms en moyenne, %2 ms au plus (%3 mesures)")
+            .arg(sum / double(values.size()), 0, 'f', 0)
+            .arg(worst, 0, 'f', 0)
+            .arg(values.size());
+    }
+
+    static QJsonArray json(const QList<double>& values)
+    {
+        QJsonArray array;
+        for (double v : values)
+            array.append(v);
+        return array;
+    }
+};
+
+class Demo {
+public:
+    Demo(QString folder, QTextStream& out)
+        : m_folder(std::move(folder)), m_out(out),
+          m_environment(m_folder, [this](const QString& text) { say(text); })
+    {
+        m_clock.start();
+    }
+
+    int run(const QString& reportPath)
+    {
+        const int code = runScenario();
+        m_report.insert(QStringLiteral("exitCode"), code);
+        m_report.insert(QStringLiteral("folder"), m_folder);
+        if (!reportPath.isEmpty()) {
+            QSaveFile file(reportPath);
+            if (file.open(QIODevice::WriteOnly)) {
+                file.write(QJsonDocument(m_report).toJson());
+                file.commit();
+            }
+        }
+        return code;
+    }
+
+private:
+    void say(const QString& text)
+    {
+        m_out << QStringLiteral("[%1 s] ").arg(double(m_clock.elapsed()) / 1000.0, 5, 'f', 1)
+              << text << Qt::endl;
+    }
+
+    int failWith(const QString& message)
+    {
+        m_out << QStringLiteral("Échec de la démonstration : ") << message << Qt::endl;
+        m_report.insert(QStringLiteral("failure"), message);
+        return 1;
+    }
+
+    double remaining() const { return kDemoBudgetSeconds - double(m_clock.elapsed()) / 1000.0; }
+
+    int runScenario()
+    {
+        const QString softphone =
+            findDemoProgram(QStringLiteral("vemira-test-softphone"), "VEMIRA_SOFTPHONE");
+        const QString standin =
+            findDemoProgram(QStringLiteral("vemira-realtime-standin"), "VEMIRA_STANDIN");
+        if (softphone.isEmpty() || standin.isEmpty()) {
+            return failWith(
+                QStringLiteral("le softphone de test ou le service IA simulé est introuvable. "
+                               "Construisez le projet avec ses tests (bash scripts/demo.sh)."));
+        }
+        say(QStringLiteral("Dossier de la démonstration : %1").arg(m_folder));
+        if (Status failure = m_environment.start())
+            return failWith(failure->message());
+        m_environment.applyToThisProcess();
+
+        const int code = runWithEnvironment(softphone, standin);
+        say(QStringLiteral("Arrêt de ce que la démonstration a démarré…"));
+        m_environment.stop();
+        return code;
+    }
+
+    int runWithEnvironment(const QString& softphoneProgram, const QString& standinProgram)
+    {
+        const QString standinMarks = QDir(m_folder).filePath(QStringLiteral("standin-marks.json"));
+        const QString softphoneMarks =
+            QDir(m_folder).filePath(QStringLiteral("softphone-marks.json"));
+        m_report.insert(QStringLiteral("standinMarks"), standinMarks);
+        m_report.insert(QStringLiteral("softphoneMarks"), softphoneMarks);
+
+        say(QStringLiteral("Démarrage du service IA simulé (WebSocket local)…"));
+        QProcess* standin = m_environment.spawn(
+            standinProgram, {QStringLiteral("--marks"), standinMarks}, m_environment.environment());
+        QByteArray banner;
+        waitUntil(
+            [&] {
+                banner += standin->readAllStandardOutput();
+                return banner.contains('\n') || standin->state() == QProcess::NotRunning;
+            },
+            10);
+        const qsizetype at = banner.indexOf("LISTENING ");
+        if (at < 0)
+            return failWith(QStringLiteral("le service IA simulé n’a pas démarré."));
+        const QByteArray url = banner.mid(at + 10).trimmed();
+        qputenv("VEMIRA_REALTIME_URL", url);
+        say(QStringLiteral("Service IA simulé à l’écoute sur %1").arg(QString::fromLatin1(url)));
+
+        say(QStringLiteral("Démarrage du softphone de test…"));
+        QProcessEnvironment phoneEnv = m_environment.environment();
+        phoneEnv.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
+        phoneEnv.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        QProcess* softphone = m_environment.spawn(
+            softphoneProgram,
+            {QStringLiteral("--call-sink"), DemoEnvironment::callSink(),
+             QStringLiteral("--voice-source"),
+             DemoEnvironment::voiceSink() + QStringLiteral(".monitor"), QStringLiteral("--marks"),
+             softphoneMarks, QStringLiteral("--recording"),
+             QDir(m_folder).filePath(QStringLiteral("softphone-heard.raw")),
+             QStringLiteral("--ring-on-stdin")},
+            phoneEnv);
+
+        const QString dataFolder = QDir(m_folder).filePath(QStringLiteral("Brelian"));
+        const QString settingsFile = QDir(m_folder).filePath(QStringLiteral("vemira.ini"));
+        if (Status failure = prepareVemira(dataFolder, settingsFile))
+            return failWith(failure->message());
+        m_report.insert(QStringLiteral("dataFolder"), dataFolder);
+
+        // Vemira itself, with the platform's real parts, in this process.
+        qputenv("VEMIRA_PHONE_APPS", kSoftphoneName);
+        AppDependencies deps = createPlatformDependencies();
+        deps.dataFolder = dataFolder;
+        deps.settingsFile = settingsFile;
+        if (!deps.phoneApplications.contains(QLatin1String(kSoftphoneName)))
+            deps.phoneApplications.append(QLatin1String(kSoftphoneName));
+        AppModel model(std::move(deps));
+        SessionLogPrinter printer(model, m_out, QStringLiteral("        Vemira · "));
+        return converse(model, softphone);
+    }
+
+    // What a user sets once in the interface: the virtual devices, the business, a key.
+    static Status prepareVemira(const QString& dataFolder, const QString& settingsFile)
+    {
+        Settings settings(settingsFile);
+        Settings::Group group = settings.group();
+        group.inputUID = DemoEnvironment::callSink();
+        group.outputUID = DemoEnvironment::voiceSink();
+        group.company = QStringLiteral("Plomberie Martin");
+        settings.saveGroup(group);
+        settings.setRecordingEnabled(true);
+        // The stand-in accepts any key; a real one never leaves the provider's account.
+        if (Status failure = LocalKeyStore(DataFolder(dataFolder).credentialsFolder())
+                                 .save(QStringLiteral("sk-demonstration-locale")))
+            return failure;
+        settings.setKeySaved(true);
+        settings.sync();
+        return std::nullopt;
+    }
+
+    int converse(AppModel& model, QProcess* softphone)
+    {
+        // The softphone plays into and listens on the virtual devices by construction: that is
+        // the audio routing the guided setup would have confirmed.
+        model.setRoutingConfirmed(true);
+        say(QStringLiteral("Activation du standard (vérifications et connexion IA)…"));
+        model.toggleArmed();
+        if (!waitUntil(
+                [&] { return model.armed() || (!model.error().isEmpty() && !model.checkingAI()); },
+                20) ||
+            !model.armed()) {
+            return failWith(model.error().isEmpty()
+                                ? QStringLiteral("le standard ne s’est pas activé.")
+                                : model.error());
+        }
+        say(model.status() + QStringLiteral(" — ") + model.detail());
+
+        // Give the softphone's window time to appear on the accessibility bus.
+        waitUntil([] { return false; }, 1.5);
+        if (softphone->state() != QProcess::Running)
+            return failWith(
+                QStringLiteral("le softphone de test s’est arrêté (voir %1).").arg(m_folder));
+        say(QStringLiteral("Le softphone de test sonne…"));
+        softphone->write("ring\n");
+
+        if (!waitUntil([&] { return model.busy(); }, 20))
+            return failWith(QStringLiteral("Vemira n’a pas pris l’appel."));
+        say(QStringLiteral("%1 — %2").arg(model.status(), model.detail()));
+        if (!waitUntil([&] { return model.connected() || !model.busy(); }, 20) ||
+            !model.connected())
+            return failWith(model.error().isEmpty()
+                                ? QStringLiteral("la conversation n’a pas démarré.")
+                                : model.error());
+        const double cpuStart = cpuSecondsOfThisProcess();
+        const qint64 wallStart = monotonicNs();
+        say(QStringLiteral("Appel décroché, conversation en cours…"));
+
+        QString lastProgress;
+        const bool ended = waitUntil(
+            [&] {
+                const QString progress =
+                    QStringLiteral("%1 lignes de transcription · %2")
+                        .arg(model.current() ? model.current()->transcript.size() : 0)
+                        .arg(model.conversationUsage().label());
+                if (model.busy() && progress != lastProgress) {
+                    lastProgress = progress;
+                    say(progress);
+                }
+                return !model.busy();
+            },
+            std::max(5.0, remaining() - 10));
+        const double cpuSeconds = cpuSecondsOfThisProcess() - cpuStart;
+        const double wallSeconds = double(monotonicNs() - wallStart) / 1e9;
+        if (!ended) {
+            model.finish();
+            return failWith(QStringLiteral("la conversation ne s’est pas terminée à temps."));
+        }
+        say(QStringLiteral(
+            "Conversation terminée, enregistrement audio en cours de finalisation…"));
+        waitUntil([&] { return model.finalizingRecordings().isEmpty(); }, 10);
+        return present(model, cpuSeconds, wallSeconds);
+    }
+
+    int present(AppModel& model, double cpuSeconds, double wallSeconds)
+    {
+        if (model.records().isEmpty())
+            return failWith(QStringLiteral("aucune conversation n’a été enregistrée."));
+        const CallRecord& record = model.records().first();
+        const QLocale french(QLocale::French, QLocale::France);
+        m_out << Qt::endl
+              << QStringLiteral("──── Transcription enregistrée ────") << Qt::endl
+              << transcriptDocument(record, french) << Qt::endl
+              << QStringLiteral("───────────────────────────────────") << Qt::endl;
+        const QString usage =
+            record.usage ? record.usage->label() : QStringLiteral("aucune consommation relevée");
+        m_out << QStringLiteral("Consommation : ") << usage << Qt::endl;
+        const QString recording =
+            record.recordingFile ? QDir(model.recordingsFolder()).filePath(*record.recordingFile)
+                                 : QString();
+        if (!recording.isEmpty())
+            m_out << QStringLiteral("Enregistrement : ") << recording << Qt::endl;
+        else
+            m_out << QStringLiteral("Enregistrement : ")
+                  << record.recordingError.value_or(QStringLiteral("aucun")) << Qt::endl;
+
+        const LatencyFigures latency = LatencyFigures::from(
+            readJson(m_report.value(QStringLiteral("softphoneMarks")).toString()),
+            readJson(m_report.value(QStringLiteral("standinMarks")).toString()));
+        const double cpuShare = wallSeconds > 0 ? cpuSeconds / wallSeconds * 100.0 : 0;
+        m_out
+            << QStringLiteral("Latence ajoutée, appelant → IA : ")
+            << LatencyFigures::summary(latency.callerToAI) << Qt::endl
+            << QStringLiteral("Latence ajoutée, IA → appelant : ")
+            << LatencyFigures::summary(latency.aiToCaller) << Qt::endl
+            << QStringLiteral(
+                   "Processeur utilisé par Vemira pendant l’appel : %1 % d’un cœur (%2 s sur %3 s)")
+                   .arg(cpuShare, 0, 'f', 1)
+                   .arg(cpuSeconds, 0, 'f', 2)
+                   .arg(wallSeconds, 0, 'f', 1)
+            << Qt::endl;
+
+        m_report.insert(QStringLiteral("recordId"), uuidText(record.id));
+        m_report.insert(QStringLiteral("recording"), recording);
+        m_report.insert(QStringLiteral("usageLabel"), usage);
+        m_report.insert(QStringLiteral("cpuSeconds"), cpuSeconds);
+        m_report.insert(QStringLiteral("callSeconds"), wallSeconds);
+        m_report.insert(QStringLiteral("cpuPercentOfOneCore"), cpuShare);
+        m_report.insert(QStringLiteral("callerToAIms"), LatencyFigures::json(latency.callerToAI));
+        m_report.insert(QStringLiteral("aiToCallerMs"), LatencyFigures::json(latency.aiToCaller));
+        say(QStringLiteral("Démonstration réussie."));
+        return 0;
+    }
+
+    QString m_folder;
+    QTextStream& m_out;
+    QElapsedTimer m_clock;
+    DemoEnvironment m_environment;
+    QJsonObject m_report;
+};
+
+} // namespace
+
+int runDemoCommand(const QStringList& arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Démonstration complète de Vemira sur cette machine"));
+    const QCommandLineOption folder(
+        QStringLiteral("folder"),
+        QStringLiteral("Dossier de travail (par défaut : un nouveau dossier temporaire)."),
+        QStringLiteral("dir"));
+    const QCommandLineOption report(QStringLiteral("report"),
+                                    QStringLiteral("Fichier JSON où écrire le bilan chiffré."),
+                                    QStringLiteral("file"));
+    parser.addOptions({folder, report});
+    QStringList withProgram = arguments;
+    withProgram.prepend(QStringLiteral("vemira demo"));
+    if (!parser.parse(withProgram) || !parser.positionalArguments().isEmpty())
+        return cli::fail(
+            parser.errorText().isEmpty()
+                ? QStringLiteral("Usage : vemira demo [--folder DOSSIER] [--report FICHIER]")
+                : parser.errorText(),
+            cli::UsageError);
+    QString dir = parser.value(folder);
+    if (dir.isEmpty()) {
+        dir = QDir::temp().filePath(
+            QStringLiteral("vemira-demo-") +
+            QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss")));
+    }
+    Demo demo(QDir(dir).absolutePath(), cli::out());
+    return demo.run(parser.value(report));
+}
+
+namespace cli {
+
+void registerDemoCommands(CommandTable& table)
+{
+    table.add(
+        {QStringLiteral("demo"), QStringLiteral("[--folder DOSSIER] [--report FICHIER]"),
+         QStringLiteral(
+             "Démonstration complète : un appel de test pris par Vemira, de bout en bout"),
+         QStringLiteral(
+             "Démarre ce qui manque (PulseAudio et ses appareils virtuels, un écran Xvfb, D-Bus "
+             "et\n"
+             "le bus d’accessibilité, un softphone de test, un service IA simulé), active le\n"
+             "standard, fait sonner le softphone et suit la conversation. À la fin : la\n"
+             "transcription enregistrée, la consommation, le chemin de l’enregistrement audio et\n"
+             "les mesures de latence et de processeur ; tout ce qui a été démarré est arrêté.\n"
+             "Rien de votre session ni de vos appels n’est touché : tout reste dans DOSSIER.\n\n"
+             "  --folder DOSSIER   dossier de travail (par défaut : un nouveau dossier "
+             "temporaire)\n"
+             "  --report FICHIER   bilan chiffré au format JSON"),
+         &runDemoCommand});
+}
+
+namespace {
+const CommandRegistrar registrar(&registerDemoCommands);
+} // namespace
+
+} // namespace cli
+
+} // namespace vemira

@@ -1,0 +1,149 @@
+// `vemira standby`: the receptionist without a window. It arms itself after the usual checks,
+// answers the calls of the softphone found through the accessibility bus, prints the session
+// log as it goes, and on Ctrl-C ends any conversation cleanly, its record saved.
+#include "Command.h"
+#include "SessionLogPrinter.h"
+#include "app/AppDependencies.h"
+#include "app/AppModel.h"
+#include "audio/SoundDevice.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QTextStream>
+#include <QTimer>
+#include <atomic>
+#include <csignal>
+
+namespace vemira {
+
+namespace {
+
+std::atomic<bool> g_stopRequested{false};
+
+extern "C" void requestStop(int)
+{
+    g_stopRequested = true;
+}
+
+// Without the interface's guided setup, the phone circuit is the virtual device pair: the
+// softphone is expected to play into the call device and to use the voice device as its
+// microphone.
+void chooseVirtualDevices(AppModel& model, QTextStream& out)
+{
+    model.refresh();
+    const auto pair = BrelianDevices::pair(model.devices());
+    if (!pair) {
+        out << QStringLiteral("Les appareils audio virtuels « Brelian » sont introuvables "
+                              "(scripts/env/pulseaudio.sh up les crée).")
+            << Qt::endl;
+        return;
+    }
+    if (model.inputUID().isEmpty() || model.outputUID().isEmpty()) {
+        model.setInputUID(pair->call.uid);
+        model.setOutputUID(pair->voice.uid);
+        model.saveSettings();
+    }
+    if (model.inputUID() == pair->call.uid && model.outputUID() == pair->voice.uid)
+        model.setRoutingConfirmed(true);
+    out << QStringLiteral("Circuit d’appel : le softphone joue l’appel vers « %1 » et prend « %2 » "
+                          "comme micro.")
+               .arg(pair->call.name, pair->voice.name)
+        << Qt::endl;
+}
+
+} // namespace
+
+int runStandbyCommand(const QStringList& arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Standard Vemira sans fenêtre"));
+    const QCommandLineOption phoneApp(
+        QStringLiteral("phone-app"),
+        QStringLiteral("Nom d’une application de téléphonie à surveiller en plus."),
+        QStringLiteral("name"));
+    parser.addOption(phoneApp);
+    QStringList withProgram = arguments;
+    withProgram.prepend(QStringLiteral("vemira standby"));
+    if (!parser.parse(withProgram) || !parser.positionalArguments().isEmpty())
+        return cli::fail(parser.errorText().isEmpty()
+                             ? QStringLiteral("Usage : vemira standby [--phone-app NOM]…")
+                             : parser.errorText(),
+                         cli::UsageError);
+    QTextStream& out = cli::out();
+
+    AppDependencies deps = createPlatformDependencies();
+    for (const QString& name : parser.values(phoneApp)) {
+        if (!deps.phoneApplications.contains(name, Qt::CaseInsensitive))
+            deps.phoneApplications.append(name);
+    }
+    AppModel model(std::move(deps));
+    SessionLogPrinter printer(model, out);
+    chooseVirtualDevices(model, out);
+
+    out << QStringLiteral("Vérifications et connexion IA…") << Qt::endl;
+    model.toggleArmed();
+    for (const QString& issue : model.readinessIssues())
+        out << QStringLiteral("À faire : ") << issue << Qt::endl;
+
+    std::signal(SIGINT, requestStop);
+    std::signal(SIGTERM, requestStop);
+    int exitCode = 0;
+    bool wasArmed = false;
+    bool stopping = false;
+    QTimer watch;
+    QObject::connect(&watch, &QTimer::timeout, &model, [&] {
+        if (model.armed() && !wasArmed) {
+            wasArmed = true;
+            out << model.status() << QStringLiteral(" — ") << model.detail() << Qt::endl;
+        }
+        // A failed check leaves nothing to wait for.
+        if (!wasArmed && !model.armed() && !model.checkingAI() && !model.error().isEmpty() &&
+            !stopping) {
+            exitCode = 1;
+            g_stopRequested = true;
+        }
+        if (g_stopRequested && !stopping) {
+            stopping = true;
+            out << QStringLiteral("Arrêt demandé…") << Qt::endl;
+            if (model.busy())
+                model.finish(); // the record, its transcript and its recording are saved
+            if (model.armed())
+                model.toggleArmed();
+        }
+        if (stopping && !model.busy() && model.finalizingRecordings().isEmpty()) {
+            out << model.status() << Qt::endl;
+            QCoreApplication::exit(exitCode);
+        }
+    });
+    watch.start(100);
+    return QCoreApplication::exec();
+}
+
+namespace cli {
+
+void registerStandbyCommands(CommandTable& table)
+{
+    table.add(
+        {QStringLiteral("standby"), QStringLiteral("[--phone-app NOM]…"),
+         QStringLiteral("Standard sans fenêtre : décroche les appels du softphone jusqu’à Ctrl-C"),
+         QStringLiteral(
+             "Active le standard après les vérifications habituelles (appareils audio, "
+             "accessibilité,\n"
+             "clé et connexion IA), décroche les appels sonnant depuis 3 secondes dans le "
+             "softphone\n"
+             "et affiche le journal de session. Ctrl-C termine la conversation en cours en\n"
+             "conservant sa fiche, sa transcription et son enregistrement.\n"
+             "Le softphone doit jouer l’appel vers « Brelian — Appel vers IA » et prendre\n"
+             "« Brelian — IA vers appel » comme micro (scripts/env/pulseaudio.sh up les crée).\n\n"
+             "  --phone-app NOM   nom d’une application de téléphonie à surveiller en plus\n"
+             "                    (aussi : VEMIRA_PHONE_APPS, noms séparés par des virgules)"),
+         &runStandbyCommand});
+}
+
+namespace {
+const CommandRegistrar registrar(&registerStandbyCommands);
+} // namespace
+
+} // namespace cli
+
+} // namespace vemira
