@@ -136,14 +136,6 @@ private Q_SLOTS:
         QCOMPARE(reply->pressCount, 0);
     }
 
-    void theCallerIsTheFirstPlausibleNumberAsWritten()
-    {
-        addCallBanner(phone,
-                      {QStringLiteral("Appel entrant"), QStringLiteral("Réf. 123456"),
-                       QStringLiteral("1234567890123456"), QStringLiteral("0033 6 12 34 56 78")});
-        QCOMPARE(automation().incoming()->caller, QStringLiteral("0033 6 12 34 56 78"));
-    }
-
     void theContainerIsAtMostThreeParentsUp()
     {
         // context word 3 levels above the button: seen.

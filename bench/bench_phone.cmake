@@ -1,0 +1,12 @@
+# Call search cost: fake trees with slow requests, and one idle scan of a real AT-SPI window.
+if(TARGET vemira_test_phone_fakes)
+    add_executable(bench_phone ${CMAKE_CURRENT_LIST_DIR}/bench_phone.cpp)
+    target_link_libraries(bench_phone PRIVATE vemira_options vemira_test_phone_fakes)
+    if(TARGET vemira_ringing_phone)
+        target_link_libraries(bench_phone PRIVATE vemira_platform_phone)
+        add_dependencies(bench_phone vemira_ringing_phone)
+        target_compile_definitions(bench_phone PRIVATE
+            VEMIRA_RINGING_PHONE="$<TARGET_FILE:vemira_ringing_phone>"
+            VEMIRA_DESKTOP_SESSION="${CMAKE_SOURCE_DIR}/scripts/env/desktop-session.sh")
+    endif()
+endif()

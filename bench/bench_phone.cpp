@@ -1,0 +1,172 @@
+// Cost of the call search: incoming() and hasActiveCall() over fake trees of several sizes
+// with a per-request delay (the 1.0 s budget must hold whatever the tree), then one idle
+// tick's scan of a real softphone window over AT-SPI on a private Xvfb desktop.
+#include "FakeAccessibility.h"
+#include "phone/PhoneAutomation.h"
+
+#ifdef VEMIRA_RINGING_PHONE
+#include "platform/linux/phone/AtspiAccessibility.h"
+#endif
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QTextStream>
+#include <QThread>
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+using namespace vemira;
+using namespace vemira::testing;
+
+namespace {
+
+QTextStream out(stdout);
+
+// A call-less interface of `size` elements: windows of groups holding labels and buttons,
+// with a hang-up button and a call offer placed where the walk reaches them last.
+FakeElementPtr makeTree(int size, const std::shared_ptr<FakeReadLog>& log)
+{
+    FakeElementPtr root =
+        FakeElement::make(axrole::application(), QStringLiteral("Téléphone"), log);
+    FakeElementPtr offer = root->add(axrole::window())->add(axrole::group());
+    offer->add(axrole::staticText(), QStringLiteral("Appel entrant"));
+    offer->add(axrole::staticText(), QStringLiteral("+33 6 12 34 56 78"));
+    offer->add(axrole::button(), QStringLiteral("Répondre"));
+    offer->add(axrole::button(), QStringLiteral("Raccrocher"));
+    int made = 6;
+    while (made < size) {
+        FakeElementPtr group = root->add(axrole::window())->add(axrole::group());
+        made += 2;
+        for (int i = 0; i < 8 && made < size; ++i, ++made) {
+            if (i % 2)
+                group->add(axrole::button(), QStringLiteral("Contact %1").arg(made));
+            else
+                group->add(axrole::staticText(), QStringLiteral("06 00 00 %1").arg(made));
+        }
+    }
+    return root;
+}
+
+void fakeTrees()
+{
+    out << "fake trees (request delay is slept for real; the offer sits where the walk ends)\n";
+    out << QStringLiteral("%1 %2 %3 %4 %5 %6\n")
+               .arg(QStringLiteral("elements"), 8)
+               .arg(QStringLiteral("delay"), 8)
+               .arg(QStringLiteral("incoming ms"), 12)
+               .arg(QStringLiteral("found"), 6)
+               .arg(QStringLiteral("active ms"), 10)
+               .arg(QStringLiteral("found"), 6);
+    for (const int size : {50, 600, 5000}) {
+        for (const int delayMicros : {0, 100, 1000, 3000}) {
+            auto log = std::make_shared<FakeReadLog>();
+            if (delayMicros > 0)
+                log->onRead = [delayMicros] {
+                    std::this_thread::sleep_for(std::chrono::microseconds(delayMicros));
+                };
+            FakeAccessibility platform;
+            platform.running = {{QStringLiteral("phone"), makeTree(size, log)}};
+            PhoneAutomation phone(platform, SystemClock::instance(), {QStringLiteral("phone")});
+            QElapsedTimer t;
+            t.start();
+            const bool offered = phone.incoming().has_value();
+            const double incomingMs = t.nsecsElapsed() / 1e6;
+            t.restart();
+            const bool active = phone.hasActiveCall();
+            const double activeMs = t.nsecsElapsed() / 1e6;
+            out << QStringLiteral("%1 %2 %3 %4 %5 %6\n")
+                       .arg(size, 8)
+                       .arg(QStringLiteral("%1 us").arg(delayMicros), 8)
+                       .arg(incomingMs, 12, 'f', 1)
+                       .arg(offered ? QStringLiteral("yes") : QStringLiteral("no"), 6)
+                       .arg(activeMs, 10, 'f', 1)
+                       .arg(active ? QStringLiteral("yes") : QStringLiteral("no"), 6);
+            out.flush();
+        }
+    }
+}
+
+#ifdef VEMIRA_RINGING_PHONE
+void realWindow()
+{
+    out << "\nreal AT-SPI window (Qt softphone under Xvfb, showing no call)\n";
+    QProcess session;
+    session.start(QStringLiteral(VEMIRA_DESKTOP_SESSION), {QStringLiteral("start")});
+    if (!session.waitForFinished(30000) || session.exitCode() != 0) {
+        out << "  no desktop session: " << session.readAllStandardError() << "\n";
+        return;
+    }
+    QString dir;
+    for (const QString& line :
+         QString::fromUtf8(session.readAllStandardOutput()).split(QLatin1Char('\n'))) {
+        const QString assignment = line.section(QLatin1Char(' '), 1);
+        const QString name = assignment.section(QLatin1Char('='), 0, 0);
+        if (name.isEmpty())
+            continue;
+        qputenv(name.toUtf8().constData(), assignment.section(QLatin1Char('='), 1).toUtf8());
+        if (name == QStringLiteral("VEMIRA_DESKTOP_DIR"))
+            dir = assignment.section(QLatin1Char('='), 1);
+    }
+    QProcess window;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    window.setProcessEnvironment(env);
+    window.start(QStringLiteral(VEMIRA_RINGING_PHONE), {});
+    window.waitForStarted();
+
+    AtspiAccessibility accessibility;
+    const QStringList names = linuxPhoneApplications("Vemira Ringing Phone Test");
+    PhoneAutomation phone(accessibility, SystemClock::instance(), names);
+    // Wait for the window to register with the desktop.
+    for (int i = 0; i < 200 && accessibility.applicationRoots(names).empty(); ++i)
+        QThread::msleep(50);
+    const bool seen = !accessibility.applicationRoots(names).empty();
+
+    std::vector<double> incomingMs, activeMs;
+    for (int i = 0; i < 50 && seen; ++i) {
+        QElapsedTimer t;
+        t.start();
+        phone.incoming();
+        incomingMs.push_back(t.nsecsElapsed() / 1e6);
+        t.restart();
+        phone.hasActiveCall();
+        activeMs.push_back(t.nsecsElapsed() / 1e6);
+    }
+    auto report = [](const char* what, std::vector<double> v) {
+        if (v.empty()) {
+            out << "  " << what << ": window not seen\n";
+            return;
+        }
+        std::sort(v.begin(), v.end());
+        out << "  " << what
+            << QStringLiteral(": median %1 ms, max %2 ms over %3 scans\n")
+                   .arg(v[v.size() / 2], 0, 'f', 2)
+                   .arg(v.back(), 0, 'f', 2)
+                   .arg(v.size());
+    };
+    report("incoming()", incomingMs);
+    report("hasActiveCall()", activeMs);
+    std::vector<double> tick(incomingMs.size());
+    std::transform(incomingMs.begin(), incomingMs.end(), activeMs.begin(), tick.begin(),
+                   [](double a, double b) { return a + b; });
+    report("idle tick (both)", tick);
+
+    window.kill();
+    window.waitForFinished(5000);
+    QProcess::execute(QStringLiteral(VEMIRA_DESKTOP_SESSION), {QStringLiteral("stop"), dir});
+}
+#endif
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    fakeTrees();
+#ifdef VEMIRA_RINGING_PHONE
+    realWindow();
+#endif
+    return 0;
+}
