@@ -999,6 +999,10 @@ void AppModel::setVoiceEQ(const VoiceEQSettings& settings)
 
 // --- Engines and stores ----------------------------------------------------------------------
 
+Settings& AppModel::settingsStore()
+{
+    return d->settings;
+}
 MacAudioRoute& AppModel::macRoute()
 {
     return *d->macRoute;

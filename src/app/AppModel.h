@@ -453,7 +453,14 @@ Q_SIGNALS:
 private:
     struct Parts;
 
-    template <typename T> void assign(T& field, const T& value, void (AppModel::*changed)());
+    template <typename T> void assign(T& field, const T& value, void (AppModel::*changed)())
+    {
+        if (field == value)
+            return;
+        field = value;
+        Q_EMIT(this->*changed)();
+    }
+    Settings& settingsStore();
     void setStatus(const QString& value);
     void setDetail(const QString& value);
     void setArmed(bool value);

@@ -1,0 +1,389 @@
+// Whole calls played through the application model: fake phone window and devices, the
+// real realtime client against a scripted server on loopback, time on a manual clock.
+
+#include "AppRig.h"
+#include "records/CallRecord.h"
+
+#include <QFileInfo>
+#include <QTest>
+#include <cmath>
+
+using namespace vemira;
+using namespace vemira::testing;
+
+namespace {
+
+const QString kNoReadyMessage = QStringLiteral(
+    "L’IA n’a pas répondu dans les 15 secondes. Aucun décrochage automatique effectué.");
+const QString kNeedsCheck = QStringLiteral("Une vérification est nécessaire");
+const QString kKept = QStringLiteral("La conversation est conservée sur ce Mac.");
+
+QByteArray tonePCM(double seconds)
+{
+    QByteArray pcm;
+    const int frames = static_cast<int>(seconds * 24000);
+    pcm.resize(frames * 2);
+    for (int i = 0; i < frames; ++i) {
+        const auto s = static_cast<qint16>(8000 * std::sin(2 * M_PI * 440 * i / 24000.0));
+        pcm[2 * i] = static_cast<char>(s & 0xff);
+        pcm[2 * i + 1] = static_cast<char>((s >> 8) & 0xff);
+    }
+    return pcm;
+}
+
+bool anySound(const std::vector<float>& samples)
+{
+    return std::any_of(samples.begin(), samples.end(), [](float s) { return std::abs(s) > 0.01f; });
+}
+
+} // namespace
+
+class CallLifecycleTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { QLocale::setDefault(QLocale(QLocale::French, QLocale::France)); }
+
+    void shortRingIsNeverTakenAndThreeSecondsIs()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QCOMPARE(rig.model->status(), QStringLiteral("À l’écoute des appels"));
+        QCOMPARE(rig.model->detail(),
+                 QStringLiteral("Décrochage après 3 secondes, lorsque l’IA est prête."));
+        const int probeConnections = rig.server.connectionCount();
+
+        // Two seconds of ringing, then the offer is gone: nothing is started.
+        rig.ring();
+        rig.tick();
+        QCOMPARE(rig.model->detail(), QStringLiteral("Appel entrant · ") + kCallerNumber);
+        rig.tick(2);
+        rig.phoneIdle();
+        rig.tick();
+        QVERIFY(!rig.model->ringSince());
+        QVERIFY(!rig.model->busy());
+
+        // A new ringing counts from its own start: taken at the tick where 3 s have passed.
+        rig.ring();
+        rig.tick(3);
+        QVERIFY(!rig.model->busy());
+        rig.tick();
+        QVERIFY(rig.model->busy());
+        QCOMPARE(rig.answerButton->pressCount, 0); // the tick itself never answers
+        QVERIFY(rig.server.waitForConnections(probeConnections + 1));
+        QCOMPARE(rig.model->current()->caller, kCallerNumber);
+        QCOMPARE(rig.model->current()->kind, QStringLiteral("Appel"));
+    }
+
+    void wholeCallReachesTheSavedRecord()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        rig.server.behaviour().confirmSessions = false;
+
+        rig.ring();
+        rig.tick(4);
+        QVERIFY(rig.model->busy());
+        QCOMPARE(rig.model->status(), QStringLiteral("Connexion à Vemira…"));
+        QVERIFY(rig.server.waitForEvents(2)); // the probe's session.update, then the call's
+        rig.tick(5);
+        // Not ready: no audio path was opened and the phone still rings.
+        QCOMPARE(rig.answerButton->pressCount, 0);
+        QCOMPARE(rig.io->openCount(), 0);
+
+        rig.server.sendEvent(ScriptedRealtimeServer::sessionUpdated());
+        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QCOMPARE(rig.answerButton->pressCount, 1);
+        QVERIFY(rig.bridgeRanAtAnswer);
+        QVERIFY(rig.aiReadyAtAnswer);
+        QCOMPARE(rig.model->status(), QStringLiteral("Conversation en cours"));
+        QCOMPARE(rig.model->detail(),
+                 QStringLiteral("Décrochage demandé · Enregistrement audio actif"));
+        QVERIFY(rig.model->log().first().endsWith(QStringLiteral(" · Décrochage demandé")));
+
+        // The greeting is asked for once the answered call had 1.5 s to settle.
+        rig.clock.advance(1.4);
+        QCoreApplication::processEvents();
+        QVERIFY(rig.server.eventsOfType(QStringLiteral("response.create")).isEmpty());
+        rig.clock.advance(0.2);
+        QVERIFY(waitFor([&] {
+            return rig.server.eventsOfType(QStringLiteral("response.create")).size() == 1;
+        }));
+
+        // Both voices travel: the caller up to the server, the AI down to the voice device.
+        rig.io->feedTone(kCallDevice, 300, 0.5, 0.5);
+        QVERIFY(waitFor([&] { return rig.server.receivedAudio().size() >= 24000; }));
+        rig.server.sendEvent(
+            ScriptedRealtimeServer::callerTranscript(QStringLiteral("J’ai une fuite d’eau.")));
+        rig.server.sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r1")));
+        rig.server.sendEvent(ScriptedRealtimeServer::audioDelta(tonePCM(0.3)));
+        rig.server.sendEvent(
+            ScriptedRealtimeServer::aiTranscript(QStringLiteral("Depuis quand ?")));
+        rig.server.sendEvent(ScriptedRealtimeServer::responseDone(QStringLiteral("r1"), 500, 300));
+        QVERIFY(waitFor([&] { return rig.model->current()->transcript.size() == 2; }));
+        QVERIFY(waitFor([&] { return anySound(rig.io->played(kVoiceDevice)); }));
+        QVERIFY(waitFor([&] { return rig.model->conversationUsage().outputTokens == 300; }));
+
+        // The call shows as active, a brief glitch of four ticks is forgiven.
+        rig.tick();
+        QVERIFY(rig.model->sawActiveCall());
+        rig.phoneIdle();
+        rig.tick(4);
+        QCOMPARE(rig.model->missingActive(), 4);
+        rig.showActiveCall();
+        rig.tick();
+        QCOMPARE(rig.model->missingActive(), 0);
+
+        // The caller hangs up: five ticks without a call end the conversation.
+        rig.phoneIdle();
+        rig.tick(4);
+        QVERIFY(rig.model->busy());
+        rig.tick();
+        QVERIFY(!rig.model->busy());
+        QVERIFY(rig.model->armed());
+        QCOMPARE(rig.model->status(), QStringLiteral("À l’écoute des appels"));
+        QCOMPARE(rig.model->detail(), kKept);
+        QVERIFY(!rig.model->current());
+
+        QCOMPARE(rig.model->records().size(), 1);
+        const CallRecord saved = rig.model->records().first();
+        QCOMPARE(rig.speakers(saved),
+                 (QStringList{QStringLiteral("Interlocuteur: J’ai une fuite d’eau."),
+                              QStringLiteral("Vemira: Depuis quand ?")}));
+        QVERIFY(saved.usage);
+        QCOMPARE(saved.usage->inputTokens, 500);
+        QCOMPARE(saved.usage->outputTokens, 300);
+
+        // The recording is finished after the record was saved, then the record is updated.
+        QVERIFY(waitFor([&] { return rig.model->finalizingRecordings().isEmpty(); }, 10));
+        const CallRecord finished = rig.model->records().first();
+        QCOMPARE(finished.recordingFile,
+                 std::optional<QString>(QStringLiteral("Appel-") + uuidText(saved.id) +
+                                        QStringLiteral(".wav")));
+        const QFileInfo wav(QDir(rig.model->recordingsFolder()).filePath(*finished.recordingFile));
+        QVERIFY(wav.exists());
+        QVERIFY(wav.size() > 48000); // more than a second of 32-bit samples
+        QCOMPARE(rig.historyOnDisk().value(0), finished);
+
+        // Eight seconds of cool-down: a new ringing is not even looked at before then.
+        rig.ring(QStringLiteral("06 98 76 54 32"));
+        rig.tick(8);
+        QCOMPARE(rig.model->detail(), kKept);
+        rig.tick();
+        QCOMPARE(rig.model->detail(), QStringLiteral("Appel entrant · 06 98 76 54 32"));
+        QVERIFY(rig.server.violations().isEmpty());
+    }
+
+    void silentServerLeavesThePhoneRingingAndDisarms()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        rig.server.behaviour().confirmSessions = false;
+        rig.ring();
+        rig.tick(4);
+        QVERIFY(rig.model->busy());
+        QVERIFY(rig.server.waitForEvents(2));
+        rig.server.sendEvent(
+            ScriptedRealtimeServer::callerTranscript(QStringLiteral("Allô ? Il y a quelqu’un ?")));
+        QVERIFY(waitFor([&] { return rig.model->current()->transcript.size() == 1; }));
+
+        rig.clock.advance(14.9);
+        QCoreApplication::processEvents();
+        QVERIFY(rig.model->busy());
+        rig.clock.advance(0.1);
+        QVERIFY(!rig.model->busy());
+        QVERIFY(!rig.model->armed());
+        QCOMPARE(rig.model->status(), kNeedsCheck);
+        QCOMPARE(rig.model->error(), kNoReadyMessage);
+        QVERIFY(rig.model->log().first().endsWith(QStringLiteral(" · ") + kNoReadyMessage));
+        QVERIFY(!rig.model->routingConfirmed()); // the phone path must be checked again
+        QCOMPARE(rig.answerButton->pressCount, 0);
+        QCOMPARE(rig.io->openCount(), 0);
+        QVERIFY(rig.model->phone().incoming().has_value()); // still ringing
+
+        // What the caller said before the failure is kept.
+        QCOMPARE(rig.model->records().size(), 1);
+        QCOMPARE(rig.speakers(rig.model->records().first()),
+                 QStringList{QStringLiteral("Interlocuteur: Allô ? Il y a quelqu’un ?")});
+        QCOMPARE(rig.historyOnDisk().size(), 1);
+
+        // A ready report that comes late finds nothing to do.
+        rig.model->sessionReady();
+        rig.tick(2);
+        QCOMPARE(rig.answerButton->pressCount, 0);
+        QCOMPARE(rig.io->openCount(), 0);
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.model->status(), kNeedsCheck);
+    }
+
+    void unconfirmedAnswerFailsAfterThirtySeconds()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        rig.ring();
+        rig.answerButton->onPress = nullptr; // pressed, but the phone never shows a call
+        rig.tick(4);
+        const double started = *rig.model->callStarted();
+        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        rig.phoneIdle();
+        rig.tick(static_cast<int>(started + 30 - rig.clock.uptime()));
+        QVERIFY(rig.model->busy()); // exactly 30 s: not yet
+        rig.tick();
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.model->error(),
+                 QStringLiteral("Le décrochage a été demandé, mais la présence d’un appel actif "
+                                "n’a pas pu être confirmée. L’audio disponible a été sauvegardé."));
+        QVERIFY(!rig.model->armed());
+    }
+
+    void stallsAreRestartedTwiceThenTheCallEndsWithItsAudio()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.server.sendEvent(
+            ScriptedRealtimeServer::callerTranscript(QStringLiteral("C’est au 12 rue des Lilas.")));
+        QVERIFY(waitFor([&] { return rig.model->current()->transcript.size() == 1; }));
+        rig.showActiveCall();
+        rig.tick(2); // past the post-answer check, which does not count its own restart
+
+        for (int stall = 1; stall <= 2; ++stall) {
+            rig.io->engines().first()->platformStopCapture();
+            QVERIFY(rig.model->audio().needsRestart());
+            rig.tick();
+            QVERIFY(rig.model->busy());
+            QCOMPARE(rig.model->audioRecoveryCount(), stall);
+            QCOMPARE(rig.model->log().value(0).section(QStringLiteral(" · "), 1),
+                     QStringLiteral("Transport audio relancé (%1/2)").arg(stall));
+            QVERIFY(
+                rig.model->log().value(1).contains(QStringLiteral("Diagnostic avant relance : ")));
+            QVERIFY(!rig.model->audio().needsRestart());
+            // Caller audio flows again after the restart.
+            const auto before = rig.server.receivedAudio().size();
+            QVERIFY(waitFor([&] { return rig.server.receivedAudio().size() > before + 4800; }));
+        }
+
+        rig.io->engines().first()->platformStopCapture();
+        rig.tick();
+        QVERIFY(!rig.model->busy());
+        QVERIFY(!rig.model->armed());
+        const QString error = rig.model->error();
+        QVERIFY2(error.startsWith(QStringLiteral("Le son de l’appel est interrompu. ")),
+                 qPrintable(error));
+        QVERIFY2(error.endsWith(
+                     QStringLiteral(" La session a été arrêtée et l’audio disponible sauvegardé.")),
+                 qPrintable(error));
+        QVERIFY(error.contains(QStringLiteral("moteurs entrée/sortie : arrêté/")));
+
+        QVERIFY(waitFor([&] { return rig.model->finalizingRecordings().isEmpty(); }, 10));
+        const CallRecord saved = rig.model->records().first();
+        QCOMPARE(rig.speakers(saved),
+                 QStringList{QStringLiteral("Interlocuteur: C’est au 12 rue des Lilas.")});
+        QVERIFY(saved.recordingFile);
+        QVERIFY(
+            QFileInfo::exists(QDir(rig.model->recordingsFolder()).filePath(*saved.recordingFile)));
+    }
+
+    void sleepDisarmsAndSaves()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.server.sendEvent(
+            ScriptedRealtimeServer::callerTranscript(QStringLiteral("Rappelez-moi demain.")));
+        QVERIFY(waitFor([&] { return rig.model->current()->transcript.size() == 1; }));
+
+        rig.sleep->sleepNow();
+        QVERIFY(!rig.model->armed());
+        QVERIFY(!rig.model->busy());
+        QVERIFY(!rig.model->audio().captureRunning());
+        QCOMPARE(rig.model->status(), QStringLiteral("En pause · Mac en veille"));
+        QCOMPARE(rig.speakers(rig.historyOnDisk().value(0)),
+                 QStringList{QStringLiteral("Interlocuteur: Rappelez-moi demain.")});
+        QVERIFY(rig.server.waitForClientClose(2)); // the probe's session, then the call's
+    }
+
+    void interventionTakesTheCallerAndStallsUnderItEndTheCall()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.showActiveCall();
+
+        // The call's own devices cannot serve the manager.
+        rig.model->setInterventionMicUID(BrelianDevices::callUID());
+        rig.model->toggleIntervention();
+        QVERIFY(!rig.model->intervening());
+        QCOMPARE(rig.model->error(),
+                 QStringLiteral("Choisissez votre micro et votre casque ou haut-parleur dans "
+                                "Connexions → Intervention humaine."));
+
+        rig.model->setInterventionMicUID(QStringLiteral("headset-mic"));
+        rig.model->toggleIntervention();
+        QVERIFY(rig.model->intervening());
+        QCOMPARE(rig.model->current()->transcript.last().speaker, QStringLiteral("Suivi"));
+        QCOMPARE(rig.model->current()->transcript.last().text,
+                 QStringLiteral("Intervention du gestionnaire : voix de l’IA suspendue. Cette "
+                                "partie est conservée dans l’audio si l’enregistrement est activé "
+                                "; elle n’est pas transcrite automatiquement."));
+        QVERIFY(rig.model->log().first().endsWith(
+            QStringLiteral(" · Micro du gestionnaire ouvert vers l’appelant")));
+
+        rig.model->toggleIntervention();
+        QVERIFY(!rig.model->intervening());
+        QCOMPARE(rig.model->current()->transcript.last().text,
+                 QStringLiteral("Fin de l’intervention du gestionnaire. Reprise de l’IA."));
+        QVERIFY(rig.model->log().first().endsWith(
+            QStringLiteral(" · Micro du gestionnaire fermé · reprise de l’IA")));
+
+        // A stop under the manager's voice is never restarted, whatever the counter says.
+        rig.model->toggleIntervention();
+        QVERIFY(rig.model->intervening());
+        rig.io->engines().first()->platformStopCapture();
+        rig.tick();
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.model->audioRecoveryCount(), 0);
+        QCOMPARE(rig.model->error(),
+                 QStringLiteral("Le son a été interrompu pendant votre intervention. Reprenez "
+                                "l’appel dans Téléphone."));
+        QVERIFY(!rig.model->intervening());
+        QCOMPARE(rig.historyOnDisk().value(0).transcript.size(), 3);
+        // The manager's devices were given back.
+        QCOMPARE(rig.system->defaults.value(AudioSelector::defaultInput), kHeadsetMic);
+    }
+
+    void disarmingDuringACallLetsItFinish()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.showActiveCall();
+        rig.model->toggleArmed();
+        QCOMPARE(rig.model->status(), QStringLiteral("Conversation en cours"));
+        rig.tick(2);
+        QVERIFY(rig.model->busy());
+        rig.phoneIdle();
+        rig.tick(5);
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.model->status(), QStringLiteral("Standard en pause"));
+        // Not armed: a new ringing is ignored.
+        rig.ring();
+        rig.tick(12);
+        QVERIFY(!rig.model->busy());
+    }
+
+    void accessibilityWithdrawnDisarms()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        rig.accessibility->trusted = false;
+        rig.ring();
+        rig.tick();
+        QVERIFY(!rig.model->armed());
+        QCOMPARE(rig.model->error(), QStringLiteral("L’autorisation Accessibilité a été retirée."));
+        QVERIFY(!rig.model->busy());
+    }
+};
+
+QTEST_GUILESS_MAIN(CallLifecycleTest)
+#include "tst_call_lifecycle.moc"
