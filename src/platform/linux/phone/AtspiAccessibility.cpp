@@ -281,9 +281,10 @@ std::vector<AccessibilityElementPtr> AtspiAccessibility::applicationRoots(const 
 
 QStringList linuxPhoneApplications(const QByteArray& extraNames)
 {
+    // Common softphones, and the end-to-end tests' own softphone window.
     QStringList names{QStringLiteral("GNOME Calls"), QStringLiteral("Calls"),
                       QStringLiteral("gnome-calls"), QStringLiteral("Linphone"),
-                      QStringLiteral("Vemira Softphone Test")};
+                      QStringLiteral("Softphone de test")};
     for (const QString& extra : QString::fromUtf8(extraNames).split(QLatin1Char(','))) {
         const QString name = extra.trimmed();
         if (!name.isEmpty() && !names.contains(name, Qt::CaseInsensitive))
