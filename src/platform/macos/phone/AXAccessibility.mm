@@ -158,7 +158,8 @@ public:
                 if (pid <= 0)
                     continue;
                 // "Create" rule: the new element is ours, handed to its wrapper.
-                roots.push_back(std::make_shared<AXElement>(AXUIElementCreateApplication(pid)));
+                if (AXUIElementRef root = AXUIElementCreateApplication(pid))
+                    roots.push_back(std::make_shared<AXElement>(root));
             }
         }
         return roots;
