@@ -101,6 +101,8 @@ void BufferPlayer::mixInto(float* out, int frames)
 void FeedPlayer::pushWire(const char* bytes, int byteCount)
 {
     int frames = byteCount / kWireBytesPerFrame;
+    if (frames > m_largestPush.load(std::memory_order_relaxed))
+        m_largestPush.store(frames, std::memory_order_relaxed);
     while (frames > 0) {
         Chunk* chunk = m_fifo.beginPush();
         if (!chunk) {
@@ -140,7 +142,8 @@ void FeedPlayer::mixInto(float* out, int frames)
         return;
     if (m_starved) {
         // The count is read after the chunks it covers were published (release/acquire).
-        if (m_pushedFrames.load(std::memory_order_acquire) - m_playedFrames < kPrefillFrames)
+        const std::int64_t wanted = m_largestPush.load(std::memory_order_relaxed) + kPrefillFrames;
+        if (m_pushedFrames.load(std::memory_order_acquire) - m_playedFrames < wanted)
             return;
         m_starved = false;
     }

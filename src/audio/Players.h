@@ -74,8 +74,9 @@ class FeedPlayer {
 public:
     static constexpr int kChunkFrames = 2048;
     static constexpr std::size_t kChunks = 64; // about 5 s at 24 kHz
-    // The two sides run on different device clocks: after running dry, wait for this much
-    // (85 ms) before playing again, so jitter between them does not chop the voice.
+    // The two sides run on different device clocks: after running dry, wait for one whole
+    // producer block plus this margin (85 ms) before playing again, so jitter between them
+    // does not chop the voice.
     static constexpr std::int64_t kPrefillFrames = 2048;
 
     // Producer thread (one at a time).
@@ -103,6 +104,7 @@ private:
     int m_position = 0;              // render thread, within the front chunk
     std::atomic<std::int64_t> m_dropped{0};
     std::atomic<std::int64_t> m_pushedFrames{0}; // producer
+    std::atomic<std::int64_t> m_largestPush{0};  // producer
     std::int64_t m_playedFrames = 0;             // render thread, includes flushed frames
     bool m_starved = true;                       // render thread
 };

@@ -58,6 +58,16 @@ double toneAmplitude(const std::vector<float>& x, std::size_t from, std::size_t 
     return 2.0 * std::hypot(c, s) / double(count);
 }
 
+// The strongest quarter-second of a tone: its level while it flows, whatever gaps surround it.
+double bestAmplitude(const std::vector<float>& x, double frequency, double rate)
+{
+    const auto window = std::size_t(rate / 4);
+    double best = 0;
+    for (std::size_t from = 0; from + window <= x.size(); from += window / 8)
+        best = std::max(best, toneAmplitude(x, from, window, frequency, rate));
+    return best;
+}
+
 std::size_t firstSound(const std::vector<float>& x, float above = 0.01f)
 {
     for (std::size_t i = 0; i < x.size(); ++i)
@@ -155,10 +165,13 @@ void AudioBridgeTest::phoneCallCarriesBothWaysAndIsRecorded()
     // The AI's voice left on the voice device at 44.1 kHz, through the 0.85 headroom, on both
     // channels alike.
     QVERIFY(waitFor([&] { return rig.io.playedFrames(kVoice) > 44100 * 3 / 2; }, 5));
-    const auto left = rig.io.playedChannel(kVoice, 0);
-    const auto right = rig.io.playedChannel(kVoice, 1);
-    QCOMPARE(left.size(), right.size());
-    QVERIFY(std::equal(left.begin(), left.end(), right.begin()));
+    const auto both = rig.io.played(kVoice);
+    std::vector<float> left, right;
+    for (std::size_t i = 0; i + 1 < both.size(); i += 2) {
+        left.push_back(both[i]);
+        right.push_back(both[i + 1]);
+    }
+    QVERIFY(left == right);
     const std::size_t onset = firstSound(left);
     QVERIFY(onset < left.size());
     const double heard =
@@ -398,20 +411,16 @@ void AudioBridgeTest::interventionConnectsTheManager()
     rig.io.clearPlayed(kVoice);
     rig.io.clearPlayed(kHeadphones);
 
-    // The caller is heard in the headphones; the manager is heard in the call. (Measured once
-    // the jitter buffers between the two devices' clocks have settled.)
+    // The caller is heard in the headphones, the manager in the call, each at its level.
     rig.io.feedTone(kCall, 733, 0.5, 2.0);
     rig.io.feedTone(kHeadsetMic, 440, 0.3, 2.0);
     QVERIFY(waitFor([&] { return rig.io.playedFrames(kHeadphones) > 48000 * 3 / 2; }, 6));
     QVERIFY(waitFor([&] { return rig.io.playedFrames(kVoice) > 44100 * 3 / 2; }, 6));
     const auto headphones = rig.io.playedChannel(kHeadphones, 0);
     const auto call = rig.io.playedChannel(kVoice, 0);
-    const std::size_t heardAt = firstSound(headphones);
-    const std::size_t spokenAt = firstSound(call);
-    QVERIFY(heardAt < headphones.size() && spokenAt < call.size());
-    const double callerInEars = toneAmplitude(headphones, heardAt + 24000, 24000, 733, 48000);
-    const double managerInCall = toneAmplitude(call, spokenAt + 22050, 22050, 440, 44100);
-    const double aiInCall = toneAmplitude(call, spokenAt + 22050, 22050, 1000, 44100);
+    const double callerInEars = bestAmplitude(headphones, 733, 48000);
+    const double managerInCall = bestAmplitude(call, 440, 44100);
+    const double aiInCall = bestAmplitude(call, 1000, 44100);
     QVERIFY2(std::fabs(callerInEars - 0.5 * 0.85) < 0.02,
              qPrintable(QString::number(callerInEars)));
     QVERIFY(aiInCall < 0.001);
