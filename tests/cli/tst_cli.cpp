@@ -1,0 +1,242 @@
+#include "records/AgentInstructions.h"
+#include "records/CallRecord.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace vemira;
+
+namespace {
+
+struct Run {
+    int status = -1;
+    QString out;
+    QString err;
+};
+
+QByteArray bytesOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+class CliTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void recordsFromTheCommandLine();
+    void failuresAreFrenchOnStandardError();
+    void unreadableHistoryIsLeftAlone();
+    void keyAndInstructions();
+    void help();
+
+private:
+    Run vemira(const QStringList& arguments, const QByteArray& input = {});
+    QString data() const { return m_dir->filePath(QStringLiteral("data")); }
+    std::unique_ptr<QTemporaryDir> m_dir;
+};
+
+void CliTest::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+}
+
+Run CliTest::vemira(const QStringList& arguments, const QByteArray& input)
+{
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("VEMIRA_DATA_DIR"), data());
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_dir->filePath(QStringLiteral("config")));
+    env.insert(QStringLiteral("TZ"), QStringLiteral("Europe/Paris"));
+    env.insert(QStringLiteral("LANG"), QStringLiteral("fr_FR.UTF-8"));
+    env.remove(QStringLiteral("LC_ALL"));
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(VEMIRA_CLI_PATH), arguments);
+    if (!process.waitForStarted(10000))
+        return {};
+    process.write(input);
+    process.closeWriteChannel();
+    process.waitForFinished(30000);
+    Run run;
+    run.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    run.out = QString::fromUtf8(process.readAllStandardOutput());
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
+
+void CliTest::recordsFromTheCommandLine()
+{
+    const Run added = vemira({QStringLiteral("add-demo")});
+    QCOMPARE(added.status, 0);
+    const QString ref = added.out.trimmed();
+    QCOMPARE(ref.size(), 8);
+    QCOMPARE(ref, ref.toUpper());
+    QCOMPARE(vemira({QStringLiteral("add-demo")}).status, 0);
+
+    // history: newest first, six tab-separated fields.
+    Run history = vemira({QStringLiteral("history")});
+    QCOMPARE(history.status, 0);
+    QStringList lines = history.out.split(u'\n', Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), 2);
+    QVERIFY(lines.last().startsWith(ref + u'\t'));
+    const QStringList fields = lines.last().split(u'\t');
+    QCOMPARE(fields.size(), 6);
+    QCOMPARE(fields.mid(2),
+             (QStringList{QStringLiteral("Démonstration"),
+                          QStringLiteral("Élise Modèle · exemple fictif"),
+                          QStringLiteral("Non classé"), QStringLiteral("À traiter")}));
+
+    // show: the document exactly as the transcript file the application keeps.
+    const Run shown = vemira({QStringLiteral("show"), ref.toLower()});
+    QCOMPARE(shown.status, 0);
+    QVERIFY(
+        shown.out.startsWith(QStringLiteral("TRANSCRIPTION D’APPEL — VEMIRA\nRéférence : ") + ref));
+    const QString fullId = shown.out.section(u'\n', 1, 1).mid(12);
+    QCOMPARE(fullId.size(), 36);
+    QCOMPARE(shown.out.toUtf8(), bytesOf(data() + QStringLiteral("/Transcriptions/Appel-") +
+                                         fullId + QStringLiteral(".txt")));
+    QVERIFY(shown.out.contains(QStringLiteral("\nDate : ")) &&
+            shown.out.contains(QStringLiteral(" 20")));
+
+    // export: same bytes in the chosen file.
+    const QString exported = m_dir->filePath(QStringLiteral("appel.txt"));
+    QCOMPARE(vemira({QStringLiteral("export"), fullId.toLower(), exported}).status, 0);
+    QCOMPARE(bytesOf(exported), shown.out.toUtf8());
+
+    // The three edits, saved as the application saves them.
+    QCOMPARE(vemira({QStringLiteral("note"), ref, QStringLiteral("Rappeler à 17 h")}).status, 0);
+    QCOMPARE(vemira({QStringLiteral("file"), ref, QStringLiteral("  SCI Lilas \n")}).status, 0);
+    QCOMPARE(vemira({QStringLiteral("status"), ref, QStringLiteral("En cours")}).status, 0);
+    QVERIFY(vemira({QStringLiteral("show"), ref})
+                .out.endsWith(QStringLiteral("NOTE DU GESTIONNAIRE\nRappeler à 17 h")));
+    QCOMPARE(vemira({QStringLiteral("dossiers")}).out, QStringLiteral("SCI Lilas\n"));
+    const Run filed =
+        vemira({QStringLiteral("search"), QStringLiteral("--dossier"), QStringLiteral("SCI Lilas"),
+                QStringLiteral("--status"), QStringLiteral("En cours"), QStringLiteral("EVIER")});
+    QCOMPARE(filed.status, 0);
+    QCOMPARE(filed.out.count(u'\n'), 1);
+    QVERIFY(filed.out.startsWith(ref + u'\t'));
+    QVERIFY(filed.out.contains(QStringLiteral("\tSCI Lilas\tEn cours\n")));
+    QCOMPARE(vemira({QStringLiteral("search"), QStringLiteral("--unfiled")}).out.count(u'\n'), 1);
+    QCOMPARE(vemira({QStringLiteral("search"), QStringLiteral("inondation")}).out, QString());
+
+    // A blank name takes the call out of its dossier.
+    QCOMPARE(vemira({QStringLiteral("file"), ref, QStringLiteral("  ")}).status, 0);
+    QCOMPARE(vemira({QStringLiteral("dossiers")}).out, QString());
+    QCOMPARE(vemira({QStringLiteral("search"), QStringLiteral("--unfiled")}).out.count(u'\n'), 2);
+}
+
+void CliTest::failuresAreFrenchOnStandardError()
+{
+    const Run none = vemira({QStringLiteral("show"), QStringLiteral("ABCDEF12")});
+    QCOMPARE(none.status, 1);
+    QCOMPARE(none.out, QString());
+    QCOMPARE(none.err, QStringLiteral("Aucun appel ne porte la référence « ABCDEF12 ».\n"));
+
+    const QString ref = vemira({QStringLiteral("add-demo")}).out.trimmed();
+    const Run badStatus = vemira({QStringLiteral("status"), ref, QStringLiteral("Fini")});
+    QCOMPARE(badStatus.status, 2);
+    QVERIFY(badStatus.err.startsWith(QStringLiteral("État inconnu : « Fini ».")));
+    QVERIFY(vemira({QStringLiteral("history")}).out.contains(QStringLiteral("\tÀ traiter\n")));
+
+    const Run missing = vemira({QStringLiteral("note"), ref});
+    QCOMPARE(missing.status, 2);
+    QCOMPARE(missing.err, QStringLiteral("Usage : vemira note REF TEXTE\n"));
+    const Run unknown = vemira({QStringLiteral("effacer")});
+    QCOMPARE(unknown.status, 2);
+    QVERIFY(unknown.err.startsWith(QStringLiteral("Commande inconnue : « effacer »")));
+
+    // The transcript folder is blocked by a file: the history is saved, the tool says what
+    // failed and exits with 1.
+    QVERIFY(QDir(data() + QStringLiteral("/Transcriptions")).removeRecursively());
+    QFile blocker(data() + QStringLiteral("/Transcriptions"));
+    QVERIFY(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    const Run partly = vemira({QStringLiteral("note"), ref, QStringLiteral("gardée")});
+    QCOMPARE(partly.status, 1);
+    QVERIFY(partly.err.startsWith(QStringLiteral(
+        "Historique enregistré, mais un fichier de transcription n’a pas pu être mis à jour : ")));
+    QVERIFY(vemira({QStringLiteral("show"), ref}).out.endsWith(QStringLiteral("\ngardée")));
+}
+
+void CliTest::unreadableHistoryIsLeftAlone()
+{
+    QVERIFY(QDir().mkpath(data()));
+    const QByteArray broken = R"([{"id":"0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0","date":1)";
+    QFile file(data() + QStringLiteral("/history.json"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(broken);
+    file.close();
+    for (const QStringList& arguments :
+         {QStringList{QStringLiteral("add-demo")}, QStringList{QStringLiteral("history")},
+          QStringList{QStringLiteral("note"), QStringLiteral("0F1E2D3C"), QStringLiteral("x")}}) {
+        const Run run = vemira(arguments);
+        QCOMPARE(run.status, 1);
+        QCOMPARE(run.err, QStringLiteral(
+                              "Historique illisible. Le fichier existant n’a pas été modifié.\n"));
+    }
+    QCOMPARE(bytesOf(data() + QStringLiteral("/history.json")), broken);
+}
+
+void CliTest::keyAndInstructions()
+{
+    QCOMPARE(vemira({QStringLiteral("key"), QStringLiteral("status")}).out,
+             QStringLiteral("absente\n"));
+    const Run blank = vemira({QStringLiteral("key"), QStringLiteral("set")}, "  \n");
+    QCOMPARE(blank.status, 1);
+    QCOMPARE(blank.err, QStringLiteral("Saisissez votre clé dans ce champ sécurisé.\n"));
+
+    QCOMPARE(vemira({QStringLiteral("key"), QStringLiteral("set")}, "  sk-test-123 \n").status, 0);
+    QCOMPARE(bytesOf(data() + QStringLiteral("/Credentials/openai.key")),
+             QByteArray("sk-test-123"));
+    QCOMPARE(vemira({QStringLiteral("key"), QStringLiteral("status")}).out,
+             QStringLiteral("présente\n"));
+    const QString conf = m_dir->filePath(QStringLiteral("config/Brelian/Vemira.conf"));
+    QCOMPARE(QSettings(conf, QSettings::IniFormat).value(QStringLiteral("keySaved")).toBool(),
+             true);
+    QCOMPARE(vemira({QStringLiteral("key"), QStringLiteral("delete")}).status, 0);
+    QCOMPARE(vemira({QStringLiteral("key"), QStringLiteral("status")}).out,
+             QStringLiteral("absente\n"));
+    QCOMPARE(QSettings(conf, QSettings::IniFormat).value(QStringLiteral("keySaved")).toBool(),
+             false);
+
+    // The instructions follow the stored settings.
+    const Run defaults = vemira({QStringLiteral("instructions")});
+    QCOMPARE(defaults.status, 0);
+    QVERIFY(defaults.out.startsWith(QStringLiteral(
+        "Tu es Vemira, assistante vocale virtuelle pour SCI des Brumaires. Tu parles")));
+    QVERIFY(defaults.out.endsWith(QStringLiteral("dans l’accueil.")));
+    {
+        QSettings settings(conf, QSettings::IniFormat);
+        settings.setValue(QStringLiteral("company"), QStringLiteral("Agence Lilas"));
+        settings.setValue(QStringLiteral("recordingEnabled"), false);
+    }
+    const Run changed = vemira({QStringLiteral("instructions")});
+    QVERIFY(changed.out.startsWith(
+        QStringLiteral("Tu es Vemira, assistante vocale virtuelle pour Agence Lilas. ")));
+    QVERIFY(changed.out.endsWith(QStringLiteral("\nL’enregistrement audio est désactivé.")));
+}
+
+void CliTest::help()
+{
+    const Run overview = vemira({QStringLiteral("--help")});
+    QCOMPARE(overview.status, 0);
+    for (const char* name : {"history", "show", "export", "note", "file", "status", "search",
+                             "dossiers", "add-demo", "key", "instructions"})
+        QVERIFY2(overview.out.contains(QStringLiteral("\n  ") + QLatin1String(name) + u' '), name);
+    const Run one = vemira({QStringLiteral("search"), QStringLiteral("--help")});
+    QCOMPARE(one.status, 0);
+    QVERIFY(one.out.startsWith(QStringLiteral(
+        "Usage : vemira search [--dossier NOM | --unfiled] [--status STATUS] [TEXTE]\n")));
+}
+
+QTEST_GUILESS_MAIN(CliTest)
+#include "tst_cli.moc"
