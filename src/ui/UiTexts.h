@@ -68,41 +68,7 @@ inline QString interventionSection()
     return QStringLiteral("Intervention humaine");
 }
 
-// Dossiers
-inline QString allFolders()
-{
-    return QStringLiteral("Tous les dossiers");
-}
-inline QString unfiledFolders()
-{
-    return QStringLiteral("Appels non classés");
-}
-inline QString allStatuses()
-{
-    return QStringLiteral("Tous les états");
-}
-inline QStringList followUpStatuses()
-{
-    return {QStringLiteral("À traiter"), QStringLiteral("En cours"), QStringLiteral("Terminé")};
-}
-inline QString countLine(qsizetype shown)
-{
-    return QString::number(shown) +
-           QStringLiteral(" appel(s). Cliquez sur une colonne pour trier, puis sur un appel pour "
-                          "l’ouvrir.");
-}
-inline QString searchPrompt()
-{
-    return QStringLiteral("Rechercher un numéro, un nom, un dossier ou une phrase");
-}
-inline QString assignmentPrompt()
-{
-    return QStringLiteral("Ex. SCI Lilas · logement 4 · fuite");
-}
-inline QString assignmentExplanation()
-{
-    return QStringLiteral("Un nom vide retire l’appel du dossier sans le supprimer.");
-}
+// Dossiers (the filter and sheet texts come from records/Dossiers.h)
 inline QString save()
 {
     return QStringLiteral("Enregistrer");
@@ -140,10 +106,6 @@ inline QString testMacMicrophone()
 }
 
 // Agent and voice
-inline QStringList voices()
-{
-    return {QStringLiteral("marin"), QStringLiteral("cedar"), QStringLiteral("coral")};
-}
 inline QString useExample()
 {
     return QStringLiteral("Utiliser cet exemple");

@@ -1,0 +1,258 @@
+#include "ui/ConnectionsPage.h"
+
+#include "app/AppModel.h"
+#include "ui/Bind.h"
+#include "ui/GuidedSetup.h"
+#include "ui/Theme.h"
+#include "ui/UiTexts.h"
+#include "ui/Widgets.h"
+
+#include <QComboBox>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QVBoxLayout>
+
+namespace vemira::ui {
+
+namespace {
+
+// Fills a device picker: a first "not chosen" entry, then the devices that fit; a stored
+// uid that is not connected right now stays visible so the choice is not lost silently.
+void fillDevices(QComboBox* combo, const QList<SoundDevice>& devices, bool wantInput,
+                 const QString& chosen)
+{
+    const QSignalBlocker block(combo);
+    combo->clear();
+    combo->addItem(QStringLiteral("Choisir…"), QString());
+    for (const SoundDevice& d : devices) {
+        if ((wantInput && d.input) || (!wantInput && d.output))
+            combo->addItem(d.name.isEmpty() ? d.uid : d.name, d.uid);
+    }
+    int index = combo->findData(chosen);
+    if (index < 0 && !chosen.isEmpty()) {
+        combo->addItem(QStringLiteral("Non branché (") + chosen + QStringLiteral(")"), chosen);
+        index = combo->count() - 1;
+    }
+    combo->setCurrentIndex(qMax(0, index));
+}
+
+QLabel* rowLabel(const QString& text, QWidget* control, QWidget* parent)
+{
+    auto* label = new QLabel(text, parent);
+    nameAfter(control, label);
+    return label;
+}
+
+} // namespace
+
+ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* parent)
+    : QWidget(parent), m_model(model), m_setup(setup)
+{
+    setAccessibleName(QStringLiteral("Connexions"));
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    auto* scroll = new QScrollArea(this);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    outer->addWidget(scroll);
+    auto* content = new QWidget(scroll);
+    scroll->setWidget(content);
+    auto* layout = new QVBoxLayout(content);
+    layout->setContentsMargins(16, 16, 16, 16);
+    layout->setSpacing(12);
+
+    // The AI: key and check.
+    auto* ai = new Card(QStringLiteral("Connexion à l’IA (OpenAI)"), content);
+    ai->body()->addWidget(makeLabel(texts::keyOnce(), ai));
+    auto* keyRow = new QHBoxLayout;
+    m_key = new QLineEdit(ai);
+    m_key->setEchoMode(QLineEdit::Password);
+    m_key->setPlaceholderText(QStringLiteral("sk-…"));
+    m_key->setAccessibleName(QStringLiteral("Clé API OpenAI"));
+    keyRow->addWidget(m_key, 1);
+    m_saveKey = makeButton(QStringLiteral("Enregistrer la &clé"), ai);
+    keyRow->addWidget(m_saveKey);
+    m_deleteKey = makeButton(QStringLiteral("Supprimer la clé"), ai);
+    keyRow->addWidget(m_deleteKey);
+    ai->body()->addLayout(keyRow);
+    auto* storage = makeLabel(texts::keyStorage(), ai);
+    Theme::styleSecondary(storage);
+    ai->body()->addWidget(storage);
+    m_keyState = makeLabel(QString(), ai);
+    m_keyState->setAccessibleName(QStringLiteral("État de la clé"));
+    ai->body()->addWidget(m_keyState);
+    auto* form = new QFormLayout;
+    m_modelName = new QLineEdit(ai);
+    form->addRow(rowLabel(QStringLiteral("&Modèle IA :"), m_modelName, ai), m_modelName);
+    ai->body()->addLayout(form);
+    auto* verifyRow = new QHBoxLayout;
+    m_verify = makeButton(QStringLiteral("&Vérifier la connexion IA"), ai);
+    verifyRow->addWidget(m_verify);
+    m_aiStatus = makeLabel(QString(), ai);
+    m_aiStatus->setAccessibleName(QStringLiteral("État de la connexion IA"));
+    verifyRow->addWidget(m_aiStatus, 1);
+    ai->body()->addLayout(verifyRow);
+    layout->addWidget(ai);
+
+    // The call's two devices.
+    auto* call = new Card(QStringLiteral("Son des appels"), content);
+    auto* callForm = new QFormLayout;
+    m_input = new QComboBox(call);
+    callForm->addRow(rowLabel(QStringLiteral("&Entrée (voix de l’appelant) :"), m_input, call),
+                     m_input);
+    m_output = new QComboBox(call);
+    callForm->addRow(rowLabel(QStringLiteral("&Sortie (voix de Vemira) :"), m_output, call),
+                     m_output);
+    call->body()->addLayout(callForm);
+    auto* callRow = new QHBoxLayout;
+    auto* configure = makeButton(texts::configureAndTest(), call);
+    auto* refresh = makeButton(QStringLiteral("Actualiser la liste"), call);
+    auto* saveSettings = makeButton(texts::saveSettings(), call);
+    callRow->addWidget(configure);
+    callRow->addWidget(refresh);
+    callRow->addStretch(1);
+    callRow->addWidget(saveSettings);
+    call->body()->addLayout(callRow);
+    m_routing = makeLabel(QString(), call);
+    m_routing->setAccessibleName(QStringLiteral("État du son"));
+    call->body()->addWidget(m_routing);
+    layout->addWidget(call);
+
+    // The manager's own devices.
+    auto* manager = new Card(texts::interventionSection(), content);
+    auto* explain = makeLabel(QStringLiteral("Pour reprendre un appel vous-même : votre micro et "
+                                             "votre casque ou haut-parleur, différents de ceux de "
+                                             "l’appel."),
+                              manager);
+    Theme::styleSecondary(explain);
+    manager->body()->addWidget(explain);
+    auto* managerForm = new QFormLayout;
+    m_micPicker = new QComboBox(manager);
+    managerForm->addRow(rowLabel(QStringLiteral("Votre mi&cro :"), m_micPicker, manager),
+                        m_micPicker);
+    m_listenPicker = new QComboBox(manager);
+    managerForm->addRow(
+        rowLabel(QStringLiteral("Votre cas&que ou haut-parleur :"), m_listenPicker, manager),
+        m_listenPicker);
+    manager->body()->addLayout(managerForm);
+    layout->addWidget(manager);
+
+    // The phone application's own audio menu.
+    auto* phone = new Card(QStringLiteral("Audio de Téléphone"), content);
+    auto* phoneRow = new QHBoxLayout;
+    auto* prepare = makeButton(texts::prepareLink(), phone);
+    auto* back = makeButton(texts::phoneBackToSystem(), phone);
+    phoneRow->addWidget(prepare);
+    phoneRow->addWidget(back);
+    phoneRow->addStretch(1);
+    phone->body()->addLayout(phoneRow);
+    m_phoneStatus = makeLabel(QString(), phone);
+    m_phoneStatus->setAccessibleName(QStringLiteral("État de l’audio de Téléphone"));
+    phone->body()->addWidget(m_phoneStatus);
+    layout->addWidget(phone);
+
+    auto* recording = new Card(QStringLiteral("Enregistrement et autorisations"), content);
+    m_recording = new ToggleSwitch(QStringLiteral("Enregistrer l’audio des appels"), recording);
+    recording->body()->addWidget(m_recording);
+    m_permissions = makeLabel(QString(), recording);
+    m_permissions->setAccessibleName(QStringLiteral("Autorisations"));
+    recording->body()->addWidget(m_permissions);
+    layout->addWidget(recording);
+    layout->addStretch(1);
+
+    connect(m_saveKey, &QPushButton::clicked, this, [this] {
+        m_model->saveKey(m_key->text());
+        // The key never stays on screen once it is stored.
+        if (m_model->keyPresent() && m_model->error().isEmpty())
+            m_key->clear();
+    });
+    connect(m_key, &QLineEdit::returnPressed, m_saveKey, &QPushButton::click);
+    connect(m_deleteKey, &QPushButton::clicked, m_model, &AppModel::deleteKey);
+    connect(m_verify, &QPushButton::clicked, this, [this] { m_model->verifyAI(false); });
+    connect(m_modelName, &QLineEdit::editingFinished, this, [this] {
+        if (m_modelName->text() != m_model->model())
+            m_model->setModel(m_modelName->text());
+    });
+    connect(m_input, &QComboBox::currentIndexChanged, this,
+            [this] { m_model->setInputUID(m_input->currentData().toString()); });
+    connect(m_output, &QComboBox::currentIndexChanged, this,
+            [this] { m_model->setOutputUID(m_output->currentData().toString()); });
+    connect(m_micPicker, &QComboBox::currentIndexChanged, this,
+            [this] { m_model->setInterventionMicUID(m_micPicker->currentData().toString()); });
+    connect(m_listenPicker, &QComboBox::currentIndexChanged, this, [this] {
+        m_model->setInterventionOutputUID(m_listenPicker->currentData().toString());
+    });
+    connect(configure, &QPushButton::clicked, this, [this] { m_setup->configureSound(); });
+    connect(refresh, &QPushButton::clicked, m_model, &AppModel::refresh);
+    connect(saveSettings, &QPushButton::clicked, m_model, &AppModel::saveSettings);
+    connect(prepare, &QPushButton::clicked, this, [this] { m_setup->prepareLink(); });
+    connect(back, &QPushButton::clicked, this, [this] { m_setup->phoneBackToSystem(); });
+    connect(m_recording, &ToggleSwitch::toggled, this, [this](bool on) {
+        if (on != m_model->recordingEnabled())
+            m_model->setRecordingEnabled(on);
+    });
+
+    bind(m_model, &AppModel::keyPresentChanged, this, [this] {
+        m_keyState->setText(m_model->keyPresent()
+                                ? QStringLiteral("Une clé est enregistrée sur ce Mac.")
+                                : QStringLiteral("Aucune clé enregistrée."));
+        m_deleteKey->setEnabled(m_model->keyPresent());
+    });
+    bind(m_model, &AppModel::aiStatusChanged, this,
+         [this] { setTextIfChanged(m_aiStatus, m_model->aiStatus()); });
+    bind(m_model, &AppModel::checkingAIChanged, this,
+         [this] { m_verify->setEnabled(!m_model->checkingAI()); });
+    bind(m_model, &AppModel::modelChanged, this, [this] {
+        if (m_modelName->text() != m_model->model())
+            m_modelName->setText(m_model->model());
+    });
+    bind(m_model, &AppModel::devicesChanged, this, &ConnectionsPage::refreshDevices);
+    connect(m_model, &AppModel::inputUIDChanged, this, &ConnectionsPage::refreshDevices);
+    connect(m_model, &AppModel::outputUIDChanged, this, &ConnectionsPage::refreshDevices);
+    connect(m_model, &AppModel::interventionMicUIDChanged, this, &ConnectionsPage::refreshDevices);
+    connect(m_model, &AppModel::interventionOutputUIDChanged, this,
+            &ConnectionsPage::refreshDevices);
+    auto routing = [this] {
+        QString text = m_model->routingConfirmed() ? QStringLiteral("✓ Son des appels vérifié")
+                                                   : QStringLiteral("Son des appels non vérifié");
+        if (!m_model->configurationStatus().isEmpty())
+            text += QStringLiteral(" — ") + m_model->configurationStatus();
+        setTextIfChanged(m_routing, text);
+    };
+    bind(m_model, &AppModel::routingConfirmedChanged, this, routing);
+    connect(m_model, &AppModel::configurationStatusChanged, this, routing);
+    bind(m_model, &AppModel::nativeAudioStatusChanged, this,
+         [this] { setTextIfChanged(m_phoneStatus, m_model->nativeAudioStatus()); });
+    bind(m_model, &AppModel::recordingEnabledChanged, this, [this] {
+        const QSignalBlocker block(m_recording);
+        m_recording->setChecked(m_model->recordingEnabled());
+    });
+    auto permissions = [this] {
+        QStringList lines;
+        lines << (m_model->accessibility() ? QStringLiteral("✓ Accessibilité autorisée")
+                                           : QStringLiteral("✗ Accessibilité à autoriser"));
+        lines << (m_model->micAllowed() ? QStringLiteral("✓ Accès audio autorisé")
+                                        : QStringLiteral("✗ Accès audio à autoriser"));
+        if (!m_model->permissionReport().isEmpty())
+            lines << m_model->permissionReport();
+        setTextIfChanged(m_permissions, lines.join(QLatin1Char('\n')));
+    };
+    bind(m_model, &AppModel::accessibilityChanged, this, permissions);
+    connect(m_model, &AppModel::micAllowedChanged, this, permissions);
+    connect(m_model, &AppModel::permissionReportChanged, this, permissions);
+}
+
+void ConnectionsPage::refreshDevices()
+{
+    const QList<SoundDevice>& devices = m_model->devices();
+    fillDevices(m_input, devices, true, m_model->inputUID());
+    fillDevices(m_output, devices, false, m_model->outputUID());
+    fillDevices(m_micPicker, devices, true, m_model->interventionMicUID());
+    fillDevices(m_listenPicker, devices, false, m_model->interventionOutputUID());
+}
+
+} // namespace vemira::ui

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QWidget>
+
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+
+namespace vemira {
+class AppModel;
+}
+
+namespace vemira::ui {
+
+class GuidedSetup;
+class ToggleSwitch;
+
+// The API key, the AI check, the call's devices, the manager's devices for an
+// intervention, the phone application's audio and the recording switch.
+class ConnectionsPage : public QWidget {
+    Q_OBJECT
+
+public:
+    ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* parent = nullptr);
+
+    QLineEdit* keyField() const { return m_key; }
+    QPushButton* saveKeyButton() const { return m_saveKey; }
+    QPushButton* deleteKeyButton() const { return m_deleteKey; }
+    QPushButton* verifyButton() const { return m_verify; }
+    QComboBox* inputPicker() const { return m_input; }
+    QComboBox* outputPicker() const { return m_output; }
+    QComboBox* interventionMicPicker() const { return m_micPicker; }
+    QComboBox* interventionOutputPicker() const { return m_listenPicker; }
+    ToggleSwitch* recordingSwitch() const { return m_recording; }
+
+private:
+    void refreshDevices();
+
+    AppModel* m_model;
+    GuidedSetup* m_setup;
+    QLineEdit* m_key;
+    QPushButton* m_saveKey;
+    QPushButton* m_deleteKey;
+    QLabel* m_keyState;
+    QPushButton* m_verify;
+    QLabel* m_aiStatus;
+    QLineEdit* m_modelName;
+    QComboBox* m_input;
+    QComboBox* m_output;
+    QLabel* m_routing;
+    QComboBox* m_micPicker;
+    QComboBox* m_listenPicker;
+    QLabel* m_phoneStatus;
+    ToggleSwitch* m_recording;
+    QLabel* m_permissions;
+};
+
+} // namespace vemira::ui

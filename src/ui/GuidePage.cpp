@@ -1,0 +1,83 @@
+#include "ui/GuidePage.h"
+
+#include "app/AppModel.h"
+#include "ui/UiTexts.h"
+#include "ui/Widgets.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QVBoxLayout>
+
+namespace vemira::ui {
+
+GuidePage::GuidePage(AppModel* model, QWidget* parent) : QWidget(parent)
+{
+    setAccessibleName(QStringLiteral("Guide"));
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    auto* scroll = new QScrollArea(this);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    outer->addWidget(scroll);
+    auto* content = new QWidget(scroll);
+    scroll->setWidget(content);
+    auto* layout = new QVBoxLayout(content);
+    layout->setContentsMargins(16, 16, 16, 16);
+    layout->setSpacing(12);
+
+    struct Section {
+        QString title;
+        QString body;
+    };
+    const QList<Section> sections = {
+        {QStringLiteral("1. Préparer le Mac une fois"),
+         QStringLiteral(
+             "Ouvrez la configuration guidée : elle vérifie le module audio, les "
+             "autorisations, la clé OpenAI et le son de Téléphone, dans cet ordre. Chaque "
+             "étape dit ce qui manque et propose le bouton qui le règle.")},
+        {QStringLiteral("2. Essayer avant le premier appel"),
+         QStringLiteral("Dans la fenêtre d’essai, « ") + texts::talkOnMac() +
+             QStringLiteral(" » vous fait parler à Vemira avec le micro et les haut-parleurs du "
+                            "Mac. « ") +
+             texts::outgoingTest() +
+             QStringLiteral(" » appelle un autre téléphone puis branche l’IA sur cet appel.")},
+        {QStringLiteral("3. Activer le standard"),
+         QStringLiteral("Basculez « Répondre aux appels » en haut de la fenêtre ou dans l’icône "
+                        "de la barre des menus. Vemira décroche après 3 secondes de sonnerie, "
+                        "lorsque l’IA est prête, et prend un message. Un seul appel à la fois.")},
+        {QStringLiteral("4. Reprendre la main pendant un appel"),
+         QStringLiteral("Sur l’accueil, « ") + texts::intervene() +
+             QStringLiteral(" » ouvre votre micro vers l’appelant et met l’IA en silence ; "
+                            "« ") +
+             texts::giveBack() +
+             QStringLiteral(" » la laisse reprendre. Choisissez d’abord votre micro et votre "
+                            "casque dans Connexions → Intervention humaine.")},
+        {QStringLiteral("5. Retrouver et classer les appels"),
+         QStringLiteral("La page Conversations liste chaque appel avec sa transcription. "
+                        "Cherchez un nom, un numéro ou une phrase, classez l’appel dans un "
+                        "dossier, notez la suite à donner et changez son état. Tout reste sur ce "
+                        "Mac.")},
+    };
+    for (const Section& s : sections) {
+        auto* card = new Card(s.title, content);
+        card->body()->addWidget(makeLabel(s.body, card));
+        layout->addWidget(card);
+    }
+    auto* actions = new QHBoxLayout;
+    auto* setup = makeButton(QStringLiteral("Ouvrir la configuration &guidée"), content);
+    auto* test = makeButton(QStringLiteral("Ouvrir la fenêtre d’&essai"), content);
+    auto* demo = makeButton(QStringLiteral("Voir un e&xemple de conversation"), content);
+    actions->addWidget(setup);
+    actions->addWidget(test);
+    actions->addWidget(demo);
+    actions->addStretch(1);
+    layout->addLayout(actions);
+    layout->addStretch(1);
+    connect(setup, &QPushButton::clicked, this, &GuidePage::setupRequested);
+    connect(test, &QPushButton::clicked, this, &GuidePage::testRequested);
+    connect(demo, &QPushButton::clicked, model, &AppModel::addDemo);
+}
+
+} // namespace vemira::ui

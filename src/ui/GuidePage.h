@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QWidget>
+
+namespace vemira {
+class AppModel;
+}
+
+namespace vemira::ui {
+
+// A short how-to in plain French, with the actions it talks about one click away.
+class GuidePage : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit GuidePage(AppModel* model, QWidget* parent = nullptr);
+
+Q_SIGNALS:
+    void setupRequested();
+    void testRequested();
+};
+
+} // namespace vemira::ui

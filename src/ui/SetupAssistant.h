@@ -1,0 +1,71 @@
+#pragma once
+
+#include <QDialog>
+
+class QLabel;
+class QLineEdit;
+class QListWidget;
+class QProgressBar;
+class QPushButton;
+class QStackedWidget;
+
+namespace vemira {
+class AppModel;
+}
+
+namespace vemira::ui {
+
+class GuidedSetup;
+class LevelMeter;
+
+// The guided setup: four steps on the left with their state, one step at a time on the
+// right, each saying what is missing and offering the one button that fixes it.
+class SetupAssistant : public QDialog {
+    Q_OBJECT
+
+public:
+    SetupAssistant(AppModel* model, GuidedSetup* setup, QWidget* parent = nullptr);
+
+    void showStep(int index);
+    int currentStep() const;
+    // The first step not done yet (the last one when all are done).
+    int firstOpenStep() const;
+    QListWidget* stepList() const { return m_steps; }
+    QProgressBar* progress() const { return m_progress; }
+
+private:
+    QWidget* buildSoundStep();
+    QWidget* buildPermissionsStep();
+    QWidget* buildAIStep();
+    QWidget* buildPhoneStep();
+    void refresh();
+
+    AppModel* m_model;
+    GuidedSetup* m_setup;
+    QListWidget* m_steps;
+    QStackedWidget* m_pages;
+    QProgressBar* m_progress;
+    QPushButton* m_previous;
+    QPushButton* m_next;
+
+    QLabel* m_driver;
+    QLabel* m_configuration;
+    LevelMeter* m_probeRaw;
+    LevelMeter* m_probeConverted;
+    QPushButton* m_configure;
+    QLabel* m_accessibility;
+    QLabel* m_microphone;
+    LevelMeter* m_micLevel;
+    QLabel* m_micStatus;
+    QPushButton* m_testMic;
+    QLineEdit* m_key;
+    QLabel* m_keyState;
+    QLabel* m_aiStatus;
+    QPushButton* m_verify;
+    QLabel* m_phoneStatus;
+    QLabel* m_relayStatus;
+    QLabel* m_validated;
+    QPushButton* m_observe;
+};
+
+} // namespace vemira::ui
