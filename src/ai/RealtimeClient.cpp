@@ -13,7 +13,7 @@ namespace vemira {
 namespace {
 
 // Callbacks are copied before the call: the owner may replace or clear them from inside.
-template <typename Callback, typename... Args> void invoke(const Callback& callback, Args&&... args)
+template <typename Callback, typename... Args> void fire(const Callback& callback, Args&&... args)
 {
     if (callback) {
         Callback copy = callback;
@@ -217,7 +217,7 @@ void RealtimeClient::offer(Frame frame)
     if (!m_active)
         return;
     if (waitingFrames() >= maxWaitingFrames) {
-        invoke(onError, realtime::queueFullMessage());
+        fire(onError, realtime::queueFullMessage());
         return;
     }
     m_queue.push_back(std::move(frame));
@@ -294,7 +294,7 @@ void RealtimeClient::receiveFailed()
     if (!m_active || m_receiveEnded)
         return;
     m_receiveEnded = true;
-    invoke(onError, realtime::receiveFailedMessage());
+    fire(onError, realtime::receiveFailedMessage());
 }
 
 void RealtimeClient::sendFailed()
@@ -302,13 +302,13 @@ void RealtimeClient::sendFailed()
     if (!m_active || m_sendEnded)
         return;
     m_sendEnded = true;
-    invoke(onError, realtime::sendFailedMessage());
+    fire(onError, realtime::sendFailedMessage());
 }
 
 void RealtimeClient::pushUsage()
 {
     if (onUsage)
-        invoke(onUsage, m_meter.snapshot());
+        fire(onUsage, m_meter.snapshot());
 }
 
 void RealtimeClient::receiveFrame(const QByteArray& bytes)
@@ -331,6 +331,8 @@ void RealtimeClient::receiveFrame(const QByteArray& bytes)
 
 void RealtimeClient::handle(const QString& type, const QJsonObject& event)
 {
+    if (!m_active)
+        return; // a closed session hears nothing more, whoever delivers the event
     const auto stringAt = [](const QJsonObject& object, QLatin1String key) {
         const QJsonValue value = object.value(key);
         return value.isString() ? std::optional<QString>(value.toString()) : std::nullopt;
@@ -345,7 +347,7 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
         if (!m_ready) {
             m_ready = true;
             QPointer<RealtimeClient> self(this);
-            invoke(onReady);
+            fire(onReady);
             if (!self)
                 return;
         }
@@ -353,7 +355,7 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
                                       QLatin1String("instructions"));
         if (m_pendingInstructions && applied && *applied == *m_pendingInstructions) {
             m_pendingInstructions.reset();
-            invoke(onInstructionsApplied);
+            fire(onInstructionsApplied);
         }
     } else if (type == QLatin1String("response.created")) {
         if (const auto id = responseId(&response)) {
@@ -374,19 +376,19 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
         // An empty delta carries no sound: not worth waking the audio chain for.
         const auto pcm = realtime::decodeBase64(delta.toString());
         if (pcm && !pcm->isEmpty())
-            invoke(onAudio, *pcm);
+            fire(onAudio, *pcm);
     } else if (type == QLatin1String("response.output_audio_transcript.done")) {
         if (const auto text = stringAt(event, QLatin1String("transcript")))
-            invoke(onTranscript, realtime::aiSpeaker(), *text);
+            fire(onTranscript, realtime::aiSpeaker(), *text);
     } else if (type == QLatin1String("conversation.item.input_audio_transcription.completed")) {
         if (const auto text = stringAt(event, QLatin1String("transcript")))
-            invoke(onTranscript, realtime::callerSpeaker(), *text);
+            fire(onTranscript, realtime::callerSpeaker(), *text);
     } else if (type == QLatin1String("input_audio_buffer.speech_started")) {
-        invoke(onInterruption);
+        fire(onInterruption);
     } else if (type == QLatin1String("error")) {
         const auto code =
             stringAt(event.value(QLatin1String("error")).toObject(), QLatin1String("code"));
-        invoke(onError, realtime::serverErrorMessage(code.value_or(QStringLiteral("erreur"))));
+        fire(onError, realtime::serverErrorMessage(code.value_or(QStringLiteral("erreur"))));
     }
 }
 

@@ -493,8 +493,33 @@ private Q_SLOTS:
         QCOMPARE(server->connectionCount(), 0);
     }
 
-    void clientMayBeDestroyedFromItsCallbacks()
+    void callbacksMayBeMissingOrDestroyTheClient()
     {
+        {
+            // An owner that listens to nothing (the connection probe ignores usage).
+            RealtimeClient silent(clock);
+            silent.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
+                           QStringLiteral("Consignes"));
+            QVERIFY(QTest::qWaitFor([&] { return silent.isReady(); }, 5000));
+            QVERIFY(silent.updateInstructions(QStringLiteral("Autre")));
+            silent.append(pcmChunk(48'000, 1));
+            for (const QJsonObject& event :
+                 {ScriptedRealtimeServer::audioDelta(pcmChunk(96, 1)),
+                  ScriptedRealtimeServer::aiTranscript(QStringLiteral("a")),
+                  ScriptedRealtimeServer::callerTranscript(QStringLiteral("b")),
+                  ScriptedRealtimeServer::speechStarted(),
+                  ScriptedRealtimeServer::responseCreated(QStringLiteral("r")),
+                  ScriptedRealtimeServer::responseDone(QStringLiteral("r"), 1, 1),
+                  ScriptedRealtimeServer::sessionUpdated(
+                      QJsonObject{{QStringLiteral("instructions"), QStringLiteral("Autre")}}),
+                  ScriptedRealtimeServer::error(QStringLiteral("x"))})
+                server->sendEvent(event);
+            server->sendText(QStringLiteral("pas du JSON"));
+            QVERIFY(QTest::qWaitFor([&] { return !silent.pendingInstructions(); }, 5000));
+            QTest::qWait(50);
+            silent.close();
+        }
+
         auto client = std::make_unique<RealtimeClient>(clock);
         client->onReady = [&] { client.reset(); };
         client->connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
