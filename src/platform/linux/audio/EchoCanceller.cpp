@@ -19,7 +19,7 @@ std::int16_t toInt16(float x)
 
 EchoCanceller::EchoCanceller(int sampleRate)
     : m_frameSize(std::max(1, sampleRate * frameMs / 1000)),
-      m_maxLead(std::max(1, sampleRate * maxLeadMs / 1000)),
+      m_margin(std::max(0, sampleRate * marginMs / 1000)),
       m_ring(std::size_t(std::max(1, sampleRate))), m_near(std::size_t(m_frameSize)),
       m_far(std::size_t(m_frameSize)), m_clean(std::size_t(m_frameSize))
 {
@@ -39,6 +39,12 @@ EchoCanceller::~EchoCanceller()
 {
     speex_preprocess_state_destroy(m_preprocess);
     speex_echo_state_destroy(m_echo);
+}
+
+void EchoCanceller::setEchoDelay(int samples)
+{
+    const int most = int(m_ring.size()) - 2 * m_frameSize;
+    m_maxLead = std::clamp(samples - m_margin, 0, std::max(0, most));
 }
 
 void EchoCanceller::playback(const float* interleaved, int frames, int channels)

@@ -13,9 +13,11 @@ namespace vemira::pulse {
 // echo suppression, noise suppression and AGC), mono, in 10 ms frames.
 //
 // The far-end reference is exactly what the engine hands to the loudspeaker, taken in the
-// render path; the capture path pops it frame by frame. The reference is kept only a little
-// ahead of the microphone (at most maxLeadMs), because an echo can be cancelled only when its
-// source is already in the filter's history when the echo arrives.
+// render path; the capture path pops it frame by frame. An echo can be cancelled only when its
+// source is already in the filter's history when the echo arrives, so the reference may run
+// ahead of the microphone by at most the echo delay (playback plus capture latency, which the
+// engine measures and passes in) less a margin; any excess is skipped. Until the delay is
+// known the reference is kept just one frame ahead, which is causal on any device.
 //
 // Threads: both playback() and capture() must be called on one and the same thread (the
 // engine's loop thread, which runs both stream callbacks); no allocation after construction.
@@ -23,7 +25,7 @@ class EchoCanceller {
 public:
     static constexpr int frameMs = 10;
     static constexpr int filterMs = 200;
-    static constexpr int maxLeadMs = 60;
+    static constexpr int marginMs = 20;
 
     explicit EchoCanceller(int sampleRate);
     ~EchoCanceller();
@@ -31,6 +33,10 @@ public:
     EchoCanceller& operator=(const EchoCanceller&) = delete;
 
     int frameSize() const { return m_frameSize; }
+    // From the server's latency figures: samples between handing a sample to the loudspeaker
+    // and hearing its echo in what the microphone delivers.
+    void setEchoDelay(int samples);
+    int lead() const { return m_maxLead; }
 
     // What is about to be played: interleaved float frames; the channels are averaged.
     void playback(const float* interleaved, int frames, int channels);
@@ -44,7 +50,8 @@ private:
     void popReference(std::int16_t* frame);
 
     int m_frameSize;
-    int m_maxLead;
+    int m_margin;
+    int m_maxLead = 0;
     SpeexEchoState_* m_echo = nullptr;
     SpeexPreprocessState_* m_preprocess = nullptr;
     std::vector<std::int16_t> m_ring; // far-end reference, a ring of int16 samples

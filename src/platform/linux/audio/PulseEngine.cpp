@@ -256,6 +256,10 @@ void PulseEngine::onRead(pa_stream* stream, std::size_t, void* data)
         engine->m_capture.flowing = true;
         engine->m_connection->wake();
     }
+    if (engine->m_echo && ++engine->m_readsSinceDelayCheck >= delayCheckReads) {
+        engine->m_readsSinceDelayCheck = 0;
+        engine->measureEchoDelay();
+    }
     const std::size_t frameBytes = pa_frame_size(&engine->m_capture.spec);
     while (pa_stream_readable_size(stream) > 0) {
         const void* bytes = nullptr;
@@ -275,6 +279,23 @@ void PulseEngine::onRead(pa_stream* stream, std::size_t, void* data)
         }
         pa_stream_drop(stream);
     }
+}
+
+void PulseEngine::measureEchoDelay()
+{
+    // Loop thread: both streams belong to this loop, their timing is ours to read.
+    pa_stream* in = m_capture.stream;
+    pa_stream* out = m_playback.stream;
+    if (!in || !out || !m_playback.running.load())
+        return;
+    pa_usec_t captureLatency = 0, playbackLatency = 0;
+    int negative = 0;
+    if (pa_stream_get_latency(in, &captureLatency, &negative) < 0 || negative)
+        return;
+    if (pa_stream_get_latency(out, &playbackLatency, &negative) < 0 || negative)
+        return;
+    const double seconds = double(captureLatency + playbackLatency) / 1e6;
+    m_echo->setEchoDelay(int(seconds * double(m_capture.spec.rate)));
 }
 
 void PulseEngine::deliver(const float* interleaved, int frames)

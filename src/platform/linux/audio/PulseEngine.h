@@ -91,12 +91,15 @@ private:
     static void onRead(pa_stream* stream, std::size_t bytes, void* engine);
     static void onWrite(pa_stream* stream, std::size_t bytes, void* engine);
     void deliver(const float* interleaved, int frames);
+    void measureEchoDelay();
+    static constexpr int delayCheckReads = 16;
 
     std::unique_ptr<PulseConnection> m_connection;
     Direction m_capture;
     Direction m_playback;
     int m_blockFrames = 2048;
     std::unique_ptr<EchoCanceller> m_echo;
+    int m_readsSinceDelayCheck = delayCheckReads; // loop thread
     CaptureCallback m_captureCallback; // loop thread while running; set under the loop lock
     RenderCallback m_renderCallback;
     std::vector<float> m_silence; // holes in a capture stream are delivered as silence

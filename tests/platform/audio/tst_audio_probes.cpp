@@ -1,0 +1,238 @@
+// The route and microphone probes on a real PulseAudio daemon with the virtual devices.
+#include "PulseDaemon.h"
+#include "audio/AudioDeviceIO.h"
+#include "audio/AudioSystem.h"
+#include "audio/probes/AudioRouteProbe.h"
+#include "audio/probes/MicrophoneProbe.h"
+#include "core/Clock.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <QTest>
+#include <cmath>
+#include <numbers>
+
+using namespace vemira;
+
+namespace {
+const QString callSink = QStringLiteral("com.brelian.audio.call");
+const QString voiceSink = QStringLiteral("com.brelian.audio.voice");
+
+struct Outcome {
+    bool finished = false;
+    Status status;
+    double seconds = 0;
+};
+} // namespace
+
+class AudioProbesTest : public QObject {
+    Q_OBJECT
+
+private:
+    PulseDaemon m_daemon;
+    QTemporaryDir m_temp;
+    std::unique_ptr<AudioSystem> m_system;
+    std::unique_ptr<AudioDeviceIO> m_io;
+
+    // Runs the route probe to its end, noting how long it took.
+    Outcome probeRoutes(const QList<SoundDevice>& devices)
+    {
+        AudioRouteProbe probe(*m_io, *m_system, SystemClock::instance());
+        Outcome outcome;
+        QElapsedTimer timer;
+        timer.start();
+        probe.run(devices, [&](Status status) {
+            outcome.finished = true;
+            outcome.status = std::move(status);
+            outcome.seconds = double(timer.elapsed()) / 1000.0;
+        });
+        (void)QTest::qWaitFor([&] { return outcome.finished; }, 40000);
+        return outcome;
+    }
+
+    QStringList probeFolders() const
+    {
+        return QDir(m_temp.path())
+            .entryList({QStringLiteral("brelian-probe-*")}, QDir::Dirs | QDir::NoDotAndDotDot);
+    }
+
+    std::optional<SoundDevice> byUID(const QString& uid) const
+    {
+        for (const SoundDevice& device : m_system->devices()) {
+            if (device.uid == uid)
+                return device;
+        }
+        return std::nullopt;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        const QString failure = m_daemon.start();
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+        QVERIFY(m_temp.isValid());
+        // The probes' recordings go to the temporary directory: ours, so we can see them go.
+        qputenv("TMPDIR", m_temp.path().toLocal8Bit());
+        m_system = createPlatformAudioSystem();
+        m_io = createPlatformAudioDeviceIO();
+    }
+
+    void cleanupTestCase() { m_daemon.stop(); }
+
+    // Both circuits carry their tone: the probe passes after testing each for six seconds,
+    // leaving no stream and no temporary folder behind.
+    void routeProbePassesOnBothCircuits()
+    {
+        const Outcome outcome = probeRoutes(m_system->devices());
+        QVERIFY(outcome.finished);
+        QVERIFY2(!outcome.status, outcome.status ? qPrintable(outcome.status->message()) : "");
+        QVERIFY(outcome.seconds > 2 * 6.3);
+        QCOMPARE(m_daemon.streamCount(), 0);
+        QCOMPARE(probeFolders(), QStringList());
+    }
+
+    // A circuit whose device gives back silence fails with the silence sentence naming it;
+    // when the first circuit fails, the second is never tested.
+    void silentCircuitFailsWithItsName()
+    {
+        m_daemon.pactl({QStringLiteral("set-sink-mute"), voiceSink, QStringLiteral("1")});
+        Outcome outcome = probeRoutes(m_system->devices());
+        m_daemon.pactl({QStringLiteral("set-sink-mute"), voiceSink, QStringLiteral("0")});
+        QVERIFY(outcome.finished && outcome.status);
+        QCOMPARE(outcome.status->message(),
+                 QStringLiteral("Le signal de test ne traverse pas « Brelian — IA vers appel ». "
+                                "Le pilote est visible mais son transport audio doit être "
+                                "corrigé. Le standard reste désactivé."));
+        QVERIFY(outcome.seconds > 2 * 6.3);
+
+        m_daemon.pactl({QStringLiteral("set-sink-mute"), callSink, QStringLiteral("1")});
+        outcome = probeRoutes(m_system->devices());
+        m_daemon.pactl({QStringLiteral("set-sink-mute"), callSink, QStringLiteral("0")});
+        QVERIFY(outcome.finished && outcome.status);
+        QCOMPARE(outcome.status->message(),
+                 QStringLiteral("Le signal de test ne traverse pas « Brelian — Appel vers IA ». "
+                                "Le pilote est visible mais son transport audio doit être "
+                                "corrigé. Le standard reste désactivé."));
+        QVERIFY(outcome.seconds < 6.3 + 2.5);
+        QCOMPARE(probeFolders(), QStringList());
+    }
+
+    // A device that does not move samples (suspended) gives an incomplete test, with the flow
+    // status and the recorded length in the sentence.
+    void stalledCircuitIsReportedIncomplete()
+    {
+        m_daemon.pactl({QStringLiteral("suspend-sink"), callSink, QStringLiteral("1")});
+        const Outcome outcome = probeRoutes(m_system->devices());
+        m_daemon.pactl({QStringLiteral("suspend-sink"), callSink, QStringLiteral("0")});
+        QVERIFY(outcome.finished && outcome.status);
+        const QString message = outcome.status->message();
+        QVERIFY2(
+            message.startsWith(QStringLiteral("Test incomplet de « Brelian — Appel vers IA » : ")),
+            qPrintable(message));
+        QVERIFY2(message.endsWith(QStringLiteral(
+                     ", enregistrement 0.0 s sur 6 s attendues. Le standard reste désactivé.")),
+                 qPrintable(message));
+        QVERIFY(message.contains(QStringLiteral("moteurs entrée/sortie : ")));
+        QCOMPARE(probeFolders(), QStringList());
+    }
+
+    // Without the driver's pair nothing starts and the module sentence comes at once.
+    void missingDevicesFailAtOnce()
+    {
+        QList<SoundDevice> withoutVoice;
+        for (const SoundDevice& device : m_system->devices()) {
+            if (device.uid != BrelianDevices::voiceUID())
+                withoutVoice.append(device);
+        }
+        for (const QList<SoundDevice>& devices : {withoutVoice, QList<SoundDevice>()}) {
+            AudioRouteProbe probe(*m_io, *m_system, SystemClock::instance());
+            std::optional<Status> answer;
+            probe.run(devices, [&](Status status) { answer = std::move(status); });
+            QVERIFY(answer.has_value()); // before run() returned
+            QVERIFY(answer->has_value());
+            QCOMPARE((*answer)->message(),
+                     QStringLiteral("Le module audio Vemira n’est pas chargé. Installez-le puis "
+                                    "redémarrez le Mac."));
+            QVERIFY(!probe.isRunning());
+            QCOMPARE(m_daemon.streamCount(), 0);
+        }
+    }
+
+    // Abandoning a probe midway stops its streams and removes its folder.
+    void abandonedProbeLeavesNothing()
+    {
+        {
+            AudioRouteProbe probe(*m_io, *m_system, SystemClock::instance());
+            bool called = false;
+            probe.run(m_system->devices(), [&](Status) { called = true; });
+            QVERIFY(probe.isRunning());
+            QTest::qWait(1000);
+            QCOMPARE(probeFolders().size(), 1);
+            QVERIFY(m_daemon.streamCount() > 0);
+            QVERIFY(!called);
+        }
+        QTest::qWait(100);
+        QCOMPARE(m_daemon.streamCount(), 0);
+        QCOMPARE(probeFolders(), QStringList());
+    }
+
+    // The microphone probe hears a device with sound and not a silent one; both listen at the
+    // same time for their five seconds. A missing device is refused at once.
+    void microphoneProbeTellsSoundFromSilence()
+    {
+        const std::optional<SoundDevice> call = byUID(callSink);
+        const std::optional<SoundDevice> voice = byUID(voiceSink);
+        QVERIFY(call && voice);
+
+        // Someone speaks into the call device: 0.05 full scale.
+        AudioEngineRequest speak;
+        speak.outputDeviceID = call->id;
+        std::unique_ptr<AudioEngine> speaker = std::move(m_io->open(speak)).value();
+        const DeviceFormat format = speaker->playbackFormat();
+        std::int64_t index = 0;
+        speaker->setRenderCallback([&index, format](float* b, int n) {
+            for (int i = 0; i < n; ++i, ++index) {
+                const float v =
+                    0.05f *
+                    float(std::sin(2 * std::numbers::pi * 440 * double(index) / format.sampleRate));
+                for (int c = 0; c < format.channels; ++c)
+                    b[i * format.channels + c] = v;
+            }
+        });
+        QVERIFY(!speaker->startPlayback());
+
+        MicrophoneProbe hearing(*m_io, SystemClock::instance());
+        MicrophoneProbe silent(*m_io, SystemClock::instance());
+        QList<double> heardLevels, silentLevels;
+        std::optional<Result<bool>> heard, quiet;
+        QElapsedTimer timer;
+        timer.start();
+        hearing.run(
+            call->id, [&](double peak) { heardLevels.append(peak); },
+            [&](Result<bool> result) { heard = std::move(result); });
+        silent.run(
+            voice->id, [&](double peak) { silentLevels.append(peak); },
+            [&](Result<bool> result) { quiet = std::move(result); });
+        QVERIFY(QTest::qWaitFor([&] { return heard && quiet; }, 15000));
+        speaker->stopPlayback();
+        QVERIFY(timer.elapsed() >= 5000);
+        QVERIFY(heard->ok() && heard->value());
+        QVERIFY(quiet->ok() && !quiet->value());
+        QVERIFY(heardLevels.size() > 20); // every 50 ms or so
+        const double loudest = *std::max_element(heardLevels.begin(), heardLevels.end());
+        QVERIFY2(std::fabs(loudest - 0.05) < 0.005, qPrintable(QString::number(loudest)));
+        QVERIFY(!silentLevels.isEmpty());
+        QCOMPARE(*std::max_element(silentLevels.begin(), silentLevels.end()), 0.0);
+        QCOMPARE(m_daemon.streamCount(), 0);
+
+        std::optional<Result<bool>> missing;
+        hearing.run(4242u, {}, [&](Result<bool> result) { missing = std::move(result); });
+        QVERIFY(missing && !missing->ok());
+        QCOMPARE(missing->error().message(), QStringLiteral("Microphone indisponible."));
+        QVERIFY(!hearing.isRunning());
+    }
+};
+
+QTEST_GUILESS_MAIN(AudioProbesTest)
+#include "tst_audio_probes.moc"

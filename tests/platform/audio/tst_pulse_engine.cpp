@@ -1,0 +1,331 @@
+// Capture and playback on real PulseAudio devices: the bridge's round trip through a
+// virtual device, echo cancellation, a device that vanishes, stop that really stops.
+#include "PulseDaemon.h"
+#include "audio/AudioBridge.h"
+#include "audio/AudioSystem.h"
+#include "audio/ProbeMeter.h"
+#include "audio/VoiceOutputChain.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+#include <QThread>
+#include <atomic>
+#include <cmath>
+#include <mutex>
+#include <numbers>
+
+using namespace vemira;
+
+namespace {
+
+// Wire audio received on the capture thread, read on the main thread.
+struct Received {
+    std::mutex lock;
+    QByteArray bytes;
+    void add(const QByteArray& block)
+    {
+        std::lock_guard guard(lock);
+        bytes += block;
+    }
+    QByteArray all()
+    {
+        std::lock_guard guard(lock);
+        return bytes;
+    }
+};
+
+// Samples captured by a bare engine, mono (channel 0).
+struct Samples {
+    std::mutex lock;
+    std::vector<float> values;
+    void add(const float* interleaved, int frames, int channels)
+    {
+        std::lock_guard guard(lock);
+        for (int i = 0; i < frames; ++i)
+            values.push_back(interleaved[std::size_t(i) * std::size_t(channels)]);
+    }
+    std::vector<float> all()
+    {
+        std::lock_guard guard(lock);
+        return values;
+    }
+};
+
+double toneAmplitude(const std::vector<float>& x, std::size_t from, std::size_t count,
+                     double frequency, double rate)
+{
+    double c = 0, s = 0;
+    for (std::size_t n = 0; n < count && from + n < x.size(); ++n) {
+        const double phase = 2.0 * std::numbers::pi * frequency * double(n) / rate;
+        c += x[from + n] * std::cos(phase);
+        s += x[from + n] * std::sin(phase);
+    }
+    return 2.0 * std::hypot(c, s) / double(count);
+}
+
+double rms(const std::vector<float>& x, std::size_t from, std::size_t count)
+{
+    double sum = 0;
+    std::size_t n = 0;
+    for (; n < count && from + n < x.size(); ++n)
+        sum += double(x[from + n]) * double(x[from + n]);
+    return n ? std::sqrt(sum / double(n)) : 0.0;
+}
+
+std::vector<float> wireToFloat(const QByteArray& wire)
+{
+    std::vector<float> out(std::size_t(wire.size() / 2));
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        const auto lo = std::uint8_t(wire[qsizetype(2 * i)]);
+        const auto hi = std::uint8_t(wire[qsizetype(2 * i + 1)]);
+        out[i] = float(std::int16_t(std::uint16_t(lo | (hi << 8)))) / 32768.0f;
+    }
+    return out;
+}
+
+std::optional<SoundDevice> byUID(const QList<SoundDevice>& devices, const QString& uid)
+{
+    for (const SoundDevice& device : devices) {
+        if (device.uid == uid)
+            return device;
+    }
+    return std::nullopt;
+}
+
+void pump(int milliseconds)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < milliseconds) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QThread::msleep(5);
+    }
+}
+
+} // namespace
+
+class PulseEngineTest : public QObject {
+    Q_OBJECT
+
+private:
+    PulseDaemon m_daemon;
+    std::unique_ptr<AudioSystem> m_system;
+    std::unique_ptr<AudioDeviceIO> m_io;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        const QString failure = m_daemon.start();
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+        m_system = createPlatformAudioSystem();
+        m_io = createPlatformAudioDeviceIO();
+    }
+
+    void cleanupTestCase() { m_daemon.stop(); }
+
+    // A tone enqueued on the bridge leaves through the voice chain, goes round the device and
+    // comes back on onPCM at its level: 3276/32768 after the chain's 0.85 headroom. Both on
+    // the virtual device's 48 kHz stereo and on a 44.1 kHz mono device.
+    void bridgeBringsAToneBackAtItsAmplitude()
+    {
+        const int module = m_daemon.loadNullSink(QStringLiteral("vemira.mono"),
+                                                 QStringLiteral("Mono 44,1"), 44100, 1);
+        QVERIFY(module >= 0);
+        const QList<SoundDevice> devices = m_system->devices();
+        for (const QString& uid : {BrelianDevices::callUID(), QStringLiteral("vemira.mono")}) {
+            const std::optional<SoundDevice> device = byUID(devices, uid);
+            QVERIFY(device);
+            Received received;
+            AudioBridge bridge(*m_io, *m_system);
+            bridge.onPCM = [&received](const QByteArray& wire) { received.add(wire); };
+            const Status started = bridge.start(device->id, device->id, false);
+            QVERIFY2(!started, started ? qPrintable(started->message()) : "");
+
+            QByteArray tone(2 * 24000 * 2, Qt::Uninitialized); // 2 s at 24 kHz
+            for (int n = 0; n < 48000; ++n) {
+                const auto s = std::int16_t(
+                    std::trunc(std::sin(2.0 * std::numbers::pi * 733.0 * n / 24000.0) * 3276.0));
+                tone[2 * n] = char(s & 0xff);
+                tone[2 * n + 1] = char((s >> 8) & 0xff);
+            }
+            bridge.enqueue(tone);
+            pump(2600);
+            QVERIFY2(!bridge.needsRestart(), qPrintable(bridge.flowStatus()));
+            bridge.stop();
+
+            const std::vector<float> heard = wireToFloat(received.all());
+            std::size_t onset = 0;
+            while (onset < heard.size() && std::fabs(heard[onset]) < 0.02f)
+                ++onset;
+            QVERIFY2(onset + 36000 < heard.size(), qPrintable(uid));
+            // One second from the middle of the tone, away from the resamplers' settling.
+            const double amplitude = toneAmplitude(heard, onset + 6000, 24000, 733.0, 24000.0);
+            const double expected = 3276.0 / 32768.0 * VoiceOutputChain::kHeadroomVolume;
+            QVERIFY2(
+                std::fabs(amplitude - expected) < 0.02 * expected,
+                qPrintable(
+                    QStringLiteral("%1: %2 instead of %3").arg(uid).arg(amplitude).arg(expected)));
+            // Nothing else is mixed in: the other probe tone's bin stays empty.
+            QVERIFY(toneAmplitude(heard, onset + 6000, 24000, 1103.0, 24000.0) < 0.001);
+        }
+        QVERIFY(m_daemon.unloadModule(module));
+    }
+
+    // For a conversation on the computer, what we play and hear back is removed, while a
+    // voice in the room (another program playing into the same device) is kept.
+    void echoCancellationRemovesOurOwnVoiceOnly()
+    {
+        const std::optional<SoundDevice> desk =
+            byUID(m_system->devices(), QStringLiteral("vemira.desk"));
+        QVERIFY(desk);
+        AudioEngineRequest duplex;
+        duplex.inputDeviceID = desk->id;
+        duplex.outputDeviceID = desk->id;
+        duplex.conversationOnComputer = true;
+        Result<std::unique_ptr<AudioEngine>> opened = m_io->open(duplex);
+        QVERIFY(opened);
+        std::unique_ptr<AudioEngine> engine = std::move(opened).value();
+        QVERIFY(engine->isDuplex());
+        const DeviceFormat in = engine->captureFormat();
+        const DeviceFormat out = engine->playbackFormat();
+        QCOMPARE(in.channels, 1);
+        QCOMPARE(in.sampleRate, out.sampleRate);
+
+        AudioEngineRequest room;
+        room.outputDeviceID = desk->id;
+        std::unique_ptr<AudioEngine> speaker = std::move(m_io->open(room)).value();
+
+        // Far end: broadband noise in 0.6 s phrases, like speech as far as an echo canceller
+        // is concerned (a steady tone could be learnt away by the noise suppressor alone).
+        // Room: 1103 Hz in half-second bursts.
+        const double rate = out.sampleRate;
+        std::int64_t farIndex = 0, roomIndex = 0;
+        std::uint32_t noise = 12345;
+        engine->setRenderCallback(
+            [&farIndex, &noise, rate, channels = out.channels](float* b, int n) {
+                for (int i = 0; i < n; ++i, ++farIndex) {
+                    noise = noise * 1664525u + 1013904223u;
+                    const bool on = (farIndex * 10 / std::int64_t(rate)) % 7 != 6;
+                    const float white = float(std::int32_t(noise)) / 2147483648.0f; // ±1
+                    const float v = on ? 0.1f * white : 0.0f;
+                    for (int c = 0; c < channels; ++c)
+                        b[i * channels + c] = v;
+                }
+            });
+        const int roomChannels = speaker->playbackFormat().channels;
+        speaker->setRenderCallback([&roomIndex, rate, roomChannels](float* b, int n) {
+            for (int i = 0; i < n; ++i, ++roomIndex) {
+                const bool on = (roomIndex / std::int64_t(rate / 2)) % 2 == 0;
+                const float v =
+                    on ? 0.1f * float(std::sin(2 * std::numbers::pi * 1103 * roomIndex / rate))
+                       : 0.0f;
+                for (int c = 0; c < roomChannels; ++c)
+                    b[i * roomChannels + c] = v;
+            }
+        });
+        Samples heard;
+        engine->setCaptureCallback(
+            [&heard](const float* b, int frames) { heard.add(b, frames, 1); });
+        QVERIFY(!engine->startPlayback());
+        QVERIFY(!engine->startCapture());
+        pump(3000); // let the canceller converge on the echo path
+        const std::size_t converged = heard.all().size();
+        QVERIFY(!speaker->startPlayback());
+        pump(3000);
+        speaker->stopPlayback();
+        engine->stopCapture();
+        engine->stopPlayback();
+
+        const std::vector<float> x = heard.all();
+        QVERIFY(x.size() > converged + std::size_t(2.5 * rate));
+        const auto second = std::size_t(rate);
+        // The played noise has an RMS of 0.1/√3 = 0.058 while on.
+        const double echoAlone = rms(x, converged - second, second);
+        const double voice = toneAmplitude(x, x.size() - 2 * second, 2 * second, 1103, rate);
+        QVERIFY2(echoAlone < 0.058 / 30, qPrintable(QString::number(echoAlone))); // ≥ 30 dB
+        QVERIFY2(voice > 0.02, qPrintable(QString::number(voice))); // 0.05 average when kept
+    }
+
+    // A device that disappears stops our streams by itself, and reports no format, so the
+    // owner rebuilds; stop() returns only once no callback runs any more.
+    void followsTheDeviceLifecycle()
+    {
+        const int module = m_daemon.loadNullSink(QStringLiteral("vemira.gone"),
+                                                 QStringLiteral("Éphémère"), 48000, 2);
+        const std::optional<SoundDevice> device =
+            byUID(m_system->devices(), QStringLiteral("vemira.gone"));
+        QVERIFY(device);
+        AudioEngineRequest request;
+        request.inputDeviceID = device->id;
+        request.outputDeviceID = device->id;
+        std::unique_ptr<AudioEngine> engine = std::move(m_io->open(request)).value();
+        std::atomic<int> blocks{0};
+        std::atomic<int> inside{0};
+        std::atomic<bool> oddBlock{false};
+        engine->setCaptureCallback([&](const float*, int frames) {
+            if (frames <= 0 || frames > AudioEngine::maxBlockFrames)
+                oddBlock.store(true);
+            inside.fetch_add(1);
+            QThread::usleep(2000);
+            blocks.fetch_add(1);
+            inside.fetch_sub(1);
+        });
+        QVERIFY(!engine->startCapture());
+        QVERIFY(!engine->startPlayback());
+        pump(200);
+        QVERIFY(blocks.load() > 0);
+        engine->stopCapture();
+        QCOMPARE(inside.load(), 0);
+        const int afterStop = blocks.load();
+        pump(200);
+        QCOMPARE(blocks.load(), afterStop);
+        QVERIFY(!engine->captureRunning());
+        QVERIFY(engine->playbackRunning());
+        QVERIFY(!engine->startCapture()); // starts again on the same engine
+        pump(200);
+        QVERIFY(blocks.load() > afterStop);
+
+        QVERIFY(!oddBlock.load());
+
+        QVERIFY(m_daemon.unloadModule(module));
+        QTRY_VERIFY_WITH_TIMEOUT(!engine->captureRunning() && !engine->playbackRunning(), 3000);
+        QVERIFY(!engine->captureFormat().isUsable());
+        QVERIFY(!engine->playbackFormat().isUsable());
+        const Status again = engine->startCapture();
+        QVERIFY(again);
+    }
+
+    // Ids that are not there, or a direction a device does not have, are refused.
+    void refusesDevicesItCannotUse()
+    {
+        AudioEngineRequest unknown;
+        unknown.inputDeviceID = 4242u;
+        Result<std::unique_ptr<AudioEngine>> opened = m_io->open(unknown);
+        QVERIFY(!opened);
+        QCOMPARE(opened.error().message(), QStringLiteral("Périphérique audio indisponible."));
+
+        const QString index =
+            m_daemon.pactl({QStringLiteral("load-module"), QStringLiteral("module-null-source"),
+                            QStringLiteral("source_name=vemira.mic")});
+        QVERIFY(!index.isEmpty());
+        const std::optional<SoundDevice> mic =
+            byUID(m_system->devices(), QStringLiteral("vemira.mic"));
+        QVERIFY(mic && mic->input && !mic->output);
+        AudioEngineRequest playToMic;
+        playToMic.outputDeviceID = mic->id;
+        QCOMPARE(m_io->open(playToMic).error().message(),
+                 QStringLiteral("Périphérique audio indisponible."));
+        AudioEngineRequest listen;
+        listen.inputDeviceID = mic->id;
+        opened = m_io->open(listen);
+        QVERIFY(opened);
+        QVERIFY(!opened.value()->startCapture());
+        QVERIFY(opened.value()->captureRunning());
+        QVERIFY(!opened.value()->hasPlayback());
+        opened.value()->stopCapture();
+        QVERIFY(m_daemon.unloadModule(index.toInt()));
+    }
+};
+
+QTEST_GUILESS_MAIN(PulseEngineTest)
+#include "tst_pulse_engine.moc"
