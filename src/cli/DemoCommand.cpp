@@ -315,16 +315,21 @@ private:
         const qint64 wallStart = monotonicNs();
         say(QStringLiteral("Appel décroché, conversation en cours…"));
 
-        QString lastProgress;
+        // Progress: each transcript line as it is added, and the usage counter when it moves.
+        qsizetype shownLines = 0;
+        QString shownUsage;
         const bool ended = waitUntil(
             [&] {
-                const QString progress =
-                    QStringLiteral("%1 lignes de transcription · %2")
-                        .arg(model.current() ? model.current()->transcript.size() : 0)
-                        .arg(model.conversationUsage().label());
-                if (model.busy() && progress != lastProgress) {
-                    lastProgress = progress;
-                    say(progress);
+                if (model.current()) {
+                    const QList<TranscriptLine>& lines = model.current()->transcript;
+                    for (; shownLines < lines.size(); ++shownLines)
+                        say(lines.at(shownLines).speaker + QStringLiteral(" : ") +
+                            lines.at(shownLines).text);
+                }
+                const QString usage = model.conversationUsage().label();
+                if (model.busy() && usage != shownUsage) {
+                    shownUsage = usage;
+                    say(QStringLiteral("Consommation : ") + usage);
                 }
                 return !model.busy();
             },

@@ -238,8 +238,10 @@ void TestEndToEndCall::callIsAnsweredOnlyAfterRingingAndReadiness()
     QVERIFY(answered > 0);
     const double rang = (answered - ringStart) / 1e9;
     QVERIFY2(rang >= 3.0, qPrintable(QStringLiteral("answered after %1 s of ringing").arg(rang)));
-    // Vemira polls once a second: it may see the ringing up to a tick late, not more.
-    QVERIFY2(rang < 3.0 + 2.5, qPrintable(QStringLiteral("answered only after %1 s").arg(rang)));
+    // Up to a tick to notice the ringing, 3 s of confirmation, the AI's readiness and the
+    // audio path's opening: a caller kept waiting longer than this is a fault.
+    qInfo("answered after %.2f s of ringing", rang);
+    QVERIFY2(rang < 10.0, qPrintable(QStringLiteral("answered only after %1 s").arg(rang)));
 
     // The session of the call opened once the ringing had lasted 3 s, and was ready first.
     const double opened = ns(m_conversation.value(QStringLiteral("connected")));

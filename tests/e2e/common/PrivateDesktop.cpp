@@ -1,0 +1,86 @@
+#include "PrivateDesktop.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QRegularExpression>
+
+namespace vemira::e2e {
+
+namespace {
+
+bool runScript(const QString& script, const QStringList& arguments, const QProcessEnvironment& env,
+               QString* output)
+{
+    QProcess process;
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral("bash"), QStringList{script} + arguments);
+    const bool ok = process.waitForFinished(30000) &&
+                    process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+    *output = QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
+    return ok;
+}
+
+// Applies the "export NAME=value" lines a script printed.
+void applyExports(const QString& text, QProcessEnvironment& env)
+{
+    static const QRegularExpression line(QStringLiteral("^export ([A-Z_]+)='?([^'\\n]*)'?$"),
+                                         QRegularExpression::MultilineOption);
+    auto it = line.globalMatch(text);
+    while (it.hasNext()) {
+        const auto match = it.next();
+        env.insert(match.captured(1), match.captured(2));
+    }
+}
+
+} // namespace
+
+PrivateDesktop::PrivateDesktop(QString scriptsFolder, QString folder)
+    : m_scripts(std::move(scriptsFolder)), m_folder(std::move(folder)),
+      m_env(QProcessEnvironment::systemEnvironment())
+{
+    for (const char* inherited : {"QT_QPA_PLATFORM", "DISPLAY", "DBUS_SESSION_BUS_ADDRESS",
+                                  "PULSE_SERVER", "AT_SPI_BUS_ADDRESS", "XDG_RUNTIME_DIR"})
+        m_env.remove(QString::fromLatin1(inherited));
+}
+
+PrivateDesktop::~PrivateDesktop()
+{
+    QString ignored;
+    if (m_desktop)
+        runScript(QDir(m_scripts).filePath(QStringLiteral("desktop-session.sh")),
+                  {QStringLiteral("stop"), QDir(m_folder).filePath(QStringLiteral("desktop"))},
+                  m_env, &ignored);
+    if (m_audio)
+        runScript(QDir(m_scripts).filePath(QStringLiteral("pulseaudio.sh")),
+                  {QStringLiteral("stop"), QDir(m_folder).filePath(QStringLiteral("pulse"))}, m_env,
+                  &ignored);
+}
+
+bool PrivateDesktop::start(QString* error)
+{
+    QString output;
+    const QString pulse = QDir(m_scripts).filePath(QStringLiteral("pulseaudio.sh"));
+    const QString pulseDir = QDir(m_folder).filePath(QStringLiteral("pulse"));
+    if (!runScript(pulse, {QStringLiteral("start"), pulseDir}, m_env, &output)) {
+        *error = QStringLiteral("PulseAudio: ") + output;
+        return false;
+    }
+    m_audio = true;
+    runScript(pulse, {QStringLiteral("env"), pulseDir}, m_env, &output);
+    applyExports(output, m_env);
+
+    const QString desktopDir = QDir(m_folder).filePath(QStringLiteral("desktop"));
+    if (!runScript(QDir(m_scripts).filePath(QStringLiteral("desktop-session.sh")),
+                   {QStringLiteral("start"), desktopDir}, m_env, &output)) {
+        *error = QStringLiteral("desktop: ") + output;
+        return false;
+    }
+    m_desktop = true;
+    const QString runtime = m_env.value(QStringLiteral("XDG_RUNTIME_DIR"));
+    applyExports(output, m_env);
+    // Both parts share the audio daemon's runtime folder (the desktop script keeps it when set).
+    m_env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    return true;
+}
+
+} // namespace vemira::e2e
