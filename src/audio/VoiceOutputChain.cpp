@@ -52,25 +52,41 @@ void VoiceOutputChain::apply(const VoiceEQSettings& settings)
 
 void VoiceOutputChain::process(float* samples, int frames)
 {
-    m_mailbox.take(m_design);
-    for (int b = 0; b < kBands; ++b) {
-        const auto band = std::size_t(b);
-        if (m_design.bypass[band])
-            continue;
-        const BiquadCoefficients& c = m_design.coefficients[band];
-        double z1 = m_state[band][0];
-        double z2 = m_state[band][1];
-        // Transposed direct form II: two state values, good numeric behaviour in double.
-        for (int i = 0; i < frames; ++i) {
-            const double x = samples[i];
-            const double y = c.b0 * x + z1;
-            z1 = c.b1 * x - c.a1 * y + z2;
-            z2 = c.b2 * x - c.a2 * y;
-            samples[i] = float(y);
+    if (m_mailbox.take(m_design)) {
+        // Only the active bands are run, in order, from a compact list.
+        m_active = 0;
+        for (int b = 0; b < kBands; ++b)
+            if (!m_design.bypass[std::size_t(b)])
+                m_activeBands[std::size_t(m_active++)] = b;
+    }
+    // Sample by sample through every active band: the bands of neighbouring samples overlap in
+    // the processor's pipeline, where band by band each would wait on its own feedback.
+    // Transposed direct form II in double: two state values a band, well-behaved numerically.
+    std::array<double, kBands> z1{}, z2{};
+    std::array<BiquadCoefficients, kBands> c{};
+    for (int k = 0; k < m_active; ++k) {
+        const auto band = std::size_t(m_activeBands[std::size_t(k)]);
+        z1[std::size_t(k)] = m_state[band][0];
+        z2[std::size_t(k)] = m_state[band][1];
+        c[std::size_t(k)] = m_design.coefficients[band];
+    }
+    const int active = m_active;
+    for (int i = 0; i < frames; ++i) {
+        double x = samples[i];
+        for (int k = 0; k < active; ++k) {
+            const auto j = std::size_t(k);
+            const double y = c[j].b0 * x + z1[j];
+            z1[j] = c[j].b1 * x - c[j].a1 * y + z2[j];
+            z2[j] = c[j].b2 * x - c[j].a2 * y;
+            x = y;
         }
+        samples[i] = float(x);
+    }
+    for (int k = 0; k < active; ++k) {
+        const auto band = std::size_t(m_activeBands[std::size_t(k)]);
         // Long silences would otherwise decay into denormals, which are slow on some CPUs.
-        m_state[band][0] = std::fabs(z1) < 1e-30 ? 0.0 : z1;
-        m_state[band][1] = std::fabs(z2) < 1e-30 ? 0.0 : z2;
+        m_state[band][0] = std::fabs(z1[std::size_t(k)]) < 1e-30 ? 0.0 : z1[std::size_t(k)];
+        m_state[band][1] = std::fabs(z2[std::size_t(k)]) < 1e-30 ? 0.0 : z2[std::size_t(k)];
     }
     const float headroom = m_headroom.load(std::memory_order_relaxed);
     for (int i = 0; i < frames; ++i)

@@ -91,6 +91,8 @@ private:
     // Render-thread state.
     Design m_design{};
     std::array<std::array<double, 2>, kBands> m_state{};
+    std::array<int, kBands> m_activeBands{};
+    int m_active = 0;
     PeakLimiter m_limiter;
 };
 
