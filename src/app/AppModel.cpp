@@ -786,7 +786,7 @@ void AppModel::openPhone()
     Accessibility& accessibility = *d->dependencies.accessibility;
     const QString application = d->dependencies.phoneApplication;
     if (accessibility.canOpenApplication(application))
-        accessibility.openApplication(application, {});
+        accessibility.openApplication(application, [] {});
 }
 
 // --- Readiness ----------------------------------------------------------------------------

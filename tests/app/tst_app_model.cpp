@@ -1,0 +1,281 @@
+// Arming, the AI check, the test conversations and the session log of the application
+// model, on the same rig as the call scenarios.
+
+#include "AppRig.h"
+
+#include <QTest>
+
+using namespace vemira;
+using namespace vemira::testing;
+
+namespace {
+
+const QString kNoKey =
+    QStringLiteral("Aucune clé n’est enregistrée. Saisissez votre clé existante dans Connexions.");
+const QString kValidNumber = QStringLiteral("Saisissez un numéro de téléphone valide.");
+const QString kCompleteNumber =
+    QStringLiteral("Saisissez un numéro complet, avec l’indicatif si nécessaire.");
+
+} // namespace
+
+class AppModelTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { QLocale::setDefault(QLocale(QLocale::French, QLocale::France)); }
+
+    void sessionLogKeepsFiftyNewestFirst()
+    {
+        AppRig rig;
+        const QStringList before = rig.model->log();
+        for (int i = 1; i <= 60; ++i) {
+            rig.model->event(QStringLiteral("ligne %1").arg(i));
+            rig.clock.advance(60);
+        }
+        const QStringList log = rig.model->log();
+        QCOMPARE(log.size(), 50);
+        // 60 lines a minute apart from 09:30: the newest was written at 10:29.
+        QCOMPARE(log.first(), QStringLiteral("10:29 · ligne 60"));
+        QCOMPARE(log.last(), QStringLiteral("09:40 · ligne 11"));
+        QVERIFY(!log.contains(before.value(0, QStringLiteral("∅"))));
+    }
+
+    void armingPassesValidationThenTheAICheck()
+    {
+        AppRig rig;
+        // A failed validation is shown and nothing is contacted.
+        rig.model->setRoutingConfirmed(false);
+        rig.model->toggleArmed();
+        QCOMPARE(rig.model->error(),
+                 QStringLiteral("Cliquez sur Configurer et tester le son dans Connexions avant "
+                                "d’activer le standard."));
+        QVERIFY(!rig.model->checkingAI());
+        QCOMPARE(rig.server.connectionCount(), 0);
+        QVERIFY(
+            rig.model->readinessIssues().contains(QStringLiteral("Configurer et tester le son")));
+
+        // A server that accepts the socket and never confirms: 15 s, then the check fails.
+        rig.model->setRoutingConfirmed(true);
+        rig.server.behaviour().confirmSessions = false;
+        rig.model->toggleArmed();
+        QVERIFY(rig.model->checkingAI());
+        QCOMPARE(rig.model->aiStatus(), QStringLiteral("Vérification de la connexion…"));
+        QVERIFY(rig.server.waitForConnections(1));
+        rig.model->verifyAI(true); // a second check while one runs does nothing
+        QVERIFY(!QTest::qWaitFor([&] { return rig.server.connectionCount() > 1; }, 200));
+        rig.clock.advance(14.9);
+        QVERIFY(rig.model->checkingAI());
+        rig.clock.advance(0.1);
+        const QString noAnswer = QStringLiteral(
+            "L’IA ne répond pas. Vérifiez la clé, l’accès API et la connexion Internet.");
+        QCOMPARE(rig.model->aiStatus(), noAnswer);
+        QCOMPARE(rig.model->error(), noAnswer);
+        QVERIFY(!rig.model->aiVerified());
+        QVERIFY(!rig.model->armed());
+        QVERIFY(!rig.model->hasConnectionProbe());
+        QCOMPARE(rig.model->readinessIssues(),
+                 QStringList{QStringLiteral("Vérifier la connexion IA")});
+
+        // Confirmed: verified and armed; a later check without arming leaves standby alone.
+        rig.server.behaviour().confirmSessions = true;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.model->aiVerified());
+        QCOMPARE(rig.model->aiStatus(), QStringLiteral("Connexion IA vérifiée"));
+        QCOMPARE(rig.model->readinessIssues(), QStringList());
+        QCOMPARE(rig.model->setupPercent(), 75); // no validated test call yet
+        rig.model->toggleArmed();
+        QVERIFY(!rig.model->armed());
+        QCOMPARE(rig.model->status(), QStringLiteral("Standard en pause"));
+        rig.model->verifyAI(false);
+        QVERIFY(waitFor([&] { return !rig.model->checkingAI(); }));
+        QVERIFY(rig.model->aiVerified());
+        QVERIFY(!rig.model->armed());
+    }
+
+    void keyHandlingAndAMissingKey()
+    {
+        AppRig rig;
+        rig.model->deleteKey();
+        QVERIFY(!rig.model->keyPresent());
+        rig.model->verifyAI(true);
+        QCOMPARE(rig.model->error(), kNoKey);
+        QVERIFY(!rig.model->checkingAI());
+
+        // A key of blanks only is no key for the check.
+        LocalKeyStore(DataFolder(rig.dir.path()).credentialsFolder()).save(QStringLiteral("   "));
+        rig.model->setError(QString());
+        rig.model->verifyAI(true);
+        QCOMPARE(rig.model->error(), kNoKey);
+        QCOMPARE(rig.server.connectionCount(), 0);
+
+        rig.model->saveKey(QStringLiteral("  sk-nouvelle \n"));
+        QVERIFY(rig.model->keyPresent());
+        QVERIFY(!rig.model->aiVerified());
+        QCOMPARE(rig.model->aiStatus(), QStringLiteral("Clé enregistrée · connexion à vérifier"));
+        QVERIFY(rig.model->log().first().endsWith(QStringLiteral(" · Clé enregistrée sur ce Mac")));
+        QCOMPARE(*LocalKeyStore(DataFolder(rig.dir.path()).credentialsFolder()).read().value(),
+                 QStringLiteral("sk-nouvelle"));
+
+        // During a conversation the key stays where it is.
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.model->deleteKey();
+        QVERIFY(rig.model->keyPresent());
+    }
+
+    void macConversationRunsOnTheBuiltInDevicesUntilTheLimit()
+    {
+        AppRig rig;
+        // Not verified yet: the Mac assistant opens instead.
+        rig.model->startTest();
+        QVERIFY(rig.model->macAssistantOpen());
+        QVERIFY(!rig.model->busy());
+
+        rig.model->setMacAudioVerified(true);
+        QCOMPARE(rig.model->macTestRoute(),
+                 QStringLiteral("Micro : Micro du casque · Sortie : Casque"));
+        rig.model->startTest();
+        QVERIFY(rig.model->busy());
+        QVERIFY(!rig.model->phoneSession());
+        QCOMPARE(rig.system->defaults.value(AudioSelector::defaultInput), kBuiltInMic);
+        QCOMPARE(rig.system->defaults.value(AudioSelector::defaultOutput), kBuiltInSpeakers);
+        QCOMPARE(rig.model->macTestRoute(),
+                 QStringLiteral("Micro : Micro intégré · Sortie : Haut-parleurs intégrés"));
+        QCOMPARE(rig.model->current()->kind, QStringLiteral("Essai"));
+        QCOMPARE(rig.model->current()->caller, QStringLiteral("Conversation sur le Mac"));
+        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QCOMPARE(rig.model->detail(),
+                 QStringLiteral("Essai audio démarré · Enregistrement audio actif"));
+        QVERIFY(rig.model->log().first().endsWith(QStringLiteral(" · Essai audio démarré")));
+
+        // No phone here: no active-call confirmation ends it.
+        const double started = *rig.model->callStarted();
+        rig.tick(60);
+        QVERIFY(rig.model->busy());
+        rig.tick(static_cast<int>(started + 1200 - rig.clock.uptime()));
+        QVERIFY(rig.model->busy()); // exactly 20 minutes: not yet
+        rig.tick();
+        QVERIFY(!rig.model->busy());
+        QVERIFY(!rig.model->armed());
+        QCOMPARE(rig.model->status(), QStringLiteral("Limite de 20 minutes atteinte"));
+        QCOMPARE(rig.system->defaults.value(AudioSelector::defaultInput), kHeadsetMic);
+        QCOMPARE(rig.system->defaults.value(AudioSelector::defaultOutput), kHeadsetOut);
+        QCOMPARE(rig.model->records().first().kind, QStringLiteral("Essai"));
+    }
+
+    void macConversationThatCannotBeginLeavesTheDefaults()
+    {
+        AppRig rig;
+        rig.model->setMacAudioVerified(true);
+        rig.model->deleteKey();
+        rig.model->startTest();
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.model->error(), kNoKey);
+        QCOMPARE(rig.system->defaults.value(AudioSelector::defaultInput), kHeadsetMic);
+        QCOMPARE(rig.system->defaults.value(AudioSelector::defaultOutput), kHeadsetOut);
+
+        // A failure during a Mac conversation asks for the Mac path to be verified again.
+        rig.model->saveKey(QStringLiteral("sk-test"));
+        rig.model->setRecordingEnabled(false);
+        rig.model->startTest();
+        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QCOMPARE(rig.model->detail(), QStringLiteral("Essai audio démarré"));
+        rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QCOMPARE(rig.model->error(),
+                 QStringLiteral("L’IA signale une erreur (session_expired). Vérifiez votre "
+                                "configuration."));
+        QVERIFY(!rig.model->macAudioVerified());
+        QVERIFY(rig.model->routingConfirmed());
+        QVERIFY(!rig.model->records().first().recordingFile);
+        QCOMPARE(rig.system->defaults.value(AudioSelector::defaultInput), kHeadsetMic);
+    }
+
+    void testsNeverStartWhileArmed()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        rig.model->setMacAudioVerified(true);
+        rig.model->startTest();
+        QVERIFY(!rig.model->busy());
+        rig.model->setOutgoingNumber(QStringLiteral("06 12 34 56 78"));
+        rig.model->dialTestNumber();
+        QVERIFY(rig.workspace->opened.isEmpty());
+        QVERIFY(rig.model->outgoingStatus().isEmpty());
+    }
+
+    void dialledNumbersAreCheckedBeforeTheSystemCalls()
+    {
+        AppRig rig;
+        auto dial = [&](const QString& number) {
+            rig.model->setOutgoingStatus(QString());
+            rig.model->setOutgoingNumber(number);
+            rig.model->dialTestNumber();
+            return rig.model->outgoingStatus();
+        };
+        const QString confirm = QStringLiteral(
+            "Confirmez l’appel dans Téléphone si macOS le demande. Quand la personne décroche, "
+            "cliquez sur Brancher l’IA.");
+
+        QCOMPARE(dial(QStringLiteral(" +33 (0)6 12-34.56.78\n")), confirm);
+        QCOMPARE(rig.workspace->opened.last(), QUrl(QStringLiteral("tel:+330612345678")));
+        QCOMPARE(dial(QStringLiteral("06 12 34 56")), confirm); // 8 digits
+        QCOMPARE(rig.workspace->opened.last(), QUrl(QStringLiteral("tel:06123456")));
+        QCOMPARE(dial(QStringLiteral("0612 345")), kCompleteNumber);
+        QCOMPARE(dial(QStringLiteral("0612345678901234")), kCompleteNumber); // 16 digits
+        QCOMPARE(dial(QStringLiteral("33+612345678")), kCompleteNumber);
+        QCOMPARE(dial(QStringLiteral("++33612345678")), kCompleteNumber);
+        QCOMPARE(dial(QStringLiteral("06 12 34 56 7a")), kValidNumber);
+        QCOMPARE(dial(QStringLiteral("06/12/34/56/78")), kValidNumber);
+        QCOMPARE(dial(QStringLiteral("   ")), kValidNumber);
+        QCOMPARE(rig.workspace->opened.size(), 2);
+
+        rig.workspace->acceptUrls = false;
+        QCOMPARE(dial(QStringLiteral("0612345678")),
+                 QStringLiteral("Impossible d’ouvrir le numéro. Composez-le dans Téléphone."));
+
+        // The phone path must be usable before anything is dialled.
+        rig.model->setRoutingConfirmed(false);
+        rig.model->setError(QString());
+        QCOMPARE(dial(QStringLiteral("0612345678")), QString());
+        QVERIFY(rig.model->error().startsWith(QStringLiteral("Cliquez sur Configurer")));
+        QCOMPARE(rig.workspace->opened.size(), 3);
+    }
+
+    void takingTheCurrentCallNeedsAnActiveCall()
+    {
+        AppRig rig;
+        rig.model->takeCurrentCall();
+        QCOMPARE(rig.model->outgoingStatus(),
+                 QStringLiteral("Aucun appel actif détecté. Lancez ou décrochez un appel dans "
+                                "Téléphone."));
+        QVERIFY(!rig.model->busy());
+
+        rig.showActiveCall();
+        rig.model->takeCurrentCall();
+        QVERIFY(rig.model->busy());
+        QVERIFY(rig.model->phoneSession());
+        QCOMPARE(rig.model->current()->caller,
+                 QStringLiteral("Appel en cours · identité à confirmer"));
+        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QCOMPARE(rig.model->detail(),
+                 QStringLiteral("Décrochage demandé · Enregistrement audio actif"));
+        // The phone-session checks apply: the call ends five ticks after it disappears.
+        rig.tick();
+        QVERIFY(rig.model->sawActiveCall());
+        rig.phoneIdle();
+        rig.tick(5);
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.model->records().first().kind, QStringLiteral("Appel"));
+
+        rig.accessibility->knownApplications.clear();
+        rig.model->openPhone();
+        QVERIFY(rig.accessibility->opened.isEmpty());
+        rig.accessibility->knownApplications = {kPhoneApp};
+        rig.model->openPhone();
+        QCOMPARE(rig.accessibility->opened, QStringList{kPhoneApp});
+    }
+};
+
+QTEST_GUILESS_MAIN(AppModelTest)
+#include "tst_app_model.moc"
