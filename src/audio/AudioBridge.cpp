@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <new>
 
 namespace vemira {
 
@@ -237,7 +238,12 @@ std::optional<std::vector<float>> AudioBridge::playbackBuffer(const QByteArray& 
     if (bytes.size() < 2 || bytes.size() > kMaxDeltaBytes)
         return std::nullopt;
     const qsizetype frames = bytes.size() / 2;
-    std::vector<float> samples(static_cast<std::size_t>(frames));
+    std::vector<float> samples;
+    try {
+        samples.resize(static_cast<std::size_t>(frames));
+    } catch (const std::bad_alloc&) {
+        return std::nullopt;
+    }
     const char* data = bytes.constData();
     for (qsizetype i = 0; i < frames; ++i)
         samples[std::size_t(i)] = float(readWire(data + 2 * i)) * (1.0f / 32768.0f);
