@@ -3,6 +3,7 @@
 #include "audio/AudioFiles.h"
 #include "audio/CallAudioRecorder.h"
 #include "audio/ProbeMeter.h"
+#include "audio/VoiceOutputChain.h"
 #include "audio/fakes/FakeAudioDevices.h"
 
 #include <QProcess>
@@ -116,6 +117,7 @@ class AudioBridgeTest : public QObject {
 private Q_SLOTS:
     void phoneCallCarriesBothWaysAndIsRecorded();
     void interruptAndStallAccounting();
+    void equaliserChangesApplyMidCall();
     void everyFailureReachesTheOwner();
     void stoppedEnginesResumeUnlessTheFormatChanged();
     void interventionConnectsTheManager();
@@ -264,6 +266,46 @@ void AudioBridgeTest::interruptAndStallAccounting()
     QVERIFY(!bridge.needsRestart());
     now = 108.2;
     QVERIFY(bridge.needsRestart()); // and no capture for over 3 s is a stall too
+    bridge.stop();
+}
+
+void AudioBridgeTest::equaliserChangesApplyMidCall()
+{
+    Rig rig;
+    rig.io.threaded = false;
+    AudioBridge bridge(rig.io, rig.system);
+    VoiceEQSettings saved;
+    saved.enabled = true;
+    saved.gains[4] = 6.0f; // +6 dB at 1 kHz, set before the call
+    bridge.setVoiceEQ(saved);
+    QVERIFY(!bridge.start(kCall, kVoice, false));
+    QVERIFY(bridge.voiceOutput());
+    QCOMPARE(bridge.voiceOutput()->bands()[4].gain, 6.0f);
+    auto* engine = rig.io.lastEngine();
+    const QByteArray tone = ProbeTone::testTone(1000);
+    bridge.enqueue(slice(tone, 0.5, 4.0));
+    auto level = [&] {
+        std::vector<float> out(4410 * 2 * 5);
+        for (int i = 0; i < 5; ++i)
+            engine->pumpRender(out.data() + 4410 * 2 * i, 4410);
+        std::vector<float> left;
+        for (std::size_t i = 0; i < out.size(); i += 2)
+            left.push_back(out[i]);
+        return toneAmplitude(left, 4410, 17640, 1000, 44100);
+    };
+    const double boosted = level();
+    // The owner saves -6 dB while the AI is speaking: heard from the next block on.
+    saved.gains[4] = -6.0f;
+    bridge.setVoiceEQ(saved);
+    const double cut = level();
+    const double full = 3276.0 / 32768.0 * 0.85;
+    QVERIFY2(std::fabs(20 * std::log10(boosted / full) - 6.0) < 0.2,
+             qPrintable(QString::number(boosted)));
+    QVERIFY2(std::fabs(20 * std::log10(cut / full) + 6.0) < 0.2, qPrintable(QString::number(cut)));
+    // Switched off: flat again, whatever the gains.
+    saved.enabled = false;
+    bridge.setVoiceEQ(saved);
+    QVERIFY(std::fabs(20 * std::log10(level() / full)) < 0.1);
     bridge.stop();
 }
 
