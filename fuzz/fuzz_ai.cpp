@@ -2,6 +2,7 @@
 // client operations interleaved. Nothing may crash, and no callback may carry a value the
 // frame did not validly hold.
 #include "ai/RealtimeClient.h"
+#include "ai/WireBase64.h"
 #include "core/Clock.h"
 
 #include <QCoreApplication>
@@ -189,10 +190,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         switch (in.byte() % 8) {
         case 0: { // raw bytes, as a text or binary frame would bring them
             const QByteArray raw = in.bytes(255);
-            const QJsonDocument document = QJsonDocument::fromJson(raw);
+            const bool binary = raw.size() % 2;
+            const QString text = QString::fromUtf8(raw); // what Qt makes of a text frame
+            const QJsonDocument document = QJsonDocument::fromJson(binary ? raw : text.toUtf8());
             oracle.parsed = document.isObject();
             oracle.frame = document.object();
-            client.receiveFrame(raw);
+            // The audio shortcut must agree with the JSON reading whenever it decides.
+            const auto scan = realtime::scanAudioDelta(text);
+            if (scan.kind != realtime::AudioDeltaScan::NotRecognised) {
+                const QJsonObject event = QJsonDocument::fromJson(text.toUtf8()).object();
+                const QJsonValue delta = event.value(QLatin1String("delta"));
+                const auto decoded =
+                    delta.isString() ? realtime::decodeBase64(delta.toString()) : std::nullopt;
+                if (event.value(QLatin1String("type")) !=
+                        QLatin1String("response.output_audio.delta") ||
+                    !delta.isString() || !decoded || *decoded != scan.pcm)
+                    broken("audio shortcut disagrees with the JSON reading");
+            }
+            if (binary)
+                client.receiveFrame(raw);
+            else
+                client.receiveText(text);
             break;
         }
         case 1:
@@ -204,7 +222,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                                     QString::fromLatin1(types[in.byte() % std::size(types)]));
             oracle.parsed = true;
             if (in.byte() % 2)
-                client.receiveFrame(QJsonDocument(oracle.frame).toJson());
+                client.receiveText(QString::fromUtf8(QJsonDocument(oracle.frame).toJson()));
             else
                 client.handle(oracle.frame.value(QLatin1String("type")).toString(), oracle.frame);
             break;

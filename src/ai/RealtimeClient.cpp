@@ -1,6 +1,7 @@
 #include "ai/RealtimeClient.h"
 
 #include "ai/RealtimeProtocol.h"
+#include "ai/WireBase64.h"
 
 #include <QJsonDocument>
 #include <QJsonParseError>
@@ -102,7 +103,7 @@ void RealtimeClient::connect(const QString& key, const QString& model, const QSt
     QObject::connect(m_socket, &QWebSocket::textMessageReceived, this,
                      [this, session](const QString& text) {
                          if (session == m_session)
-                             receiveFrame(text.toUtf8());
+                             receiveText(text);
                      });
     QObject::connect(m_socket, &QWebSocket::binaryMessageReceived, this,
                      [this, session](const QByteArray& bytes) {
@@ -309,6 +310,20 @@ void RealtimeClient::pushUsage()
 {
     if (onUsage)
         fire(onUsage, m_meter.snapshot());
+}
+
+void RealtimeClient::receiveText(const QString& text)
+{
+    if (!m_active || m_receiveEnded)
+        return;
+    // The AI's voice arrives as a dozen of these per second: recognised without a JSON tree.
+    const auto scan = realtime::scanAudioDelta(text);
+    if (scan.kind == realtime::AudioDeltaScan::NotRecognised) {
+        receiveFrame(text.toUtf8());
+        return;
+    }
+    if (!scan.pcm.isEmpty())
+        fire(onAudio, scan.pcm);
 }
 
 void RealtimeClient::receiveFrame(const QByteArray& bytes)

@@ -69,8 +69,10 @@ public:
     // Frames queued or handed to the socket and not yet reported written.
     int waitingFrames() const;
 
-    // The receive path of one frame from the server (text as UTF-8, or binary), public so the
-    // fuzzer and the benchmark exercise exactly what a socket frame goes through.
+    // The receive path of one frame from the server, public so the fuzzer and the benchmark
+    // exercise exactly what a socket frame goes through: a text frame as Qt delivers it, or
+    // the bytes of a binary frame (text frames too end up there unless they are audio).
+    void receiveText(const QString& text);
     void receiveFrame(const QByteArray& bytes);
     // Dispatches one parsed server event.
     void handle(const QString& type, const QJsonObject& event);

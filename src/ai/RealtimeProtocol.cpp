@@ -1,8 +1,12 @@
 #include "ai/RealtimeProtocol.h"
 
+#include "ai/WireBase64.h"
+
 #include <QHostAddress>
 #include <QJsonArray>
 #include <QUrlQuery>
+#include <algorithm>
+#include <iterator>
 
 namespace vemira::realtime {
 
@@ -140,34 +144,17 @@ QJsonObject instructionsUpdate(const QString& instructions)
 
 QString audioAppendFrame(const QByteArray& pcm)
 {
-    static constexpr QLatin1String head("{\"type\":\"input_audio_buffer.append\",\"audio\":\"");
-    static constexpr QLatin1String tail("\"}");
-    const QByteArray encoded = pcm.toBase64();
-    QString frame;
-    frame.reserve(head.size() + encoded.size() + tail.size());
-    frame.append(head);
-    frame.append(QLatin1String(encoded));
-    frame.append(tail);
+    static constexpr char16_t head[] = u"{\"type\":\"input_audio_buffer.append\",\"audio\":\"";
+    static constexpr char16_t tail[] = u"\"}";
+    constexpr qsizetype headSize = std::size(head) - 1;
+    constexpr qsizetype tailSize = std::size(tail) - 1;
+    const qsizetype encoded = base64Size(pcm.size());
+    QString frame(headSize + encoded + tailSize, Qt::Uninitialized);
+    char16_t* out = reinterpret_cast<char16_t*>(frame.data());
+    std::copy_n(head, headSize, out);
+    encodeBase64(pcm, out + headSize);
+    std::copy_n(tail, tailSize, out + headSize + encoded);
     return frame;
-}
-
-std::optional<QByteArray> decodeBase64(QStringView text)
-{
-    if (text.size() % 4 != 0)
-        return std::nullopt;
-    // Base64 is ASCII: anything wider can only be an invalid character.
-    QByteArray ascii(text.size(), Qt::Uninitialized);
-    char* out = ascii.data();
-    for (const QChar c : text) {
-        if (c.unicode() > 0x7f)
-            return std::nullopt;
-        *out++ = static_cast<char>(c.unicode());
-    }
-    auto decoded =
-        QByteArray::fromBase64Encoding(std::move(ascii), QByteArray::AbortOnBase64DecodingErrors);
-    if (!decoded)
-        return std::nullopt;
-    return std::move(decoded.decoded);
 }
 
 } // namespace vemira::realtime

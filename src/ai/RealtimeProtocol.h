@@ -41,7 +41,4 @@ QJsonObject instructionsUpdate(const QString& instructions);
 // escaping, and this runs a dozen times a second for the whole call.
 QString audioAppendFrame(const QByteArray& pcm);
 
-// Strict standard base64 (padding required, no white space); nullopt when not valid.
-std::optional<QByteArray> decodeBase64(QStringView text);
-
 } // namespace vemira::realtime

@@ -1,6 +1,8 @@
 #include "ai/RealtimeProtocol.h"
+#include "ai/WireBase64.h"
 
 #include <QJsonDocument>
+#include <QRandomGenerator>
 #include <QTest>
 #include <QUrlQuery>
 
@@ -65,6 +67,95 @@ private Q_SLOTS:
              {"AAE", "AAE=\n", "AA E", "QQ==QQ==", "A===", "AAE*", "====", "AAAA\r\nAAAA"})
             QVERIFY2(!realtime::decodeBase64(QString::fromLatin1(bad)), bad);
         QVERIFY(!realtime::decodeBase64(QStringLiteral("AAé=")));
+    }
+
+    void base64AgreesWithQtOnEveryInput()
+    {
+        QRandomGenerator random(1234);
+        const QByteArray alphabet(
+            "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/= \n-_*");
+        for (int round = 0; round < 20'000; ++round) {
+            QByteArray bytes(random.bounded(0, 40), Qt::Uninitialized);
+            for (char& b : bytes)
+                b = char(random.bounded(256));
+            // Every length and tail: our encoding is Qt's.
+            QString encoded(realtime::base64Size(bytes.size()), Qt::Uninitialized);
+            realtime::encodeBase64(bytes, reinterpret_cast<char16_t*>(encoded.data()));
+            QCOMPARE(encoded.toLatin1(), bytes.toBase64());
+            QCOMPARE(realtime::decodeBase64(encoded), std::optional<QByteArray>(bytes));
+
+            // Mutated text: accepted exactly when Qt's strict decoder accepts it.
+            QByteArray text = bytes.toBase64();
+            for (int m = random.bounded(0, 3); m > 0 && !text.isEmpty(); --m)
+                text[random.bounded(text.size())] = alphabet[random.bounded(alphabet.size())];
+            auto qt = QByteArray::fromBase64Encoding(text, QByteArray::AbortOnBase64DecodingErrors);
+            const bool qtAccepts = qt && text.size() % 4 == 0;
+            const auto ours = realtime::decodeBase64(QString::fromLatin1(text));
+            QVERIFY2(bool(ours) == qtAccepts, text.constData());
+            if (ours)
+                QCOMPARE(*ours, qt.decoded);
+        }
+    }
+
+    void audioDeltaShortcutMatchesTheJsonReading()
+    {
+        const QByteArray pcm("\x01\x02\x03\xff\x00\x10", 6);
+        const QString b64 = QString::fromLatin1(pcm.toBase64());
+        using Scan = realtime::AudioDeltaScan;
+        struct Case {
+            QString frame;
+            Scan::Kind kind;
+        };
+        const QList<Case> cases{
+            {QStringLiteral(R"({"type":"response.output_audio.delta","delta":")") + b64 +
+                 QStringLiteral(R"("})"),
+             Scan::Audio},
+            {QStringLiteral(R"( { "event_id" : "e1", "output_index":0,"content_index":-12,)"
+                            R"( "delta":")") +
+                 b64 + QStringLiteral(R"(", "type":"response.output_audio.delta" }  )"),
+             Scan::Audio},
+            {QStringLiteral(R"({"type":"response.output_audio.delta","delta":"AAE"})"),
+             Scan::NotRecognised},
+            // Left to the JSON reading: escapes, duplicates, nesting, other types, bad JSON.
+            {QStringLiteral(R"({"type":"response.output_audio.delta","delta":"QUJD\/"})"),
+             Scan::NotRecognised},
+            {QStringLiteral(
+                 R"({"type":"response.output_audio.delta","type":"error","delta":"AAAA"})"),
+             Scan::NotRecognised},
+            {QStringLiteral(R"({"type":"response.output_audio.delta","delta":"AAAA","x":{}})"),
+             Scan::NotRecognised},
+            {QStringLiteral(R"({"type":"response.output_audio.delta","delta":"AAAA","n":1.5})"),
+             Scan::NotRecognised},
+            {QStringLiteral(R"({"type":"response.output_audio.delta","delta":"AAAA","n":01})"),
+             Scan::NotRecognised},
+            {QStringLiteral(R"({"type":"response.output_audio.delta","delta":"AAAA"} x)"),
+             Scan::NotRecognised},
+            {QStringLiteral(R"({"type":"response.output_audio.delta","delta":"AAAA",})"),
+             Scan::NotRecognised},
+            {QStringLiteral(R"({"type":"response.output_audio.delta","note":"é","delta":"AAAA"})"),
+             Scan::NotRecognised},
+            {QStringLiteral(R"({"type":"response.done","delta":"AAAA"})"), Scan::NotRecognised},
+            {QStringLiteral(R"({"type":"response.output_audio.delta","delta":"AA\"AA"})"),
+             Scan::NotRecognised},
+            {QStringLiteral(R"({"delta":"AAAA\","type":"response.output_audio.delta"})"),
+             Scan::NotRecognised},
+            {QStringLiteral(R"({"type":"response.output_audio.delta"})"), Scan::NotRecognised},
+        };
+        for (const Case& c : cases) {
+            const auto scan = realtime::scanAudioDelta(c.frame);
+            QVERIFY2(scan.kind == c.kind, qPrintable(c.frame));
+            if (c.kind == Scan::Audio)
+                QCOMPARE(scan.pcm, pcm);
+            if (c.kind == Scan::NotRecognised)
+                continue;
+            // What the shortcut decides is what the JSON reading would have found.
+            const QJsonObject event = QJsonDocument::fromJson(c.frame.toUtf8()).object();
+            QCOMPARE(event.value(QLatin1String("type")).toString(),
+                     QStringLiteral("response.output_audio.delta"));
+            const auto decoded =
+                realtime::decodeBase64(event.value(QLatin1String("delta")).toString());
+            QCOMPARE(decoded.has_value(), c.kind == Scan::Audio);
+        }
     }
 };
 
