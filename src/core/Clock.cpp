@@ -3,7 +3,6 @@
 #include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
-
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -47,11 +46,20 @@ TaskHandlePtr startTimer(double seconds, bool repeating, QObject* context,
 
 } // namespace
 
-SystemClock::SystemClock() { m_elapsed.start(); }
+SystemClock::SystemClock()
+{
+    m_elapsed.start();
+}
 
-double SystemClock::uptime() const { return static_cast<double>(m_elapsed.nsecsElapsed()) / 1e9; }
+double SystemClock::uptime() const
+{
+    return static_cast<double>(m_elapsed.nsecsElapsed()) / 1e9;
+}
 
-QDateTime SystemClock::now() const { return QDateTime::currentDateTime(); }
+QDateTime SystemClock::now() const
+{
+    return QDateTime::currentDateTime();
+}
 
 TaskHandlePtr SystemClock::schedule(double delaySeconds, QObject* context,
                                     std::function<void()> task)
@@ -85,9 +93,9 @@ struct ManualQueue {
 
     void remove(quint64 id)
     {
-        items.erase(std::remove_if(items.begin(), items.end(),
-                                   [id](const Item& i) { return i.id == id; }),
-                    items.end());
+        items.erase(
+            std::remove_if(items.begin(), items.end(), [id](const Item& i) { return i.id == id; }),
+            items.end());
     }
 };
 
@@ -109,22 +117,21 @@ private:
 
 ManualClock::ManualClock(QDateTime start)
     : m_start(std::move(start)), m_queue(std::make_shared<ManualQueue>())
-{
-}
+{}
 
 ManualClock::~ManualClock() = default;
 
 QDateTime ManualClock::now() const
 {
-    return m_start.addMSecs(static_cast<qint64>(std::llround(m_uptime * 1000.0)));
+    return m_start.addMSecs(static_cast<qint64>(std::llround(uptime() * 1000.0)));
 }
 
 TaskHandlePtr ManualClock::schedule(double delaySeconds, QObject* context,
                                     std::function<void()> task)
 {
     const quint64 id = m_queue->nextId++;
-    m_queue->items.push_back({id, m_uptime + std::max(0.0, delaySeconds), 0.0,
-                              context != nullptr, context, std::move(task)});
+    m_queue->items.push_back({id, uptime() + std::max(0.0, delaySeconds), 0.0, context != nullptr,
+                              context, std::move(task)});
     return std::make_unique<Handle>(m_queue, id);
 }
 
@@ -134,13 +141,13 @@ TaskHandlePtr ManualClock::repeat(double periodSeconds, QObject* context,
     const quint64 id = m_queue->nextId++;
     const double period = std::max(1e-6, periodSeconds);
     m_queue->items.push_back(
-        {id, m_uptime + period, period, context != nullptr, context, std::move(task)});
+        {id, uptime() + period, period, context != nullptr, context, std::move(task)});
     return std::make_unique<Handle>(m_queue, id);
 }
 
 void ManualClock::advance(double seconds)
 {
-    const double target = m_uptime + std::max(0.0, seconds);
+    const double target = uptime() + std::max(0.0, seconds);
     for (;;) {
         auto& items = m_queue->items;
         auto next = std::min_element(items.begin(), items.end(), [](const auto& a, const auto& b) {
@@ -148,7 +155,7 @@ void ManualClock::advance(double seconds)
         });
         if (next == items.end() || next->due > target + 1e-9)
             break;
-        m_uptime = std::max(m_uptime, next->due);
+        m_uptime = std::max(uptime(), next->due);
         if (next->hasContext && !next->context) {
             items.erase(next);
             continue;
@@ -164,6 +171,9 @@ void ManualClock::advance(double seconds)
     m_uptime = target;
 }
 
-int ManualClock::pendingTasks() const { return static_cast<int>(m_queue->items.size()); }
+int ManualClock::pendingTasks() const
+{
+    return static_cast<int>(m_queue->items.size());
+}
 
 } // namespace vemira

@@ -3,7 +3,7 @@
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QPointer>
-
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -58,7 +58,8 @@ class ManualClock final : public Clock {
 public:
     explicit ManualClock(QDateTime start = QDateTime(QDate(2026, 3, 14), QTime(9, 30)));
     ~ManualClock() override;
-    double uptime() const override { return m_uptime; }
+    // Readable from audio threads (flow health reads it there); advanced on the main thread.
+    double uptime() const override { return m_uptime.load(std::memory_order_relaxed); }
     QDateTime now() const override;
     TaskHandlePtr schedule(double delaySeconds, QObject* context,
                            std::function<void()> task) override;
@@ -72,7 +73,7 @@ public:
 
 private:
     class Handle;
-    double m_uptime = 0;
+    std::atomic<double> m_uptime{0.0};
     QDateTime m_start;
     std::shared_ptr<struct ManualQueue> m_queue;
 };
