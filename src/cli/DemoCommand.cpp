@@ -4,6 +4,10 @@
 // Vemira answers and takes the caller's message; then the saved record is shown and
 // everything started is stopped again.
 #include "Command.h"
+
+#include <QtGlobal>
+
+#ifdef Q_OS_LINUX
 #include "DemoEnvironment.h"
 #include "SessionLogPrinter.h"
 #include "app/AppDependencies.h"
@@ -28,6 +32,8 @@
 #include <QTextStream>
 #include <QTimer>
 #include <algorithm>
+#include <atomic>
+#include <csignal>
 #include <optional>
 #include <sys/resource.h>
 #include <time.h>
@@ -54,12 +60,22 @@ double cpuSecondsOfThisProcess()
            double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
-// Runs the event loop until `done` holds or the time is up; false on time-out.
-bool waitUntil(const std::function<bool()>& done, double seconds)
+// Ctrl-C: the demonstration stops where it is and still stops everything it started (the
+// audio daemon runs detached and would otherwise outlive it).
+std::atomic<bool> g_interrupted{false};
+
+extern "C" void interruptDemo(int)
+{
+    g_interrupted = true;
+}
+
+// Runs the event loop until `done` holds, the time is up or the user interrupts; false
+// unless `done` held.
+bool waitUntil(const std::function<bool()>& done, double seconds, bool interruptible = true)
 {
     const QDeadlineTimer deadline(qint64(seconds * 1000));
     while (!done()) {
-        if (deadline.hasExpired())
+        if (deadline.hasExpired() || (interruptible && g_interrupted))
             return false;
         QEventLoop loop;
         QTimer::singleShot(50, &loop, &QEventLoop::quit);
@@ -173,9 +189,18 @@ private:
 
     int failWith(const QString& message)
     {
+        if (g_interrupted)
+            return interrupted();
         m_out << QStringLiteral("Échec de la démonstration : ") << message << Qt::endl;
         m_report.insert(QStringLiteral("failure"), message);
         return 1;
+    }
+
+    int interrupted()
+    {
+        m_out << QStringLiteral("Démonstration interrompue.") << Qt::endl;
+        m_report.insert(QStringLiteral("failure"), QStringLiteral("interrompue"));
+        return 130;
     }
 
     double remaining() const { return kDemoBudgetSeconds - double(m_clock.elapsed()) / 1000.0; }
@@ -337,12 +362,14 @@ private:
         const double cpuSeconds = cpuSecondsOfThisProcess() - cpuStart;
         const double wallSeconds = double(monotonicNs() - wallStart) / 1e9;
         if (!ended) {
+            // What was said so far is kept, as in any conversation ended early.
             model.finish();
+            waitUntil([&] { return model.finalizingRecordings().isEmpty(); }, 10, false);
             return failWith(QStringLiteral("la conversation ne s’est pas terminée à temps."));
         }
         say(QStringLiteral(
             "Conversation terminée, enregistrement audio en cours de finalisation…"));
-        waitUntil([&] { return model.finalizingRecordings().isEmpty(); }, 10);
+        waitUntil([&] { return model.finalizingRecordings().isEmpty(); }, 10, false);
         return present(model, cpuSeconds, wallSeconds);
     }
 
@@ -392,6 +419,8 @@ private:
         m_report.insert(QStringLiteral("cpuPercentOfOneCore"), cpuShare);
         m_report.insert(QStringLiteral("callerToAIms"), LatencyFigures::json(latency.callerToAI));
         m_report.insert(QStringLiteral("aiToCallerMs"), LatencyFigures::json(latency.aiToCaller));
+        if (g_interrupted)
+            return interrupted();
         say(QStringLiteral("Démonstration réussie."));
         return 0;
     }
@@ -432,9 +461,22 @@ int runDemoCommand(const QStringList& arguments)
             QStringLiteral("vemira-demo-") +
             QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss")));
     }
+    std::signal(SIGINT, interruptDemo);
+    std::signal(SIGTERM, interruptDemo);
     Demo demo(QDir(dir).absolutePath(), cli::out());
     return demo.run(parser.value(report));
 }
+
+#else
+
+namespace vemira {
+
+int runDemoCommand(const QStringList&)
+{
+    return cli::fail(QStringLiteral("La démonstration complète n’existe que sous Linux."));
+}
+
+#endif // Q_OS_LINUX
 
 namespace cli {
 

@@ -1,5 +1,8 @@
 #include "DemoEnvironment.h"
 
+// The demonstration's private desktop is made of Linux parts (PulseAudio, Xvfb, AT-SPI).
+#ifdef Q_OS_LINUX
+
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusInterface>
@@ -9,6 +12,9 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <QThread>
+#include <csignal>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 namespace vemira {
 
@@ -204,6 +210,12 @@ QProcess* DemoEnvironment::spawn(const QString& program, const QStringList& argu
 {
     auto process = std::make_unique<QProcess>();
     process->setProcessEnvironment(env);
+    process->setChildProcessModifier([] {
+        // Out of the terminal's process group, so Ctrl-C reaches only the demonstration, which
+        // then stops everything in order; and ended with it should it die.
+        ::setpgid(0, 0);
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    });
     process->setProcessChannelMode(QProcess::SeparateChannels);
     process->setStandardErrorFile(
         QDir(m_folder).filePath(QFileInfo(program).fileName() + QStringLiteral(".log")),
@@ -248,3 +260,5 @@ void DemoEnvironment::stop()
 }
 
 } // namespace vemira
+
+#endif // Q_OS_LINUX

@@ -102,6 +102,12 @@ int runStandbyCommand(const QStringList& arguments)
             exitCode = 1;
             g_stopRequested = true;
         }
+        // A failure takes the receptionist out of standby; re-arming is the user's call.
+        if (wasArmed && !model.armed() && !model.busy() && !stopping) {
+            out << QStringLiteral("Le standard n’est plus actif.") << Qt::endl;
+            exitCode = 1;
+            g_stopRequested = true;
+        }
         if (g_stopRequested && !stopping) {
             stopping = true;
             out << QStringLiteral("Arrêt demandé…") << Qt::endl;

@@ -7,7 +7,6 @@
 #include <QTextStream>
 #include <QWebSocket>
 #include <QWebSocketServer>
-#include <csignal>
 
 using namespace vemira::e2e;
 
@@ -15,7 +14,6 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("vemira-realtime-standin"));
-    std::signal(SIGTERM, [](int) { QCoreApplication::quit(); });
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
