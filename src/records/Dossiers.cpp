@@ -2,6 +2,7 @@
 
 #include <QSet>
 #include <algorithm>
+#include <cstring>
 
 namespace vemira {
 
@@ -197,9 +198,12 @@ void DossierSearchIndex::rebuild(const QList<CallRecord>& records)
 {
     m_text.clear();
     m_starts.clear();
+    m_dates.clear();
     m_starts.reserve(records.size() + 1);
+    m_dates.reserve(records.size());
     for (const CallRecord& record : records) {
         m_starts.append(m_text.size());
+        m_dates.append(record.date.secondsSinceReference);
         m_text += Dossiers::fold(Dossiers::searchText(record)).toUtf8();
         m_text += '\0';
     }
@@ -217,15 +221,18 @@ QList<qsizetype> DossierSearchIndex::visible(const DossiersDraft& draft,
                 positions.append(i);
         }
     } else {
-        // One forward scan: after a hit, jump to the next record's text.
+        // One forward scan: after a hit, jump to the next record's text. memmem is several
+        // times faster than a generic search over tens of megabytes.
         const QByteArray needle = Dossiers::fold(draft.search).toUtf8();
-        const QByteArrayView text(m_text);
+        const char* const text = m_text.constData();
         qsizetype from = 0;
         qsizetype record = 0;
         while (record < count) {
-            const qsizetype hit = text.indexOf(needle, from);
-            if (hit < 0)
+            const void* found = ::memmem(text + from, size_t(m_text.size() - from),
+                                         needle.constData(), size_t(needle.size()));
+            if (!found)
                 break;
+            const qsizetype hit = static_cast<const char*>(found) - text;
             record = std::upper_bound(m_starts.cbegin() + record, m_starts.cend(), hit) -
                      m_starts.cbegin() - 1;
             if (record >= count)
@@ -236,7 +243,17 @@ QList<qsizetype> DossierSearchIndex::visible(const DossiersDraft& draft,
             from = m_starts[record];
         }
     }
-    sortPositions(positions, draft, records);
+    const bool byDateOnly = draft.sortOrder.size() == 1 &&
+                            draft.sortOrder.first().column == RecordComparator::Column::Date &&
+                            m_dates.size() >= count;
+    if (byDateOnly) {
+        const bool descending = draft.sortOrder.first().descending;
+        std::stable_sort(positions.begin(), positions.end(), [&](qsizetype x, qsizetype y) {
+            return descending ? m_dates[x] > m_dates[y] : m_dates[x] < m_dates[y];
+        });
+    } else {
+        sortPositions(positions, draft, records);
+    }
     return positions;
 }
 

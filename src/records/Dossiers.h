@@ -65,10 +65,12 @@ public:
     // Positions in `records` (the list given to rebuild) of the records the draft shows,
     // in the draft's sort order.
     QList<qsizetype> visible(const DossiersDraft& draft, const QList<CallRecord>& records) const;
+    qsizetype textBytes() const { return m_text.size(); }
 
 private:
     QByteArray m_text;         // folded UTF-8 texts, each followed by a NUL byte
     QList<qsizetype> m_starts; // where each record's text starts in m_text
+    QList<double> m_dates;     // each record's date, for the default order without lookups
 };
 
 // The dossier-name sheet of one record.

@@ -5,40 +5,92 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonParseError>
+#include <QStringEncoder>
+#include <algorithm>
 #include <charconv>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <cmath>
+#include <cstring>
+#include <optional>
 #include <string>
 
 namespace vemira {
 
 namespace {
 
+// True when the text holds a character JSON must escape, or a surrogate. Runs over every
+// string of the history at each save, hence the eight-at-a-time form where available.
+bool needsCarefulEncoding(const char16_t* in, qsizetype n)
+{
+    qsizetype i = 0;
+#if defined(__SSE2__)
+    const __m128i space = _mm_set1_epi16(0x20);
+    const __m128i quote = _mm_set1_epi16(0x22);
+    const __m128i backslash = _mm_set1_epi16(0x5C);
+    const __m128i surrogateMask = _mm_set1_epi16(short(0xF800));
+    const __m128i surrogate = _mm_set1_epi16(short(0xD800));
+    __m128i found = _mm_setzero_si128();
+    for (; i + 8 <= n; i += 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+        found = _mm_or_si128(found, _mm_subs_epu16(space, v)); // non-zero where v < 0x20
+        found = _mm_or_si128(found, _mm_cmpeq_epi16(v, quote));
+        found = _mm_or_si128(found, _mm_cmpeq_epi16(v, backslash));
+        found = _mm_or_si128(found, _mm_cmpeq_epi16(_mm_and_si128(v, surrogateMask), surrogate));
+    }
+    if (_mm_movemask_epi8(_mm_cmpeq_epi8(found, _mm_setzero_si128())) != 0xFFFF)
+        return true;
+#endif
+    unsigned special = 0;
+    for (; i < n; ++i) {
+        const char16_t c = in[i];
+        special |= unsigned(c < 0x20) | unsigned(c == u'"') | unsigned(c == u'\\') |
+                   unsigned((c & 0xF800) == 0xD800);
+    }
+    return special != 0;
+}
+
 // A compact JSON writer for the history's fixed shapes. QJsonDocument would sort the keys
 // and build a whole tree first; the history is rewritten on every edit, so the encoder
 // writes straight into one buffer, keys in field order.
 class Writer {
 public:
-    explicit Writer(qsizetype expected) { m_out.reserve(size_t(expected)); }
+    explicit Writer(qsizetype expected) { m_out.reserve(expected); }
 
-    void raw(std::string_view text) { m_out.append(text); }
+    void raw(std::string_view text) { append(text.data(), qsizetype(text.size())); }
 
     void key(std::string_view name)
     {
-        m_out.push_back('"');
-        m_out.append(name);
-        m_out.append("\":");
+        char* out = room(qsizetype(name.size()) + 3);
+        *out++ = '"';
+        std::memcpy(out, name.data(), name.size());
+        out += name.size();
+        *out++ = '"';
+        *out++ = ':';
+        m_size = out - m_out.data();
     }
 
     void string(QStringView text)
     {
         const qsizetype n = text.size();
-        const size_t start = m_out.size();
-        m_out.resize(start + 2 + size_t(n) * 6); // worst case: every unit as \u00XX
-        char* out = m_out.data() + start;
-        *out++ = '"';
         const char16_t* in = text.utf16();
-        for (qsizetype i = 0; i < n; ++i) {
-            const char16_t c = in[i];
+        // Most texts need no escaping and hold no surrogate: one scan tells, and Qt's
+        // vectorised UTF-8 encoder then does the rest.
+        const bool special = needsCarefulEncoding(in, n);
+        if (!special) {
+            char* out = room(2 + n * 3);
+            *out++ = '"';
+            out = m_encoder.appendToBuffer(out, text);
+            *out++ = '"';
+            m_size = out - m_out.data();
+            return;
+        }
+        char* out = room(2 + n * 6); // worst case: every unit written as \u00XX
+        *out++ = '"';
+        const char16_t* const end = in + n;
+        while (in < end) {
+            const char16_t c = *in++;
             if (c < 0x80) {
                 if (c >= 0x20 && c != u'"' && c != u'\\') {
                     *out++ = char(c);
@@ -48,9 +100,8 @@ public:
             } else if (c < 0x800) {
                 *out++ = char(0xC0 | (c >> 6));
                 *out++ = char(0x80 | (c & 0x3F));
-            } else if (QChar::isHighSurrogate(c) && i + 1 < n && QChar::isLowSurrogate(in[i + 1])) {
-                const char32_t u = QChar::surrogateToUcs4(c, in[i + 1]);
-                ++i;
+            } else if (QChar::isHighSurrogate(c) && in < end && QChar::isLowSurrogate(*in)) {
+                const char32_t u = QChar::surrogateToUcs4(c, *in++);
                 *out++ = char(0xF0 | (u >> 18));
                 *out++ = char(0x80 | ((u >> 12) & 0x3F));
                 *out++ = char(0x80 | ((u >> 6) & 0x3F));
@@ -64,7 +115,7 @@ public:
             }
         }
         *out++ = '"';
-        m_out.resize(size_t(out - m_out.data()));
+        m_size = out - m_out.data();
     }
 
     bool number(double value)
@@ -73,7 +124,7 @@ public:
             return false;
         char buffer[32];
         const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-        m_out.append(buffer, result.ptr);
+        append(buffer, result.ptr - buffer);
         return true;
     }
 
@@ -81,14 +132,13 @@ public:
     {
         char buffer[24];
         const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-        m_out.append(buffer, result.ptr);
+        append(buffer, result.ptr - buffer);
     }
 
     void uuid(const QUuid& id)
     {
         static constexpr char hex[] = "0123456789ABCDEF";
-        char text[38];
-        char* p = text;
+        char* p = room(38);
         *p++ = '"';
         auto put = [&p](quint64 v, int digits) {
             for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4)
@@ -105,12 +155,35 @@ public:
         for (int i = 2; i < 8; ++i)
             put(id.data4[i], 2);
         *p++ = '"';
-        m_out.append(text, p);
+        m_size = p - m_out.data();
     }
 
-    QByteArray take() const { return QByteArray(m_out.data(), qsizetype(m_out.size())); }
+    QByteArray take()
+    {
+        m_out.resize(m_size);
+        return std::move(m_out);
+    }
 
 private:
+    // Makes room for `extra` more bytes and returns where they start. The buffer is grown
+    // geometrically and never zero-filled: only what is written counts.
+    char* room(qsizetype extra)
+    {
+        const qsizetype needed = m_size + extra;
+        if (needed > m_out.size()) {
+            if (needed > m_out.capacity())
+                m_out.reserve(std::max(needed, m_out.capacity() * 2));
+            m_out.resize(m_out.capacity());
+        }
+        return m_out.data() + m_size;
+    }
+
+    void append(const char* data, qsizetype n)
+    {
+        std::memcpy(room(n), data, size_t(n));
+        m_size += n;
+    }
+
     static char* escape(char* out, char16_t c)
     {
         *out++ = '\\';
@@ -148,7 +221,9 @@ private:
         }
     }
 
-    std::string m_out;
+    QByteArray m_out;
+    qsizetype m_size = 0;
+    QStringEncoder m_encoder{QStringEncoder::Utf8, QStringEncoder::Flag::Stateless};
 };
 
 void writeOptionalString(Writer& w, std::string_view name, const std::optional<QString>& value)
@@ -252,64 +327,103 @@ Result<CallRecord> decodeRecord(const QJsonValue& value, qsizetype index)
 
 } // namespace
 
+namespace {
+
+// Writes one record object; false when a number cannot be written.
+std::optional<AppError> writeRecord(Writer& w, const CallRecord& r)
+{
+    w.raw("{");
+    w.key("id");
+    w.uuid(r.id);
+    w.raw(",");
+    w.key("date");
+    if (!w.number(r.date.secondsSinceReference))
+        return AppError(QStringLiteral("une date n’est pas représentable."));
+    w.raw(",");
+    w.key("caller");
+    w.string(r.caller);
+    w.raw(",");
+    w.key("kind");
+    w.string(r.kind);
+    w.raw(",");
+    w.key("transcript");
+    w.raw("[");
+    bool firstLine = true;
+    for (const TranscriptLine& line : r.transcript) {
+        if (!firstLine)
+            w.raw(",");
+        firstLine = false;
+        w.raw("{");
+        w.key("id");
+        w.uuid(line.id);
+        w.raw(",");
+        w.key("speaker");
+        w.string(line.speaker);
+        w.raw(",");
+        w.key("text");
+        w.string(line.text);
+        w.raw("}");
+    }
+    w.raw("],");
+    w.key("note");
+    w.string(r.note);
+    writeOptionalString(w, "dossier", r.dossier);
+    writeOptionalString(w, "recordingFile", r.recordingFile);
+    writeOptionalString(w, "recordingError", r.recordingError);
+    if (r.usage) {
+        w.raw(",");
+        w.key("usage");
+        if (!writeUsage(w, *r.usage))
+            return AppError(QStringLiteral("un montant estimé n’est pas représentable."));
+    }
+    writeOptionalString(w, "followUpStatus", r.followUpStatus);
+    w.raw("}");
+    return std::nullopt;
+}
+
+} // namespace
+
+Result<QByteArray> encodeRecord(const CallRecord& record)
+{
+    Writer w(estimateSize({record}));
+    if (auto failed = writeRecord(w, record))
+        return *failed;
+    return w.take();
+}
+
 Result<QByteArray> encodeHistory(const QList<CallRecord>& records)
 {
     Writer w(estimateSize(records));
     w.raw("[");
-    bool firstRecord = true;
+    bool first = true;
     for (const CallRecord& r : records) {
-        if (!firstRecord)
+        if (!first)
             w.raw(",");
-        firstRecord = false;
-        w.raw("{");
-        w.key("id");
-        w.uuid(r.id);
-        w.raw(",");
-        w.key("date");
-        if (!w.number(r.date.secondsSinceReference))
-            return AppError(QStringLiteral("une date n’est pas représentable."));
-        w.raw(",");
-        w.key("caller");
-        w.string(r.caller);
-        w.raw(",");
-        w.key("kind");
-        w.string(r.kind);
-        w.raw(",");
-        w.key("transcript");
-        w.raw("[");
-        bool firstLine = true;
-        for (const TranscriptLine& line : r.transcript) {
-            if (!firstLine)
-                w.raw(",");
-            firstLine = false;
-            w.raw("{");
-            w.key("id");
-            w.uuid(line.id);
-            w.raw(",");
-            w.key("speaker");
-            w.string(line.speaker);
-            w.raw(",");
-            w.key("text");
-            w.string(line.text);
-            w.raw("}");
-        }
-        w.raw("],");
-        w.key("note");
-        w.string(r.note);
-        writeOptionalString(w, "dossier", r.dossier);
-        writeOptionalString(w, "recordingFile", r.recordingFile);
-        writeOptionalString(w, "recordingError", r.recordingError);
-        if (r.usage) {
-            w.raw(",");
-            w.key("usage");
-            if (!writeUsage(w, *r.usage))
-                return AppError(QStringLiteral("un montant estimé n’est pas représentable."));
-        }
-        writeOptionalString(w, "followUpStatus", r.followUpStatus);
-        w.raw("}");
+        first = false;
+        if (auto failed = writeRecord(w, r))
+            return *failed;
     }
     w.raw("]");
     return w.take();
+}
+
+QByteArray joinHistory(const QList<QByteArray>& encodedRecords)
+{
+    qsizetype size = 2 + encodedRecords.size();
+    for (const QByteArray& record : encodedRecords)
+        size += record.size();
+    QByteArray out;
+    out.reserve(size);
+    out += '[';
+    bool first = true;
+    for (const QByteArray& record : encodedRecords) {
+        if (!first)
+            out += ',';
+        first = false;
+        out += record;
+    }
+    out += ']';
+    return out;
 }
 
 Result<QList<CallRecord>> decodeHistory(const QByteArray& bytes)

@@ -6,6 +6,7 @@
 #include "records/TranscriptDocument.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFileInfo>
 #include <QSet>
 
@@ -72,7 +73,7 @@ Status RecordsStore::saveHistory()
         return AppError(refusedWhileUnreadable());
     if (Status failed = PrivateFiles::ensureFolder(m_folder.path()))
         return cannotSave(*failed);
-    auto bytes = encodeHistory(m_records);
+    auto bytes = encodeRecords();
     if (!bytes)
         return cannotSave(bytes.error());
     if (Status failed = PrivateFiles::write(m_folder.historyFile(), bytes.value()))
@@ -85,12 +86,32 @@ Status RecordsStore::saveHistory()
     return std::nullopt;
 }
 
+Result<QByteArray> RecordsStore::encodeRecords()
+{
+    QList<QByteArray> parts;
+    parts.reserve(m_records.size());
+    for (const CallRecord& record : std::as_const(m_records)) {
+        auto known = m_encoded.find(record.id);
+        if (known == m_encoded.end() || !(known->record == record)) {
+            auto json = encodeRecord(record);
+            if (!json)
+                return json.error();
+            known = m_encoded.insert(record.id, EncodedRecord{record, std::move(json).value()});
+        }
+        parts.append(known->json);
+    }
+    return joinHistory(parts);
+}
+
 Status RecordsStore::writeTranscriptFiles()
 {
     // One listing instead of a check per file: a file removed behind our back is written again.
-    const QDir folder(m_folder.transcriptsFolder());
-    const QStringList present = folder.entryList(QDir::Files | QDir::Hidden);
-    const QSet<QString> existing(present.cbegin(), present.cend());
+    QSet<QString> existing;
+    QDirIterator listing(m_folder.transcriptsFolder(), QDir::Files | QDir::Hidden);
+    while (listing.hasNext()) {
+        listing.next();
+        existing.insert(listing.fileName());
+    }
     const QString localeName = m_locale.name();
 
     Status firstFailure;

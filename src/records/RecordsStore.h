@@ -95,6 +95,13 @@ private:
     // What each transcript file was last written or verified with in this run, so an
     // unchanged record costs one comparison, not a file read.
     QHash<QUuid, WrittenTranscript> m_written;
+    // Each record's JSON as last encoded, reused while the record is unchanged.
+    struct EncodedRecord {
+        CallRecord record;
+        QByteArray json;
+    };
+    QHash<QUuid, EncodedRecord> m_encoded;
+    Result<QByteArray> encodeRecords();
 };
 
 } // namespace vemira

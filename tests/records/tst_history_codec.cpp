@@ -101,6 +101,9 @@ void HistoryCodecTest::roundTripKeepsEveryValue()
     QVERIFY(decoded.value()[0] == record); // order and every field, date to the last bit
     QVERIFY(decoded.value()[1] == second); // 64-bit counts beyond double precision survive
     QCOMPARE(encodeHistory(decoded.value()).value(), bytes);
+    // Record by record, joined: the very same bytes.
+    QCOMPARE(joinHistory({encodeRecord(record).value(), encodeRecord(second).value()}), bytes);
+    QCOMPARE(joinHistory({}), QByteArray("[]"));
 }
 
 void HistoryCodecTest::rejectsAnyBadRecordWhole_data()
