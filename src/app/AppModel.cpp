@@ -13,12 +13,15 @@
 #include "records/RecordsStore.h"
 #include "records/Settings.h"
 
+#include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QHash>
 #include <QLocale>
 #include <QMetaObject>
 #include <QPointer>
+#include <QThread>
 
 namespace vemira {
 
@@ -138,6 +141,9 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
 
 AppModel::~AppModel()
 {
+    // Quitting in the middle of a conversation keeps it, like any other end.
+    if (m_busy)
+        finish();
     // The audio threads and the probe must be quiet before the state they report to goes.
     if (d->dependencies.sleepNotifier)
         d->dependencies.sleepNotifier->onWillSleep = nullptr;
@@ -156,7 +162,16 @@ AppModel::~AppModel()
     d->realtime->onInstructionsApplied = nullptr;
     d->realtime->close();
     d->macRoute->restore();
-    // Waits for recordings still being mixed; their late updates are dropped with the model.
+    // Recordings still being mixed are filed in the history before the model goes: their
+    // completions post to this object, so deliver those until none is pending. Bounded, in
+    // case a disk hangs; a shutdown wait, not call time, hence the real clock.
+    QElapsedTimer waited;
+    waited.start();
+    while (!m_finalizingRecordings.isEmpty() && waited.elapsed() < 10000) {
+        QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+        if (!m_finalizingRecordings.isEmpty())
+            QThread::msleep(5);
+    }
     d->finishing.clear();
 }
 

@@ -303,6 +303,29 @@ private Q_SLOTS:
         QVERIFY(rig.server.waitForClientClose(2)); // the probe's session, then the call's
     }
 
+    void quittingDuringACallKeepsItAndItsRecording()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.server.sendEvent(
+            ScriptedRealtimeServer::callerTranscript(QStringLiteral("Je rappellerai.")));
+        QVERIFY(waitFor([&] { return rig.model->current()->transcript.size() == 1; }));
+        QVERIFY(waitFor([&] { return rig.server.receivedAudio().size() >= 4800; }));
+        const QUuid id = rig.model->current()->id;
+
+        rig.model.reset();
+        const QList<CallRecord> history = rig.historyOnDisk();
+        QCOMPARE(history.size(), 1);
+        QCOMPARE(history.first().id, id);
+        QCOMPARE(rig.speakers(history.first()),
+                 QStringList{QStringLiteral("Interlocuteur: Je rappellerai.")});
+        QVERIFY2(history.first().recordingFile,
+                 qPrintable(history.first().recordingError.value_or(QStringLiteral("?"))));
+        QVERIFY(QFileInfo::exists(DataFolder(rig.dir.path()).recordingsFolder() +
+                                  QStringLiteral("/") + *history.first().recordingFile));
+    }
+
     void interventionTakesTheCallerAndStallsUnderItEndTheCall()
     {
         AppRig rig;
