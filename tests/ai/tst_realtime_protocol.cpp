@@ -75,7 +75,7 @@ private Q_SLOTS:
         const QByteArray alphabet(
             "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/= \n-_*");
         for (int round = 0; round < 20'000; ++round) {
-            QByteArray bytes(random.bounded(0, 40), Qt::Uninitialized);
+            QByteArray bytes(random.bounded(0, 200), Qt::Uninitialized);
             for (char& b : bytes)
                 b = char(random.bounded(256));
             // Every length and tail: our encoding is Qt's.
