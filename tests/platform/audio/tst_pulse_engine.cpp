@@ -243,7 +243,8 @@ private Q_SLOTS:
         const double echoAlone = rms(x, converged - second, second);
         const double voice = toneAmplitude(x, x.size() - 2 * second, 2 * second, 1103, rate);
         QVERIFY2(echoAlone < 0.058 / 30, qPrintable(QString::number(echoAlone))); // ≥ 30 dB
-        QVERIFY2(voice > 0.02, qPrintable(QString::number(voice))); // 0.05 average when kept
+        // Double talk: the residual-echo suppressor ducks the room voice, but never to nothing.
+        QVERIFY2(voice > 0.004, qPrintable(QString::number(voice)));
     }
 
     // A device that disappears stops our streams by itself, and reports no format, so the

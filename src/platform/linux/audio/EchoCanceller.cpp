@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <speex/speex_echo.h>
 #include <speex/speex_preprocess.h>
 
@@ -19,7 +20,7 @@ std::int16_t toInt16(float x)
 
 EchoCanceller::EchoCanceller(int sampleRate)
     : m_frameSize(std::max(1, sampleRate * frameMs / 1000)),
-      m_margin(std::max(0, sampleRate * marginMs / 1000)),
+      m_margin(std::max(0, sampleRate * marginMs / 1000)), m_maxLead(m_frameSize),
       m_ring(std::size_t(std::max(1, sampleRate))), m_near(std::size_t(m_frameSize)),
       m_far(std::size_t(m_frameSize)), m_clean(std::size_t(m_frameSize))
 {
@@ -39,12 +40,6 @@ EchoCanceller::~EchoCanceller()
 {
     speex_preprocess_state_destroy(m_preprocess);
     speex_echo_state_destroy(m_echo);
-}
-
-void EchoCanceller::setEchoDelay(int samples)
-{
-    const int most = int(m_ring.size()) - 2 * m_frameSize;
-    m_maxLead = std::clamp(samples - m_margin, 0, std::max(0, most));
 }
 
 void EchoCanceller::playback(const float* interleaved, int frames, int channels)
@@ -68,15 +63,17 @@ void EchoCanceller::playback(const float* interleaved, int frames, int channels)
 void EchoCanceller::popReference(std::int16_t* frame)
 {
     const std::size_t capacity = m_ring.size();
+    const std::size_t step = std::size_t(m_frameSize);
     const std::size_t lead = std::size_t(m_maxLead);
-    if (m_ringFill > lead + std::size_t(m_frameSize)) {
+    if (m_ringFill > lead + 2 * step) {
         // The loudspeaker side ran ahead (it started first, or its clock is faster): skip
         // reference so that what we pop was played no earlier than the echo we now hear.
-        const std::size_t skip = m_ringFill - lead;
+        // A frame of slack keeps the callbacks' jitter from moving the alignment each time.
+        const std::size_t skip = m_ringFill - (lead + step);
         m_ringRead = (m_ringRead + skip) % capacity;
         m_ringFill -= skip;
     }
-    if (m_ringFill < std::size_t(m_frameSize)) {
+    if (m_ringFill < step) {
         // Nothing played yet for this frame: a silent reference, and what is there waits so
         // the alignment does not jump.
         std::fill(frame, frame + m_frameSize, std::int16_t(0));
@@ -84,8 +81,18 @@ void EchoCanceller::popReference(std::int16_t* frame)
     }
     for (int i = 0; i < m_frameSize; ++i)
         frame[i] = m_ring[(m_ringRead + std::size_t(i)) % capacity];
-    m_ringRead = (m_ringRead + std::size_t(m_frameSize)) % capacity;
-    m_ringFill -= std::size_t(m_frameSize);
+    m_ringRead = (m_ringRead + step) % capacity;
+    m_ringFill -= step;
+}
+
+void EchoCanceller::setEchoDelay(int samples)
+{
+    const int most = int(m_ring.size()) - 3 * m_frameSize;
+    // At least a frame of lead, so the callbacks' jitter does not run the reference dry.
+    const int lead = std::clamp(samples - m_margin, m_frameSize, std::max(m_frameSize, most));
+    // Each change of the lead moves the alignment the filter has learnt: only real changes.
+    if (std::abs(lead - m_maxLead) > m_frameSize / 2)
+        m_maxLead = lead;
 }
 
 void EchoCanceller::processFrame(float* out)

@@ -16,8 +16,9 @@ namespace vemira::pulse {
 // render path; the capture path pops it frame by frame. An echo can be cancelled only when its
 // source is already in the filter's history when the echo arrives, so the reference may run
 // ahead of the microphone by at most the echo delay (playback plus capture latency, which the
-// engine measures and passes in) less a margin; any excess is skipped. Until the delay is
-// known the reference is kept just one frame ahead, which is causal on any device.
+// engine measures and passes in) less a margin; any excess, such as what piled up while the
+// loudspeaker started before the microphone, is skipped. Until the delay is known the
+// reference is kept one to two frames ahead, which is causal on any real device.
 //
 // Threads: both playback() and capture() must be called on one and the same thread (the
 // engine's loop thread, which runs both stream callbacks); no allocation after construction.
@@ -33,8 +34,8 @@ public:
     EchoCanceller& operator=(const EchoCanceller&) = delete;
 
     int frameSize() const { return m_frameSize; }
-    // From the server's latency figures: samples between handing a sample to the loudspeaker
-    // and hearing its echo in what the microphone delivers.
+    // Samples between handing a sample to the loudspeaker and hearing its echo in what the
+    // microphone delivers, from the server's latency figures.
     void setEchoDelay(int samples);
     int lead() const { return m_maxLead; }
 
@@ -51,7 +52,7 @@ private:
 
     int m_frameSize;
     int m_margin;
-    int m_maxLead = 0;
+    int m_maxLead;
     SpeexEchoState_* m_echo = nullptr;
     SpeexPreprocessState_* m_preprocess = nullptr;
     std::vector<std::int16_t> m_ring; // far-end reference, a ring of int16 samples

@@ -177,10 +177,11 @@ Status PulseEngine::start(Direction& direction)
         connected = pa_stream_connect_record(stream, direction.target->name.constData(),
                                              &attributes, flags);
     } else {
+        const int targetMs = m_echo ? echoPlaybackTargetMs : playbackTargetMs;
         attributes.tlength = std::uint32_t(
-            pa_usec_to_bytes(pa_usec_t(playbackTargetMs) * PA_USEC_PER_MSEC, &direction.spec));
+            pa_usec_to_bytes(pa_usec_t(targetMs) * PA_USEC_PER_MSEC, &direction.spec));
         attributes.minreq = std::uint32_t(
-            pa_usec_to_bytes(pa_usec_t(playbackTargetMs / 4) * PA_USEC_PER_MSEC, &direction.spec));
+            pa_usec_to_bytes(pa_usec_t(targetMs / 4) * PA_USEC_PER_MSEC, &direction.spec));
         // Full volume whatever a volume-restoring module remembers for "Vemira": the far end
         // must hear exactly what we render.
         pa_cvolume volume;
@@ -387,6 +388,17 @@ std::optional<double> PulseEngine::captureLatency() const
 std::optional<double> PulseEngine::playbackLatency() const
 {
     return latencyOf(m_playback);
+}
+
+std::optional<double> PulseEngine::captureFragment() const
+{
+    PulseConnection::Lock lock(*m_connection);
+    if (!m_capture.stream || !m_capture.running.load())
+        return std::nullopt;
+    const pa_buffer_attr* attributes = pa_stream_get_buffer_attr(m_capture.stream);
+    if (!attributes)
+        return std::nullopt;
+    return double(pa_bytes_to_usec(attributes->fragsize, &m_capture.spec)) / 1e6;
 }
 
 std::optional<double> PulseEngine::latencyOf(const Direction& direction) const

@@ -21,7 +21,7 @@ class PulseConnection;
 // given to us) run on that thread, one at a time. The running flags are atomics, readable
 // anywhere.
 //
-// Latency: capture fragments and the playback target are about 20 ms and 40 ms, asked with
+// Latency: capture fragments and the playback target are about 20 ms and 30 ms, asked with
 // ADJUST_LATENCY so the server sizes the device buffers to match. Streams stay connected
 // from start to stop (the whole conversation); a stream that dies with its device is not
 // moved elsewhere (DONT_MOVE): the owner sees it stop and decides.
@@ -40,7 +40,11 @@ public:
     };
 
     static constexpr int captureFragmentMs = 20;
-    static constexpr int playbackTargetMs = 40;
+    static constexpr int playbackTargetMs = 30;
+    // With echo cancellation the loudspeaker buffer is kept a little longer: on a device whose
+    // echo comes back almost at once (a monitor), a 30 ms buffer leaves the canceller too
+    // little lead to stay aligned. Latency matters less there than a clean microphone.
+    static constexpr int echoPlaybackTargetMs = 40;
     static constexpr int warmUpLimitMs = 2500;
 
     // Connects this engine's own loop. Failure: a negative PulseAudio error code.
@@ -66,6 +70,9 @@ public:
     // sample we write now waits before the device plays it. Main thread.
     std::optional<double> captureLatency() const;
     std::optional<double> playbackLatency() const;
+    // The capture fragment the server granted: the longest a sample waits in the stream
+    // before our callback sees it. Main thread.
+    std::optional<double> captureFragment() const;
 
 private:
     struct Direction {
