@@ -135,7 +135,7 @@ EOF
         [ $tries -lt 100 ] || die "the daemon does not answer, see $dir/daemon.log"
         sleep 0.05
     done
-    VEMIRA_VIRTUAL_STATE="$dir/virtual-audio" virtual_up >/dev/null
+    virtual_up >/dev/null
     echo "PulseAudio running in $dir"
 }
 
@@ -151,7 +151,7 @@ daemon_stop() {
             sleep 0.05
         done
     fi
-    rm -rf "$dir/pulse" "$dir/virtual-audio"
+    rm -rf "$dir/pulse" "$dir/vemira-virtual-audio"
     echo "PulseAudio stopped in $dir"
 }
 
