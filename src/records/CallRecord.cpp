@@ -3,6 +3,7 @@
 #include "phone/CallPolicy.h"
 
 #include <QTimeZone>
+#include <algorithm>
 #include <cmath>
 
 namespace vemira {
@@ -18,7 +19,9 @@ Timestamp Timestamp::fromDateTime(const QDateTime& dateTime)
 
 QDateTime Timestamp::toDateTime() const
 {
-    const double msecs = std::round(secondsSinceReference * 1000.0);
+    // A hand-edited file may hold any number: keep the conversion to milliseconds defined.
+    constexpr double limit = 1e16;
+    const double msecs = std::clamp(std::round(secondsSinceReference * 1000.0), -limit, limit);
     return QDateTime::fromMSecsSinceEpoch(referenceUnixMSecs + qint64(msecs), QTimeZone::utc())
         .toLocalTime();
 }

@@ -54,6 +54,12 @@ void HistoryCodecTest::writesTheFileFormat()
     QVERIFY(!accented.contains('\n'));
     QVERIFY(!accented.contains("\": "));
     QCOMPARE(encodeHistory({}).value(), QByteArray("[]"));
+
+    // An absurd date from a hand-edited file still reads and shows without overflow.
+    const auto absurd = decodeHistory(QByteArray(
+        R"([{"id":"0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0","date":1e300,"caller":"c","kind":"k","transcript":[],"note":""}])"));
+    QVERIFY(absurd.ok());
+    QVERIFY(absurd.value().first().date.toDateTime().isValid());
 }
 
 void HistoryCodecTest::readsAnyCaseAndNullAsAbsent()
