@@ -27,6 +27,7 @@ AgentPage::AgentPage(AppModel* model, QWidget* parent) : QWidget(parent), m_mode
     auto* scroll = new QScrollArea(this);
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setAccessibleName(accessibleName());
     outer->addWidget(scroll);
     auto* content = new QWidget(scroll);
     scroll->setWidget(content);

@@ -55,7 +55,7 @@ AssignmentDialog::AssignmentDialog(const CallRecord& record, const QStringList& 
             [this](const QString& t) { m_assignment.name = t; });
     // Choosing an existing name fills the field; a double click also saves.
     connect(m_existing, &QListWidget::currentTextChanged, this, [this](const QString& t) {
-        if (!t.isEmpty()) {
+        if (!t.isEmpty() && !m_closing) {
             m_assignment.choose(t);
             m_name->setText(t);
         }
@@ -65,6 +65,13 @@ AssignmentDialog::AssignmentDialog(const CallRecord& record, const QStringList& 
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     m_name->setFocus();
     resize(420, sizeHint().height());
+}
+
+void AssignmentDialog::done(int result)
+{
+    m_assignment.name = m_name->text();
+    m_closing = true;
+    QDialog::done(result);
 }
 
 } // namespace vemira::ui

@@ -20,11 +20,14 @@ public:
     const DossierAssignment& assignment() const { return m_assignment; }
     QLineEdit* nameField() const { return m_name; }
     QListWidget* existingList() const { return m_existing; }
+    void done(int result) override;
 
 private:
     DossierAssignment m_assignment;
     QLineEdit* m_name;
     QListWidget* m_existing;
+    // Closing moves the focus, and the list would then pick its first name by itself.
+    bool m_closing = false;
 };
 
 } // namespace vemira::ui

@@ -58,6 +58,7 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     auto* scroll = new QScrollArea(this);
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setAccessibleName(accessibleName());
     outer->addWidget(scroll);
     auto* content = new QWidget(scroll);
     scroll->setWidget(content);

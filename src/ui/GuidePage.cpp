@@ -20,6 +20,7 @@ GuidePage::GuidePage(AppModel* model, QWidget* parent) : QWidget(parent)
     auto* scroll = new QScrollArea(this);
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setAccessibleName(accessibleName());
     outer->addWidget(scroll);
     auto* content = new QWidget(scroll);
     scroll->setWidget(content);

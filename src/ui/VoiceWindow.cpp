@@ -83,7 +83,7 @@ VoiceWindow::VoiceWindow(AppModel* model, QWidget* parent) : QDialog(parent), m_
     auto* grid = new QGridLayout;
     const QStringList names = bandNames();
     for (int i = 0; i < VoiceEQSettings::kBands; ++i) {
-        auto* value = new QLabel(eqCard);
+        auto* value = new QLabel(QStringLiteral("0.0 dB"), eqCard);
         value->setAlignment(Qt::AlignHCenter);
         auto* slider = new QSlider(Qt::Vertical, eqCard);
         slider->setRange(int(-VoiceEQSettings::kMaxGain) * kSteps,
@@ -94,6 +94,7 @@ VoiceWindow::VoiceWindow(AppModel* model, QWidget* parent) : QDialog(parent), m_
         slider->setTickInterval(6 * kSteps);
         slider->setMinimumHeight(150);
         slider->setAccessibleName(QStringLiteral("Bande ") + names[i]);
+        slider->setAccessibleDescription(value->text());
         auto* name = new QLabel(names[i], eqCard);
         name->setAlignment(Qt::AlignHCenter);
         grid->addWidget(value, 0, i);

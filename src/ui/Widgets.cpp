@@ -22,8 +22,10 @@ ToggleSwitch::ToggleSwitch(const QString& text, QWidget* parent) : QAbstractButt
 
 QSize ToggleSwitch::sizeHint() const
 {
-    const QFontMetrics fm(font());
-    return {56 + 12 + fm.horizontalAdvance(text()) + 8, qMax(32, fm.height() + 8)};
+    QFont bold = font();
+    bold.setBold(true);
+    const QFontMetrics fm(bold);
+    return {56 + 12 + fm.horizontalAdvance(text()) + 12, qMax(32, fm.height() + 8)};
 }
 
 void ToggleSwitch::paintEvent(QPaintEvent*)
