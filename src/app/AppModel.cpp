@@ -2,6 +2,7 @@
 
 #include "ai/AIConnectionCheck.h"
 #include "ai/RealtimeClient.h"
+#include "app/MainThreadMailbox.h"
 #include "audio/AudioBridge.h"
 #include "audio/CallAudioRecorder.h"
 #include "audio/MacAudioRoute.h"
@@ -38,7 +39,7 @@ QString callKind(bool phoneMode)
 // against the model without the engines' headers.
 struct AppModel::Parts {
     explicit Parts(AppDependencies deps)
-        : dependencies(std::move(deps)),
+        : mailbox(), dependencies(std::move(deps)),
           settings(dependencies.settingsFile.isEmpty() ? Settings()
                                                        : Settings(dependencies.settingsFile)),
           folder(dependencies.dataFolder.isEmpty() ? DataFolder::standard()
@@ -46,6 +47,9 @@ struct AppModel::Parts {
           store(folder), keyStore(folder.credentialsFolder())
     {}
 
+    // Audio-thread and worker hand-offs to the main thread. First, so that it outlives
+    // everything that may still post to it while the parts are torn down.
+    MainThreadMailbox mailbox;
     AppDependencies dependencies;
     Settings settings;
     DataFolder folder;
@@ -163,13 +167,12 @@ AppModel::~AppModel()
     d->realtime->close();
     d->macRoute->restore();
     // Recordings still being mixed are filed in the history before the model goes: their
-    // completions post to this object, so deliver those until none is pending. Bounded, in
+    // completions come through the mailbox, so drain it until none is pending. Bounded, in
     // case a disk hangs; a shutdown wait, not call time, hence the real clock.
     QElapsedTimer waited;
     waited.start();
     while (!m_finalizingRecordings.isEmpty() && waited.elapsed() < 10000) {
-        QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
-        if (!m_finalizingRecordings.isEmpty())
+        if (d->mailbox.drain() == 0)
             QThread::msleep(5);
     }
     d->finishing.clear();
@@ -363,15 +366,12 @@ void AppModel::begin(bool phoneMode, const QString& caller, std::function<Status
     m_generation = QUuid::createUuid();
     const QUuid generation = m_generation;
     // Runs on the capture thread. The model outlives the bridge's callbacks (its destructor
-    // stops the bridge first), and a posted task dies with the model.
+    // stops the bridge first), and a queued task dies with the model.
     d->audio->onPCM = [this, generation](const QByteArray& pcm) {
-        QMetaObject::invokeMethod(
-            this,
-            [this, generation, pcm] {
-                if (m_generation == generation)
-                    d->realtime->append(pcm);
-            },
-            Qt::QueuedConnection);
+        d->mailbox.post([this, generation, pcm] {
+            if (m_generation == generation)
+                d->realtime->append(pcm);
+        });
     };
 
     setBusy(true);
@@ -580,11 +580,10 @@ void AppModel::finishRecorder()
     // for its worker, which must never happen on the worker itself.
     d->finishing.insert(id, recorder);
 
-    // Runs on the recorder's worker. The model's destructor destroys the recorders (which
-    // waits for this completion) before the model itself goes, so `this` is valid here.
+    // Runs on the recorder's worker. The model's destructor waits for every pending
+    // completion before anything goes, so `this` is valid here.
     recorder->finish([this, id](Result<QString> outcome) {
-        QMetaObject::invokeMethod(
-            this, [this, id, outcome] { recordingFinished(id, outcome); }, Qt::QueuedConnection);
+        d->mailbox.post([this, id, outcome] { recordingFinished(id, outcome); });
     });
 }
 
