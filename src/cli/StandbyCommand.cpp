@@ -6,6 +6,7 @@
 #include "app/AppDependencies.h"
 #include "app/AppModel.h"
 #include "audio/SoundDevice.h"
+#include "records/CallRecord.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -82,23 +83,47 @@ int runStandbyCommand(const QStringList& arguments)
 
     out << QStringLiteral("Vérifications et connexion IA…") << Qt::endl;
     model.toggleArmed();
-    for (const QString& issue : model.readinessIssues())
-        out << QStringLiteral("À faire : ") << issue << Qt::endl;
 
     std::signal(SIGINT, requestStop);
     std::signal(SIGTERM, requestStop);
     int exitCode = 0;
     bool wasArmed = false;
     bool stopping = false;
+    // The call's progress as the main window would show it, and each record once saved.
+    QString shownState;
+    QObject::connect(&model, &AppModel::detailChanged, &model, [&] {
+        const QString state = model.status() + QStringLiteral(" — ") + model.detail();
+        if (wasArmed && state != shownState) {
+            shownState = state;
+            out << state << Qt::endl;
+        }
+    });
+    QUuid lastRecord = model.records().isEmpty() ? QUuid() : model.records().first().id;
+    QObject::connect(&model, &AppModel::recordsChanged, &model, [&] {
+        if (model.records().isEmpty() || model.records().first().id == lastRecord)
+            return;
+        const CallRecord& record = model.records().first();
+        lastRecord = record.id;
+        out << QStringLiteral("Fiche enregistrée : %1 · %2 · %3 ligne(s) de transcription")
+                   .arg(record.reference(), record.phoneLabel())
+                   .arg(record.transcript.size());
+        if (record.usage)
+            out << QStringLiteral(" · ") << record.usage->label();
+        out << Qt::endl;
+    });
+
     QTimer watch;
     QObject::connect(&watch, &QTimer::timeout, &model, [&] {
         if (model.armed() && !wasArmed) {
             wasArmed = true;
-            out << model.status() << QStringLiteral(" — ") << model.detail() << Qt::endl;
+            shownState = model.status() + QStringLiteral(" — ") + model.detail();
+            out << shownState << Qt::endl;
         }
         // A failed check leaves nothing to wait for.
         if (!wasArmed && !model.armed() && !model.checkingAI() && !model.error().isEmpty() &&
             !stopping) {
+            for (const QString& issue : model.readinessIssues())
+                out << QStringLiteral("À faire : ") << issue << Qt::endl;
             exitCode = 1;
             g_stopRequested = true;
         }

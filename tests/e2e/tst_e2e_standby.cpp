@@ -131,9 +131,11 @@ void TestStandby::interruptDuringACallKeepsWhatWasSaid()
     QCOMPARE(standby.process.exitCode(), 0);
     output += QString::fromUtf8(standby.process.readAll());
 
+    qInfo().noquote() << output;
     // The session log went to the terminal as it happened.
     QVERIFY2(output.contains(QStringLiteral(" · Décrochage demandé")), qPrintable(output));
     QVERIFY2(output.contains(QStringLiteral("Arrêt demandé")), qPrintable(output));
+    QVERIFY2(output.contains(QStringLiteral("Fiche enregistrée : ")), qPrintable(output));
 
     // The record holds what was said before the interruption, speakers in order.
     QFile history(QDir(data).filePath(QStringLiteral("history.json")));
