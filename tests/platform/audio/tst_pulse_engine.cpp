@@ -9,6 +9,7 @@
 #include <QElapsedTimer>
 #include <QTest>
 #include <QThread>
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <mutex>
@@ -61,15 +62,6 @@ double toneAmplitude(const std::vector<float>& x, std::size_t from, std::size_t 
         s += x[from + n] * std::sin(phase);
     }
     return 2.0 * std::hypot(c, s) / double(count);
-}
-
-double rms(const std::vector<float>& x, std::size_t from, std::size_t count)
-{
-    double sum = 0;
-    std::size_t n = 0;
-    for (; n < count && from + n < x.size(); ++n)
-        sum += double(x[from + n]) * double(x[from + n]);
-    return n ? std::sqrt(sum / double(n)) : 0.0;
 }
 
 std::vector<float> wireToFloat(const QByteArray& wire)
@@ -158,8 +150,14 @@ private Q_SLOTS:
             while (onset < heard.size() && std::fabs(heard[onset]) < 0.02f)
                 ++onset;
             QVERIFY2(onset + 36000 < heard.size(), qPrintable(uid));
-            // One second from the middle of the tone, away from the resamplers' settling.
-            const double amplitude = toneAmplitude(heard, onset + 6000, 24000, 733.0, 24000.0);
+            // One second from the middle of the tone, away from the resamplers' settling, in
+            // 20 ms windows: the median is the level, whatever a loaded machine's scheduling
+            // did to a window or two.
+            std::vector<double> levels;
+            for (std::size_t w = onset + 6000; w + 480 <= onset + 30000; w += 480)
+                levels.push_back(toneAmplitude(heard, w, 480, 733.0, 24000.0));
+            std::sort(levels.begin(), levels.end());
+            const double amplitude = levels[levels.size() / 2];
             const double expected = 3276.0 / 32768.0 * VoiceOutputChain::kHeadroomVolume;
             QVERIFY2(
                 std::fabs(amplitude - expected) < 0.02 * expected,
@@ -169,82 +167,6 @@ private Q_SLOTS:
             QVERIFY(toneAmplitude(heard, onset + 6000, 24000, 1103.0, 24000.0) < 0.001);
         }
         QVERIFY(m_daemon.unloadModule(module));
-    }
-
-    // For a conversation on the computer, what we play and hear back is removed, while a
-    // voice in the room (another program playing into the same device) is kept.
-    void echoCancellationRemovesOurOwnVoiceOnly()
-    {
-        const std::optional<SoundDevice> desk =
-            byUID(m_system->devices(), QStringLiteral("vemira.desk"));
-        QVERIFY(desk);
-        AudioEngineRequest duplex;
-        duplex.inputDeviceID = desk->id;
-        duplex.outputDeviceID = desk->id;
-        duplex.conversationOnComputer = true;
-        Result<std::unique_ptr<AudioEngine>> opened = m_io->open(duplex);
-        QVERIFY(opened);
-        std::unique_ptr<AudioEngine> engine = std::move(opened).value();
-        QVERIFY(engine->isDuplex());
-        const DeviceFormat in = engine->captureFormat();
-        const DeviceFormat out = engine->playbackFormat();
-        QCOMPARE(in.channels, 1);
-        QCOMPARE(in.sampleRate, out.sampleRate);
-
-        AudioEngineRequest room;
-        room.outputDeviceID = desk->id;
-        std::unique_ptr<AudioEngine> speaker = std::move(m_io->open(room)).value();
-
-        // Far end: broadband noise in 0.6 s phrases, like speech as far as an echo canceller
-        // is concerned (a steady tone could be learnt away by the noise suppressor alone).
-        // Room: 1103 Hz in half-second bursts.
-        const double rate = out.sampleRate;
-        std::int64_t farIndex = 0, roomIndex = 0;
-        std::uint32_t noise = 12345;
-        engine->setRenderCallback(
-            [&farIndex, &noise, rate, channels = out.channels](float* b, int n) {
-                for (int i = 0; i < n; ++i, ++farIndex) {
-                    noise = noise * 1664525u + 1013904223u;
-                    const bool on = (farIndex * 10 / std::int64_t(rate)) % 7 != 6;
-                    const float white = float(std::int32_t(noise)) / 2147483648.0f; // ±1
-                    const float v = on ? 0.1f * white : 0.0f;
-                    for (int c = 0; c < channels; ++c)
-                        b[i * channels + c] = v;
-                }
-            });
-        const int roomChannels = speaker->playbackFormat().channels;
-        speaker->setRenderCallback([&roomIndex, rate, roomChannels](float* b, int n) {
-            for (int i = 0; i < n; ++i, ++roomIndex) {
-                const bool on = (roomIndex / std::int64_t(rate / 2)) % 2 == 0;
-                const float v =
-                    on ? 0.1f * float(std::sin(2 * std::numbers::pi * 1103 * roomIndex / rate))
-                       : 0.0f;
-                for (int c = 0; c < roomChannels; ++c)
-                    b[i * roomChannels + c] = v;
-            }
-        });
-        Samples heard;
-        engine->setCaptureCallback(
-            [&heard](const float* b, int frames) { heard.add(b, frames, 1); });
-        QVERIFY(!engine->startPlayback());
-        QVERIFY(!engine->startCapture());
-        pump(3000); // let the canceller converge on the echo path
-        const std::size_t converged = heard.all().size();
-        QVERIFY(!speaker->startPlayback());
-        pump(3000);
-        speaker->stopPlayback();
-        engine->stopCapture();
-        engine->stopPlayback();
-
-        const std::vector<float> x = heard.all();
-        QVERIFY(x.size() > converged + std::size_t(2.5 * rate));
-        const auto second = std::size_t(rate);
-        // The played noise has an RMS of 0.1/√3 = 0.058 while on.
-        const double echoAlone = rms(x, converged - second, second);
-        const double voice = toneAmplitude(x, x.size() - 2 * second, 2 * second, 1103, rate);
-        QVERIFY2(echoAlone < 0.058 / 30, qPrintable(QString::number(echoAlone))); // ≥ 30 dB
-        // Double talk: the residual-echo suppressor ducks the room voice, but never to nothing.
-        QVERIFY2(voice > 0.004, qPrintable(QString::number(voice)));
     }
 
     // A device that disappears stops our streams by itself, and reports no format, so the

@@ -138,6 +138,7 @@ Status PulseEngine::start(Direction& direction)
         pa_stream_set_read_callback(direction.stream, nullptr, nullptr);
         pa_stream_set_write_callback(direction.stream, nullptr, nullptr);
         pa_stream_set_started_callback(direction.stream, nullptr, nullptr);
+        pa_stream_set_underflow_callback(direction.stream, nullptr, nullptr);
         pa_stream_disconnect(direction.stream);
         pa_stream_unref(direction.stream);
         direction.stream = nullptr;
@@ -177,7 +178,8 @@ Status PulseEngine::start(Direction& direction)
         connected = pa_stream_connect_record(stream, direction.target->name.constData(),
                                              &attributes, flags);
     } else {
-        const int targetMs = m_echo ? echoPlaybackTargetMs : playbackTargetMs;
+        m_playbackTargetMs = m_echo ? echoPlaybackTargetMs : playbackTargetMs;
+        const int targetMs = m_playbackTargetMs;
         attributes.tlength = std::uint32_t(
             pa_usec_to_bytes(pa_usec_t(targetMs) * PA_USEC_PER_MSEC, &direction.spec));
         attributes.minreq = std::uint32_t(
@@ -188,6 +190,7 @@ Status PulseEngine::start(Direction& direction)
         pa_cvolume_set(&volume, direction.spec.channels, PA_VOLUME_NORM);
         pa_stream_set_write_callback(stream, &PulseEngine::onWrite, this);
         pa_stream_set_started_callback(stream, &PulseEngine::onStarted, &direction);
+        pa_stream_set_underflow_callback(stream, &PulseEngine::onUnderflow, this);
         connected = pa_stream_connect_playback(stream, direction.target->name.constData(),
                                                &attributes, flags, &volume, nullptr);
     }
@@ -204,6 +207,7 @@ Status PulseEngine::start(Direction& direction)
         pa_stream_set_read_callback(stream, nullptr, nullptr);
         pa_stream_set_write_callback(stream, nullptr, nullptr);
         pa_stream_set_started_callback(stream, nullptr, nullptr);
+        pa_stream_set_underflow_callback(stream, nullptr, nullptr);
         pa_stream_disconnect(stream);
         pa_stream_unref(stream);
         direction.stream = nullptr;
@@ -228,9 +232,26 @@ void PulseEngine::stop(Direction& direction)
     pa_stream_set_read_callback(direction.stream, nullptr, nullptr);
     pa_stream_set_write_callback(direction.stream, nullptr, nullptr);
     pa_stream_set_started_callback(direction.stream, nullptr, nullptr);
+    pa_stream_set_underflow_callback(direction.stream, nullptr, nullptr);
     pa_stream_disconnect(direction.stream);
     pa_stream_unref(direction.stream);
     direction.stream = nullptr;
+}
+
+void PulseEngine::onUnderflow(pa_stream* stream, void* data)
+{
+    auto* engine = static_cast<PulseEngine*>(data);
+    if (engine->m_playbackTargetMs >= playbackTargetLimitMs)
+        return;
+    engine->m_playbackTargetMs += playbackTargetStepMs;
+    const pa_sample_spec& spec = engine->m_playback.spec;
+    pa_buffer_attr attributes = *pa_stream_get_buffer_attr(stream);
+    attributes.tlength = std::uint32_t(
+        pa_usec_to_bytes(pa_usec_t(engine->m_playbackTargetMs) * PA_USEC_PER_MSEC, &spec));
+    attributes.prebuf = std::uint32_t(-1);
+    // Asynchronous; nothing to wait for here on the loop thread.
+    if (pa_operation* operation = pa_stream_set_buffer_attr(stream, &attributes, nullptr, nullptr))
+        pa_operation_unref(operation);
 }
 
 void PulseEngine::onStarted(pa_stream*, void* data)

@@ -45,6 +45,10 @@ public:
     // echo comes back almost at once (a monitor), a 30 ms buffer leaves the canceller too
     // little lead to stay aligned. Latency matters less there than a clean microphone.
     static constexpr int echoPlaybackTargetMs = 40;
+    // A busy machine that cannot refill 30 ms in time gets a longer buffer, step by step: a
+    // few more milliseconds of delay are better than a voice with holes in it.
+    static constexpr int playbackTargetStepMs = 10;
+    static constexpr int playbackTargetLimitMs = 80;
     static constexpr int warmUpLimitMs = 2500;
 
     // Connects this engine's own loop. Failure: a negative PulseAudio error code.
@@ -95,6 +99,7 @@ private:
 
     static void onState(pa_stream* stream, void* direction);
     static void onStarted(pa_stream* stream, void* direction);
+    static void onUnderflow(pa_stream* stream, void* engine);
     static void onRead(pa_stream* stream, std::size_t bytes, void* engine);
     static void onWrite(pa_stream* stream, std::size_t bytes, void* engine);
     void deliver(const float* interleaved, int frames);
@@ -107,6 +112,7 @@ private:
     int m_blockFrames = 2048;
     std::unique_ptr<EchoCanceller> m_echo;
     int m_readsSinceDelayCheck = delayCheckReads; // loop thread
+    int m_playbackTargetMs = playbackTargetMs;    // loop thread while playing
     CaptureCallback m_captureCallback; // loop thread while running; set under the loop lock
     RenderCallback m_renderCallback;
     std::vector<float> m_silence; // holes in a capture stream are delivered as silence
