@@ -1,6 +1,7 @@
 #include "ui/DashboardPage.h"
 
 #include "app/AppModel.h"
+#include "audio/AudioBridge.h"
 #include "setup/Readiness.h"
 #include "ui/Bind.h"
 #include "ui/SetupProgress.h"
@@ -241,7 +242,7 @@ void DashboardPage::refreshIntervention()
     if (!phoneCall)
         return;
     // The manager can only take over a call whose sound already flows.
-    const bool soundWorks = m_model->connected();
+    const bool soundWorks = m_model->connected() && !m_model->audio().needsRestart();
     if (m_model->intervening()) {
         setTextIfChanged(m_interventionText, texts::micOpen());
         m_intervene->setText(texts::giveBack());
@@ -264,6 +265,12 @@ void DashboardPage::refreshElapsed()
 {
     const auto started = m_model->callStarted();
     setTextIfChanged(m_elapsed, started ? elapsedText(m_clock.uptime() - *started) : QString());
+    if (m_model->connected()) {
+        const auto [raw, converted] = m_model->audio().inputLevels();
+        m_rawLevel->setLevel(raw);
+        m_convertedLevel->setLevel(converted);
+        refreshIntervention(); // the sound may have stopped or come back
+    }
 }
 
 } // namespace vemira::ui

@@ -165,6 +165,8 @@ DossiersPage::DossiersPage(AppModel* model, QWidget* parent) : QWidget(parent), 
     splitter->addWidget(right);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 2);
+    // The table wants its columns readable; the document wraps.
+    splitter->setSizes({560, 420});
 
     // Filters change the draft, then the table.
     connect(m_search, &QLineEdit::textChanged, this, [this](const QString& text) {

@@ -1,6 +1,8 @@
 // vemira-app: the desktop application. Creates the one AppModel with the platform's parts,
 // the main window and the status icon.
 #include "app/AppModel.h"
+#include "audio/probes/AudioRouteProbe.h"
+#include "audio/probes/MicrophoneProbe.h"
 #include "ui/AppIcon.h"
 #include "ui/GuiDesktopServices.h"
 #include "ui/GuidedSetup.h"
@@ -55,12 +57,26 @@ int main(int argc, char* argv[])
     if (parser.isSet(settingsFile))
         deps.settingsFile = parser.value(settingsFile);
     Clock& clock = *deps.clock;
+    // The model owns the audio parts; the setup's probes borrow them while no call runs.
+    AudioDeviceIO& deviceIO = *deps.deviceIO;
+    AudioSystem& audioSystem = *deps.audioSystem;
     auto desktop = std::make_unique<ui::GuiDesktopServices>();
     ui::GuiDesktopServices* desktopServices = desktop.get();
     deps.desktop = std::move(desktop);
     AppModel model(std::move(deps));
 
-    ui::GuidedSetup setup(model, clock, ui::SetupProbes{});
+    AudioRouteProbe routeProbe(deviceIO, audioSystem, clock);
+    MicrophoneProbe microphoneProbe(deviceIO, clock);
+    ui::SetupProbes probes;
+    probes.route = [&routeProbe](const QList<SoundDevice>& devices,
+                                 std::function<void(Status)> done) {
+        routeProbe.run(devices, std::move(done));
+    };
+    probes.microphone = [&microphoneProbe](quint32 deviceID, std::function<void(double)> level,
+                                           std::function<void(Result<bool>)> done) {
+        microphoneProbe.run(deviceID, std::move(level), std::move(done));
+    };
+    ui::GuidedSetup setup(model, clock, std::move(probes));
     ui::MainWindow window(&model, clock, &setup);
     desktopServices->setDialogParent(&window);
     ui::StatusIcon status(&model);
