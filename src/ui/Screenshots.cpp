@@ -95,8 +95,10 @@ QStringList saveScreenshots(MainWindow& window, const QString& folder, const QSt
     UsagePanel usage;
     usage.setUsageLabel(QStringLiteral("1500 tokens reçus d’OpenAI · budget prudent : 0.10 $ US"));
     usage.explanationButton()->setChecked(true);
-    usage.resize(640, usage.sizeHint().height());
+    usage.setFixedWidth(640);
     usage.show();
+    settle();
+    usage.adjustSize();
     files << save(&usage, folder, QStringLiteral("10-budget"), suffix);
 
     for (auto [state, name] : {std::pair{StandbyState::Paused, QStringLiteral("pause")},

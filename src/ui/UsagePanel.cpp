@@ -45,6 +45,8 @@ UsagePanel::UsagePanel(QWidget* parent) : QWidget(parent)
     ex->addWidget(link);
     m_explanation->setVisible(false);
     layout->addWidget(m_explanation);
+    // Spare height goes below the text, never between the lines.
+    layout->addStretch(1);
 
     connect(m_toggle, &QToolButton::toggled, this, [this](bool open) {
         m_explanation->setVisible(open);
