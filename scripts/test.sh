@@ -31,7 +31,7 @@ cmake --build build-tsan -j"$jobs"
 echo "== fuzz targets (bounded)"
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DVEMIRA_BUILD_TESTS=OFF -DVEMIRA_BUILD_APP=OFF -DVEMIRA_BUILD_FUZZ=ON >/dev/null
-cmake --build build-fuzz -j"$jobs"
+cmake --build build-fuzz -j"$jobs" --target vemira_fuzzers
 shopt -s nullglob
 for fuzzer in build-fuzz/fuzz/fuzz_*; do
     [ -x "$fuzzer" ] || continue

@@ -187,6 +187,8 @@ public:
 
     // --- Operations -------------------------------------------------------------------
     // Session log: short local time, " · ", text; newest first.
+    // The session log's entry point; QObject's event dispatch stays reachable beside it.
+    using QObject::event;
     Q_INVOKABLE void event(const QString& text);
 
     // Standby and the call lifecycle.
