@@ -22,18 +22,8 @@ namespace vemira::ui {
 AgentPage::AgentPage(AppModel* model, QWidget* parent) : QWidget(parent), m_model(model)
 {
     setAccessibleName(QStringLiteral("Agent"));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setAccessibleName(accessibleName());
-    outer->addWidget(scroll);
-    auto* content = new QWidget(scroll);
-    scroll->setWidget(content);
-    auto* layout = new QVBoxLayout(content);
-    layout->setContentsMargins(16, 16, 16, 16);
-    layout->setSpacing(12);
+    auto* layout = makeScrollingPage(this);
+    auto* content = layout->parentWidget();
 
     auto* who = new Card(QStringLiteral("Votre entreprise"), content);
     auto* form = new QFormLayout;

@@ -53,18 +53,8 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     : QWidget(parent), m_model(model), m_setup(setup)
 {
     setAccessibleName(QStringLiteral("Connexions"));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setAccessibleName(accessibleName());
-    outer->addWidget(scroll);
-    auto* content = new QWidget(scroll);
-    scroll->setWidget(content);
-    auto* layout = new QVBoxLayout(content);
-    layout->setContentsMargins(16, 16, 16, 16);
-    layout->setSpacing(12);
+    auto* layout = makeScrollingPage(this);
+    auto* content = layout->parentWidget();
 
     // The AI: key and check.
     auto* ai = new Card(QStringLiteral("Connexion à l’IA (OpenAI)"), content);

@@ -38,18 +38,8 @@ DashboardPage::DashboardPage(AppModel* model, Clock& clock, QWidget* parent)
     : QWidget(parent), m_model(model), m_clock(clock)
 {
     setAccessibleName(QStringLiteral("Accueil"));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setAccessibleName(accessibleName());
-    outer->addWidget(scroll);
-    auto* content = new QWidget(scroll);
-    scroll->setWidget(content);
-    auto* layout = new QVBoxLayout(content);
-    layout->setContentsMargins(16, 16, 16, 16);
-    layout->setSpacing(12);
+    auto* layout = makeScrollingPage(this);
+    auto* content = layout->parentWidget();
 
     // Status: headline, second line, error.
     auto* state = new Card(QString(), content);

@@ -15,18 +15,8 @@ namespace vemira::ui {
 GuidePage::GuidePage(AppModel* model, QWidget* parent) : QWidget(parent)
 {
     setAccessibleName(QStringLiteral("Guide"));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setAccessibleName(accessibleName());
-    outer->addWidget(scroll);
-    auto* content = new QWidget(scroll);
-    scroll->setWidget(content);
-    auto* layout = new QVBoxLayout(content);
-    layout->setContentsMargins(16, 16, 16, 16);
-    layout->setSpacing(12);
+    auto* layout = makeScrollingPage(this);
+    auto* content = layout->parentWidget();
 
     struct Section {
         QString title;

@@ -11,6 +11,10 @@ class QVBoxLayout;
 
 namespace vemira::ui {
 
+// Gives `page` a frameless scroll area (named like the page, for screen readers) and returns
+// the padded vertical layout of its content widget, where the page puts its cards.
+QVBoxLayout* makeScrollingPage(QWidget* page);
+
 // The standby switch: a large on/off control that reads as a switch, reachable with Tab
 // and toggled with Space like any checkable button (screen readers see a check button).
 class ToggleSwitch : public QAbstractButton {
