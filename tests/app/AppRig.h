@@ -2,7 +2,7 @@
 
 // A whole application model on fake devices, a fake phone window and the real realtime
 // client talking to a scripted server on loopback. Time is a ManualClock: each tick() is
-// one second of the standby loop.
+// one second of the standby loop. The screen tests build their rig on the same machine.
 
 #include "FakeAccessibility.h"
 #include "ScriptedRealtimeServer.h"
@@ -19,6 +19,7 @@
 #include <QCoreApplication>
 #include <QTemporaryDir>
 #include <QUrl>
+#include <functional>
 #include <memory>
 
 namespace vemira::testing {
@@ -57,7 +58,10 @@ public:
     }
 };
 
-struct AppRig {
+// The fake machine and everything around the model: devices, phone window, workspace,
+// sleep, a data folder holding the key, the scripted server. The model itself is started by
+// the rig built on it, which may add its own parts to the dependencies first.
+struct ModelRig {
     QTemporaryDir dir;
     ManualClock clock;
     ScriptedRealtimeServer server;
@@ -74,11 +78,28 @@ struct AppRig {
     bool aiReadyAtAnswer = false;
     std::unique_ptr<AppModel> model;
 
-    AppRig()
+    // `seed` runs on a records store over the empty data folder before the model starts, so
+    // the model loads those records from disk like any earlier history.
+    explicit ModelRig(bool withKey = true, const std::function<void(RecordsStore&)>& seed = {})
     {
         server.useAsEndpoint();
-        LocalKeyStore(DataFolder(dir.path()).credentialsFolder()).save(QStringLiteral("sk-test"));
+        if (withKey)
+            LocalKeyStore(DataFolder(dir.path()).credentialsFolder())
+                .save(QStringLiteral("sk-test"));
+        if (seed) {
+            RecordsStore store{DataFolder(dir.path())};
+            seed(store);
+        }
+    }
 
+    ~ModelRig() { model.reset(); }
+
+    ModelRig(const ModelRig&) = delete;
+    ModelRig& operator=(const ModelRig&) = delete;
+
+    // The fake machine's parts, kept reachable through the pointers above.
+    AppDependencies fakeDependencies()
+    {
         AppDependencies deps;
         deps.clock = &clock;
         auto fakeSystem = std::make_unique<FakeAudioSystem>();
@@ -124,17 +145,21 @@ struct AppRig {
         deps.sleepNotifier = std::move(fakeSleep);
 
         deps.dataFolder = dir.path();
-        deps.settingsFile = dir.filePath(QStringLiteral("settings.ini"));
+        deps.settingsFile = settingsFile();
+        return deps;
+    }
 
-        model = std::make_unique<AppModel>(std::move(deps));
+    QString settingsFile() const { return dir.filePath(QStringLiteral("settings.ini")); }
+
+    // Everything ready for phone calls: the virtual pair chosen and its routing proven.
+    void prepareForCalls()
+    {
         model->setInputUID(BrelianDevices::callUID());
         model->setOutputUID(BrelianDevices::voiceUID());
         model->setRoutingConfirmed(true);
         model->setInterventionMicUID(QStringLiteral("headset-mic"));
         model->setInterventionOutputUID(QStringLiteral("headset-out"));
     }
-
-    ~AppRig() { model.reset(); }
 
     // One second of the standby loop, with the network and audio hand-offs delivered.
     void tick(int seconds = 1)
@@ -183,6 +208,28 @@ struct AppRig {
         return model->busy() && waitFor([this] { return model->connected(); });
     }
 
+    // Rings and lets the tick take the call while the AI never confirms its session: the
+    // call is on its way, the phone still rings.
+    bool takeCallWithoutReadyAI()
+    {
+        server.behaviour().confirmSessions = false;
+        ring();
+        tick(4);
+        // The probe's session.update, then the call's.
+        return model->busy() && server.waitForEvents(2);
+    }
+
+    // The caller's words reach the current call's transcript as one more line.
+    bool callerSays(const QString& text)
+    {
+        if (!model->current())
+            return false;
+        const qsizetype before = model->current()->transcript.size();
+        server.sendEvent(ScriptedRealtimeServer::callerTranscript(text));
+        return waitFor(
+            [&] { return model->current() && model->current()->transcript.size() == before + 1; });
+    }
+
     QStringList speakers(const CallRecord& record) const
     {
         QStringList list;
@@ -197,6 +244,15 @@ struct AppRig {
         RecordsStore store{DataFolder(dir.path())};
         store.load();
         return store.records();
+    }
+};
+
+// The model alone, ready for calls.
+struct AppRig : ModelRig {
+    AppRig()
+    {
+        model = std::make_unique<AppModel>(fakeDependencies());
+        prepareForCalls();
     }
 };
 

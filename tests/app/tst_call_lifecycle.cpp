@@ -79,13 +79,8 @@ private Q_SLOTS:
     {
         AppRig rig;
         QVERIFY(rig.arm());
-        rig.server.behaviour().confirmSessions = false;
-
-        rig.ring();
-        rig.tick(4);
-        QVERIFY(rig.model->busy());
+        QVERIFY(rig.takeCallWithoutReadyAI());
         QCOMPARE(rig.model->status(), QStringLiteral("Connexion à Vemira…"));
-        QVERIFY(rig.server.waitForEvents(2)); // the probe's session.update, then the call's
         rig.tick(5);
         // Not ready: no audio path was opened and the phone still rings.
         QCOMPARE(rig.answerButton->pressCount, 0);
@@ -178,14 +173,8 @@ private Q_SLOTS:
     {
         AppRig rig;
         QVERIFY(rig.arm());
-        rig.server.behaviour().confirmSessions = false;
-        rig.ring();
-        rig.tick(4);
-        QVERIFY(rig.model->busy());
-        QVERIFY(rig.server.waitForEvents(2));
-        rig.server.sendEvent(
-            ScriptedRealtimeServer::callerTranscript(QStringLiteral("Allô ? Il y a quelqu’un ?")));
-        QVERIFY(waitFor([&] { return rig.model->current()->transcript.size() == 1; }));
+        QVERIFY(rig.takeCallWithoutReadyAI());
+        QVERIFY(rig.callerSays(QStringLiteral("Allô ? Il y a quelqu’un ?")));
 
         rig.clock.advance(14.9);
         QCoreApplication::processEvents();
@@ -241,9 +230,7 @@ private Q_SLOTS:
         AppRig rig;
         QVERIFY(rig.arm());
         QVERIFY(rig.takeCall());
-        rig.server.sendEvent(
-            ScriptedRealtimeServer::callerTranscript(QStringLiteral("C’est au 12 rue des Lilas.")));
-        QVERIFY(waitFor([&] { return rig.model->current()->transcript.size() == 1; }));
+        QVERIFY(rig.callerSays(QStringLiteral("C’est au 12 rue des Lilas.")));
         rig.showActiveCall();
         rig.tick(2); // past the post-answer check, which does not count its own restart
 
@@ -289,9 +276,7 @@ private Q_SLOTS:
         AppRig rig;
         QVERIFY(rig.arm());
         QVERIFY(rig.takeCall());
-        rig.server.sendEvent(
-            ScriptedRealtimeServer::callerTranscript(QStringLiteral("Rappelez-moi demain.")));
-        QVERIFY(waitFor([&] { return rig.model->current()->transcript.size() == 1; }));
+        QVERIFY(rig.callerSays(QStringLiteral("Rappelez-moi demain.")));
 
         rig.sleep->sleepNow();
         QVERIFY(!rig.model->armed());
@@ -308,9 +293,7 @@ private Q_SLOTS:
         AppRig rig;
         QVERIFY(rig.arm());
         QVERIFY(rig.takeCall());
-        rig.server.sendEvent(
-            ScriptedRealtimeServer::callerTranscript(QStringLiteral("Je rappellerai.")));
-        QVERIFY(waitFor([&] { return rig.model->current()->transcript.size() == 1; }));
+        QVERIFY(rig.callerSays(QStringLiteral("Je rappellerai.")));
         QVERIFY(waitFor([&] { return rig.server.receivedAudio().size() >= 4800; }));
         const QUuid id = rig.model->current()->id;
 

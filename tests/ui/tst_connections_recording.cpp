@@ -123,12 +123,13 @@ private Q_SLOTS:
         ui::ConnectionsPage* page = rig.mainWindow->connectionsPage();
         // Inputs offer every device that has input, outputs every one that has output.
         QCOMPARE(comboTexts(page->inputPicker()),
-                 (QStringList{QStringLiteral("Choisir…"), QStringLiteral("Micro du casque"),
+                 (QStringList{QStringLiteral("Choisir…"), QStringLiteral("Micro intégré"),
+                              QStringLiteral("Micro du casque"),
                               QStringLiteral("Brelian — Appel vers IA"),
                               QStringLiteral("Brelian — IA vers appel")}));
         QCOMPARE(comboTexts(page->interventionOutputPicker()),
-                 (QStringList{QStringLiteral("Choisir…"), QStringLiteral("Casque"),
-                              QStringLiteral("Brelian — Appel vers IA"),
+                 (QStringList{QStringLiteral("Choisir…"), QStringLiteral("Haut-parleurs intégrés"),
+                              QStringLiteral("Casque"), QStringLiteral("Brelian — Appel vers IA"),
                               QStringLiteral("Brelian — IA vers appel")}));
 
         page->inputPicker()->setCurrentText(QStringLiteral("Brelian — Appel vers IA"));

@@ -2,25 +2,18 @@
 #include "PulseDaemon.h"
 #include "audio/AudioSystem.h"
 #include "audio/MacAudioRoute.h"
+#include "audio/fakes/CapturedAudio.h"
 #include "platform/linux/audio/PulseDeviceTable.h"
 
 #include <QTest>
 
 using namespace vemira;
+using vemira::testing::byUID;
 
 namespace {
 const QString callSink = QStringLiteral("com.brelian.audio.call");
 const QString voiceSink = QStringLiteral("com.brelian.audio.voice");
 const QString deskSink = QStringLiteral("vemira.desk");
-
-std::optional<SoundDevice> byUID(const QList<SoundDevice>& devices, const QString& uid)
-{
-    for (const SoundDevice& device : devices) {
-        if (device.uid == uid)
-            return device;
-    }
-    return std::nullopt;
-}
 } // namespace
 
 class PulseDevicesTest : public QObject {

@@ -7,93 +7,15 @@
 #include "audio/AudioSystem.h"
 #include "audio/ProbeMeter.h"
 #include "audio/VoiceOutputChain.h"
+#include "audio/fakes/CapturedAudio.h"
 
-#include <QElapsedTimer>
 #include <QTest>
-#include <QThread>
 #include <atomic>
 #include <cmath>
-#include <mutex>
 #include <numbers>
 
 using namespace vemira;
-
-namespace {
-
-// Wire audio received on the capture thread, read on the main thread.
-struct Received {
-    std::mutex lock;
-    QByteArray bytes;
-    void add(const QByteArray& block)
-    {
-        std::lock_guard guard(lock);
-        bytes += block;
-    }
-    QByteArray all()
-    {
-        std::lock_guard guard(lock);
-        return bytes;
-    }
-};
-
-// Samples captured by a bare engine, mono (channel 0).
-struct Samples {
-    std::mutex lock;
-    std::vector<float> values;
-    void add(const float* interleaved, int frames, int channels)
-    {
-        std::lock_guard guard(lock);
-        for (int i = 0; i < frames; ++i)
-            values.push_back(interleaved[std::size_t(i) * std::size_t(channels)]);
-    }
-    std::vector<float> all()
-    {
-        std::lock_guard guard(lock);
-        return values;
-    }
-};
-
-double toneAmplitude(const std::vector<float>& x, std::size_t from, std::size_t count,
-                     double frequency, double rate)
-{
-    double c = 0, s = 0;
-    for (std::size_t n = 0; n < count && from + n < x.size(); ++n) {
-        const double phase = 2.0 * std::numbers::pi * frequency * double(n) / rate;
-        c += x[from + n] * std::cos(phase);
-        s += x[from + n] * std::sin(phase);
-    }
-    return 2.0 * std::hypot(c, s) / double(count);
-}
-
-double rms(const std::vector<float>& x, std::size_t from, std::size_t count)
-{
-    double sum = 0;
-    std::size_t n = 0;
-    for (; n < count && from + n < x.size(); ++n)
-        sum += double(x[from + n]) * double(x[from + n]);
-    return n ? std::sqrt(sum / double(n)) : 0.0;
-}
-
-std::optional<SoundDevice> byUID(const QList<SoundDevice>& devices, const QString& uid)
-{
-    for (const SoundDevice& device : devices) {
-        if (device.uid == uid)
-            return device;
-    }
-    return std::nullopt;
-}
-
-void pump(int milliseconds)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < milliseconds) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        QThread::msleep(5);
-    }
-}
-
-} // namespace
+using namespace vemira::testing;
 
 class PulseEchoTest : public QObject {
     Q_OBJECT

@@ -5,96 +5,17 @@
 #include "audio/AudioSystem.h"
 #include "audio/ProbeMeter.h"
 #include "audio/VoiceOutputChain.h"
+#include "audio/fakes/CapturedAudio.h"
 
-#include <QElapsedTimer>
 #include <QTest>
 #include <QThread>
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <mutex>
 #include <numbers>
 
 using namespace vemira;
-
-namespace {
-
-// Wire audio received on the capture thread, read on the main thread.
-struct Received {
-    std::mutex lock;
-    QByteArray bytes;
-    void add(const QByteArray& block)
-    {
-        std::lock_guard guard(lock);
-        bytes += block;
-    }
-    QByteArray all()
-    {
-        std::lock_guard guard(lock);
-        return bytes;
-    }
-};
-
-// Samples captured by a bare engine, mono (channel 0).
-struct Samples {
-    std::mutex lock;
-    std::vector<float> values;
-    void add(const float* interleaved, int frames, int channels)
-    {
-        std::lock_guard guard(lock);
-        for (int i = 0; i < frames; ++i)
-            values.push_back(interleaved[std::size_t(i) * std::size_t(channels)]);
-    }
-    std::vector<float> all()
-    {
-        std::lock_guard guard(lock);
-        return values;
-    }
-};
-
-double toneAmplitude(const std::vector<float>& x, std::size_t from, std::size_t count,
-                     double frequency, double rate)
-{
-    double c = 0, s = 0;
-    for (std::size_t n = 0; n < count && from + n < x.size(); ++n) {
-        const double phase = 2.0 * std::numbers::pi * frequency * double(n) / rate;
-        c += x[from + n] * std::cos(phase);
-        s += x[from + n] * std::sin(phase);
-    }
-    return 2.0 * std::hypot(c, s) / double(count);
-}
-
-std::vector<float> wireToFloat(const QByteArray& wire)
-{
-    std::vector<float> out(std::size_t(wire.size() / 2));
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        const auto lo = std::uint8_t(wire[qsizetype(2 * i)]);
-        const auto hi = std::uint8_t(wire[qsizetype(2 * i + 1)]);
-        out[i] = float(std::int16_t(std::uint16_t(lo | (hi << 8)))) / 32768.0f;
-    }
-    return out;
-}
-
-std::optional<SoundDevice> byUID(const QList<SoundDevice>& devices, const QString& uid)
-{
-    for (const SoundDevice& device : devices) {
-        if (device.uid == uid)
-            return device;
-    }
-    return std::nullopt;
-}
-
-void pump(int milliseconds)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < milliseconds) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        QThread::msleep(5);
-    }
-}
-
-} // namespace
+using namespace vemira::testing;
 
 class PulseEngineTest : public QObject {
     Q_OBJECT
