@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QString>
-
 #include <optional>
 #include <utility>
 #include <variant>
@@ -28,11 +27,10 @@ private:
 };
 
 // A value or the error that prevented it. We stay on C++20, so no std::expected.
-template <typename T>
-class Result {
+template <typename T> class Result {
 public:
-    Result(T value) : m_state(std::move(value)) {}         // NOLINT(google-explicit-constructor)
-    Result(AppError error) : m_state(std::move(error)) {}  // NOLINT(google-explicit-constructor)
+    Result(T value) : m_state(std::move(value)) {}        // NOLINT(google-explicit-constructor)
+    Result(AppError error) : m_state(std::move(error)) {} // NOLINT(google-explicit-constructor)
 
     bool ok() const { return std::holds_alternative<T>(m_state); }
     explicit operator bool() const { return ok(); }

@@ -3,7 +3,6 @@
 
 #include <QObject>
 #include <QTest>
-
 #include <memory>
 
 using namespace vemira;
@@ -38,7 +37,8 @@ private Q_SLOTS:
         QCOMPARE(ran.last(), QStringLiteral("late"));
         QCOMPARE(at.last(), 15.0);
         QCOMPARE(clock.pendingTasks(), 0);
-        QCOMPARE(clock.now(), QDateTime(QDate(2026, 3, 14), QTime(9, 30)).addSecs(22).addMSecs(500));
+        QCOMPARE(clock.now(),
+                 QDateTime(QDate(2026, 3, 14), QTime(9, 30)).addSecs(22).addMSecs(500));
     }
 
     void tasksOfADestroyedContextNeverRun()
@@ -74,8 +74,8 @@ private Q_SLOTS:
 
     void statusCodesAreAppendedAsSignedDecimals()
     {
-        const auto e = AppError::withStatus(
-            QStringLiteral("Impossible de lire le réglage audio du Mac"), -50);
+        const auto e =
+            AppError::withStatus(QStringLiteral("Impossible de lire le réglage audio du Mac"), -50);
         QCOMPARE(e.message(), QStringLiteral("Impossible de lire le réglage audio du Mac (-50)."));
         Result<int> r = AppError(QStringLiteral("Non."));
         QVERIFY(!r.ok());
