@@ -239,7 +239,7 @@ AudioDeltaScan scanAudioDelta(QStringView frame)
         return p > start && (p == end || (*p != u'.' && *p != u'e' && *p != u'E'));
     };
 
-    const AudioDeltaScan notRecognised;
+    AudioDeltaScan notRecognised;
     skipSpace();
     if (p == end || *p++ != u'{')
         return notRecognised;

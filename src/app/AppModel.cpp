@@ -582,7 +582,7 @@ void AppModel::finishRecorder()
 
     // Runs on the recorder's worker. The model's destructor waits for every pending
     // completion before anything goes, so `this` is valid here.
-    recorder->finish([this, id](Result<QString> outcome) {
+    recorder->finish([this, id](const Result<QString>& outcome) {
         d->mailbox.post([this, id, outcome] { recordingFinished(id, outcome); });
     });
 }
