@@ -21,7 +21,7 @@ cmake --build build-asan -j"$jobs"
     UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ctest --output-on-failure -j"$jobs" --timeout 600 -LE no-sanitizer)
 
-echo "== thread sanitizer (audio)"
+echo "== thread sanitizer (audio threads and the model's hand-offs)"
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVEMIRA_BUILD_APP=OFF \
     -DVEMIRA_SANITIZE=thread >/dev/null
 # Only the suites labelled tsan (each test is named after its executable).
