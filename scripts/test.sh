@@ -36,11 +36,20 @@ CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWit
 cmake --build build-fuzz -j"$jobs" --target vemira_fuzzers
 shopt -s nullglob
 for fuzzer in build-fuzz/fuzz/fuzz_*; do
-    [ -x "$fuzzer" ] || continue
-    corpus="fuzz/corpus/$(basename "$fuzzer")"
-    mkdir -p "build-fuzz/corpus-$(basename "$fuzzer")"
-    echo "-- $(basename "$fuzzer")"
-    "$fuzzer" -max_total_time="${VEMIRA_FUZZ_SECONDS:-30}" -print_final_stats=0 \
-        "build-fuzz/corpus-$(basename "$fuzzer")" $( [ -d "$corpus" ] && echo "$corpus" ) 2>&1 | tail -n 2
+    [ -f "$fuzzer" ] && [ -x "$fuzzer" ] || continue
+    name=$(basename "$fuzzer")
+    work="build-fuzz/corpus-$name"
+    mkdir -p "$work"
+    seeds=()
+    [ -d "fuzz/corpus/$name" ] && seeds=("fuzz/corpus/$name")
+    echo "-- $name"
+    # New inputs go to the first folder (the build's); the committed seeds are only read.
+    if ! "$fuzzer" -max_total_time="${VEMIRA_FUZZ_SECONDS:-30}" -print_final_stats=1 \
+        "$work" "${seeds[@]}" >"build-fuzz/$name.log" 2>&1; then
+        tail -n 60 "build-fuzz/$name.log"
+        echo "$name found a failing input" >&2
+        exit 1
+    fi
+    grep -E '^stat::number_of_executed_units' "build-fuzz/$name.log" || tail -n 1 "build-fuzz/$name.log"
 done
 echo "all test stages passed"
