@@ -78,7 +78,7 @@ private Q_SLOTS:
             e.description = QString::fromLatin1(name).toUpper();
             e.hardware = hardware;
             e.bus = bus;
-            e.spec = pa_sample_spec{PA_SAMPLE_S16LE, 48000, 2};
+            e.sampleSpec = pa_sample_spec{PA_SAMPLE_S16LE, 48000, 2};
             pa_channel_map_init_stereo(&e.channelMap);
             return e;
         };

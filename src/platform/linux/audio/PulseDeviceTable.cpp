@@ -37,7 +37,7 @@ std::uint32_t classifyTransport(const ServerEndpoint& endpoint)
 namespace {
 StreamTarget targetOf(const ServerEndpoint& endpoint)
 {
-    return StreamTarget{endpoint.name, endpoint.spec, endpoint.channelMap};
+    return StreamTarget{endpoint.name, endpoint.sampleSpec, endpoint.channelMap};
 }
 } // namespace
 
@@ -145,7 +145,7 @@ template <typename Info> ServerEndpoint endpointOf(const Info* info, bool hardwa
     endpoint.bus = property(info->proplist, "device.bus");
     endpoint.api = property(info->proplist, "device.api");
     endpoint.formFactor = property(info->proplist, "device.form_factor");
-    endpoint.spec = info->sample_spec;
+    endpoint.sampleSpec = info->sample_spec;
     endpoint.channelMap = info->channel_map;
     return endpoint;
 }

@@ -23,7 +23,7 @@ struct ServerEndpoint {
     QByteArray bus;        // "device.bus": pci, usb, bluetooth…
     QByteArray api;        // "device.api": alsa, bluez…
     QByteArray formFactor; // "device.form_factor": internal, headset…
-    pa_sample_spec spec{};
+    pa_sample_spec sampleSpec{};
     pa_channel_map channelMap{};
     QByteArray monitorName;                     // sinks: their monitor source
     std::uint32_t monitorOf = PA_INVALID_INDEX; // sources: the sink they monitor
@@ -32,7 +32,7 @@ struct ServerEndpoint {
 // Where a device's sound is taken from or sent to.
 struct StreamTarget {
     QByteArray name;
-    pa_sample_spec spec{};
+    pa_sample_spec sampleSpec{};
     pa_channel_map channelMap{};
 };
 

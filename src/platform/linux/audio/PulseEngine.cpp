@@ -15,9 +15,9 @@ namespace {
 constexpr int connectTimeoutMs = 3000;
 constexpr int streamTimeoutMs = 3000;
 
-DeviceFormat formatOf(const pa_sample_spec& spec)
+DeviceFormat formatOf(const pa_sample_spec& sampleSpec)
 {
-    return DeviceFormat{double(spec.rate), int(spec.channels)};
+    return DeviceFormat{double(sampleSpec.rate), int(sampleSpec.channels)};
 }
 
 AppError streamFailure(int status)
@@ -36,10 +36,10 @@ std::unique_ptr<PulseEngine> PulseEngine::open(const Plan& plan, int* status)
     if (plan.playback) {
         Direction& out = engine->m_playback;
         out.target = plan.playback;
-        out.spec = pa_sample_spec{PA_SAMPLE_FLOAT32LE, plan.playback->spec.rate,
-                                  plan.playback->spec.channels};
+        out.sampleSpec = pa_sample_spec{PA_SAMPLE_FLOAT32LE, plan.playback->sampleSpec.rate,
+                                        plan.playback->sampleSpec.channels};
         out.channelMap = plan.playback->channelMap;
-        out.format = formatOf(out.spec);
+        out.format = formatOf(out.sampleSpec);
     }
     if (plan.capture) {
         Direction& in = engine->m_capture;
@@ -47,28 +47,28 @@ std::unique_ptr<PulseEngine> PulseEngine::open(const Plan& plan, int* status)
         if (plan.conversationOnComputer && plan.playback) {
             // The echo canceller compares microphone and loudspeaker sample by sample: capture
             // mono at the loudspeaker's rate and let the server convert the microphone.
-            const std::uint32_t rate = plan.playback->spec.rate;
-            in.spec = pa_sample_spec{PA_SAMPLE_FLOAT32LE, rate, 1};
+            const std::uint32_t rate = plan.playback->sampleSpec.rate;
+            in.sampleSpec = pa_sample_spec{PA_SAMPLE_FLOAT32LE, rate, 1};
             pa_channel_map_init_mono(&in.channelMap);
             engine->m_echo = std::make_unique<EchoCanceller>(int(rate));
         } else {
-            in.spec = pa_sample_spec{PA_SAMPLE_FLOAT32LE, plan.capture->spec.rate,
-                                     plan.capture->spec.channels};
+            in.sampleSpec = pa_sample_spec{PA_SAMPLE_FLOAT32LE, plan.capture->sampleSpec.rate,
+                                           plan.capture->sampleSpec.channels};
             in.channelMap = plan.capture->channelMap;
         }
-        in.format = formatOf(in.spec);
+        in.format = formatOf(in.sampleSpec);
     }
     for (const Direction* direction : {&engine->m_capture, &engine->m_playback}) {
         if (direction->target &&
-            (!pa_sample_spec_valid(&direction->spec) ||
-             !pa_channel_map_compatible(&direction->channelMap, &direction->spec))) {
+            (!pa_sample_spec_valid(&direction->sampleSpec) ||
+             !pa_channel_map_compatible(&direction->channelMap, &direction->sampleSpec))) {
             if (status)
                 *status = -PA_ERR_NOTSUPPORTED;
             return nullptr;
         }
     }
     const std::size_t channels = std::max<std::size_t>(
-        1, std::max(engine->m_capture.spec.channels, engine->m_playback.spec.channels));
+        1, std::max(engine->m_capture.sampleSpec.channels, engine->m_playback.sampleSpec.channels));
     engine->m_silence.assign(std::size_t(maxBlockFrames) * channels, 0.0f);
     if (engine->m_echo)
         engine->m_cleaned.assign(std::size_t(maxBlockFrames), 0.0f);
@@ -150,7 +150,7 @@ Status PulseEngine::start(Direction& direction)
     pa_proplist* properties = pa_proplist_new();
     pa_proplist_sets(properties, PA_PROP_MEDIA_NAME, capture ? "Vemira — écoute" : "Vemira — voix");
     pa_stream* stream = pa_stream_new_with_proplist(
-        m_connection->context(), nullptr, &direction.spec, &direction.channelMap, properties);
+        m_connection->context(), nullptr, &direction.sampleSpec, &direction.channelMap, properties);
     pa_proplist_free(properties);
     if (!stream)
         return streamFailure(m_connection->lastStatus());
@@ -170,10 +170,10 @@ Status PulseEngine::start(Direction& direction)
     attributes.fragsize = std::uint32_t(-1);
     int connected;
     if (capture) {
-        const double blockSeconds = double(m_blockFrames) / double(direction.spec.rate);
+        const double blockSeconds = double(m_blockFrames) / double(direction.sampleSpec.rate);
         const double fragmentSeconds = std::min(captureFragmentMs / 1000.0, blockSeconds);
-        attributes.fragsize =
-            std::uint32_t(pa_usec_to_bytes(pa_usec_t(fragmentSeconds * 1e6), &direction.spec));
+        attributes.fragsize = std::uint32_t(
+            pa_usec_to_bytes(pa_usec_t(fragmentSeconds * 1e6), &direction.sampleSpec));
         pa_stream_set_read_callback(stream, &PulseEngine::onRead, this);
         connected = pa_stream_connect_record(stream, direction.target->name.constData(),
                                              &attributes, flags);
@@ -181,13 +181,13 @@ Status PulseEngine::start(Direction& direction)
         m_playbackTargetMs = m_echo ? echoPlaybackTargetMs : playbackTargetMs;
         const int targetMs = m_playbackTargetMs;
         attributes.tlength = std::uint32_t(
-            pa_usec_to_bytes(pa_usec_t(targetMs) * PA_USEC_PER_MSEC, &direction.spec));
+            pa_usec_to_bytes(pa_usec_t(targetMs) * PA_USEC_PER_MSEC, &direction.sampleSpec));
         attributes.minreq = std::uint32_t(
-            pa_usec_to_bytes(pa_usec_t(targetMs / 4) * PA_USEC_PER_MSEC, &direction.spec));
+            pa_usec_to_bytes(pa_usec_t(targetMs / 4) * PA_USEC_PER_MSEC, &direction.sampleSpec));
         // Full volume whatever a volume-restoring module remembers for "Vemira": the far end
         // must hear exactly what we render.
         pa_cvolume volume;
-        pa_cvolume_set(&volume, direction.spec.channels, PA_VOLUME_NORM);
+        pa_cvolume_set(&volume, direction.sampleSpec.channels, PA_VOLUME_NORM);
         pa_stream_set_write_callback(stream, &PulseEngine::onWrite, this);
         pa_stream_set_started_callback(stream, &PulseEngine::onStarted, &direction);
         pa_stream_set_underflow_callback(stream, &PulseEngine::onUnderflow, this);
@@ -244,10 +244,10 @@ void PulseEngine::onUnderflow(pa_stream* stream, void* data)
     if (engine->m_playbackTargetMs >= playbackTargetLimitMs)
         return;
     engine->m_playbackTargetMs += playbackTargetStepMs;
-    const pa_sample_spec& spec = engine->m_playback.spec;
+    const pa_sample_spec& sampleSpec = engine->m_playback.sampleSpec;
     pa_buffer_attr attributes = *pa_stream_get_buffer_attr(stream);
     attributes.tlength = std::uint32_t(
-        pa_usec_to_bytes(pa_usec_t(engine->m_playbackTargetMs) * PA_USEC_PER_MSEC, &spec));
+        pa_usec_to_bytes(pa_usec_t(engine->m_playbackTargetMs) * PA_USEC_PER_MSEC, &sampleSpec));
     attributes.prebuf = std::uint32_t(-1);
     // Asynchronous; nothing to wait for here on the loop thread.
     if (pa_operation* operation = pa_stream_set_buffer_attr(stream, &attributes, nullptr, nullptr))
@@ -282,7 +282,7 @@ void PulseEngine::onRead(pa_stream* stream, std::size_t, void* data)
         engine->m_readsSinceDelayCheck = 0;
         engine->measureEchoDelay();
     }
-    const std::size_t frameBytes = pa_frame_size(&engine->m_capture.spec);
+    const std::size_t frameBytes = pa_frame_size(&engine->m_capture.sampleSpec);
     while (pa_stream_readable_size(stream) > 0) {
         const void* bytes = nullptr;
         std::size_t length = 0;
@@ -290,7 +290,7 @@ void PulseEngine::onRead(pa_stream* stream, std::size_t, void* data)
             return;
         int frames = int(length / frameBytes);
         const auto* samples = static_cast<const float*>(bytes);
-        const std::size_t channels = engine->m_capture.spec.channels;
+        const std::size_t channels = engine->m_capture.sampleSpec.channels;
         while (frames > 0) {
             const int chunk = std::min(frames, engine->m_blockFrames);
             // A hole (data lost by the server) keeps its length as silence, so time stays true.
@@ -317,7 +317,7 @@ void PulseEngine::measureEchoDelay()
     if (pa_stream_get_latency(out, &playbackLatency, &negative) < 0 || negative)
         return;
     const double seconds = double(captureLatency + playbackLatency) / 1e6;
-    m_echo->setEchoDelay(int(seconds * double(m_capture.spec.rate)));
+    m_echo->setEchoDelay(int(seconds * double(m_capture.sampleSpec.rate)));
 }
 
 void PulseEngine::deliver(const float* interleaved, int frames)
@@ -341,7 +341,7 @@ void PulseEngine::onWrite(pa_stream* stream, std::size_t requested, void* data)
 {
     auto* engine = static_cast<PulseEngine*>(data);
     const Direction& out = engine->m_playback;
-    const std::size_t frameBytes = pa_frame_size(&out.spec);
+    const std::size_t frameBytes = pa_frame_size(&out.sampleSpec);
     while (requested >= frameBytes) {
         void* buffer = nullptr;
         std::size_t length = requested;
@@ -359,7 +359,7 @@ void PulseEngine::onWrite(pa_stream* stream, std::size_t requested, void* data)
         else
             std::memset(samples, 0, std::size_t(chunk) * frameBytes);
         if (engine->m_echo)
-            engine->m_echo->playback(samples, chunk, int(out.spec.channels));
+            engine->m_echo->playback(samples, chunk, int(out.sampleSpec.channels));
         const std::size_t written = std::size_t(chunk) * frameBytes;
         if (pa_stream_write(stream, samples, written, nullptr, 0, PA_SEEK_RELATIVE) < 0)
             return;
@@ -419,7 +419,7 @@ std::optional<double> PulseEngine::captureFragment() const
     const pa_buffer_attr* attributes = pa_stream_get_buffer_attr(m_capture.stream);
     if (!attributes)
         return std::nullopt;
-    return double(pa_bytes_to_usec(attributes->fragsize, &m_capture.spec)) / 1e6;
+    return double(pa_bytes_to_usec(attributes->fragsize, &m_capture.sampleSpec)) / 1e6;
 }
 
 std::optional<double> PulseEngine::latencyOf(const Direction& direction) const

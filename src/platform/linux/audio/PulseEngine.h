@@ -81,7 +81,7 @@ public:
 private:
     struct Direction {
         std::optional<StreamTarget> target; // the device side
-        pa_sample_spec spec{};              // our side: float32 at the engine's format
+        pa_sample_spec sampleSpec{};        // our side: float32 at the engine's format
         pa_channel_map channelMap{};
         DeviceFormat format;
         pa_stream* stream = nullptr;
