@@ -1,5 +1,6 @@
 #pragma once
 
+#include "records/CallMessage.h"
 #include "records/ConversationUsage.h"
 
 #include <QDateTime>
@@ -63,6 +64,7 @@ struct CallRecord {
     std::optional<QString> recordingError;
     std::optional<ConversationUsage> usage;
     std::optional<QString> followUpStatus;
+    std::optional<CallMessage> message; // the message taken for the owner, when one was
 
     // A fresh record: new random id, date = now, everything else empty.
     static CallRecord create(const QDateTime& now, QString caller, QString kind);

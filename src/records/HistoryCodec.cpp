@@ -259,11 +259,44 @@ bool writeUsage(Writer& w, const ConversationUsage& usage)
     return true;
 }
 
+void writeMessage(Writer& w, const CallMessage& m)
+{
+    w.raw(",");
+    w.key("message");
+    w.raw("{");
+    w.key("identity");
+    w.string(m.identity);
+    w.raw(",");
+    w.key("address");
+    w.string(m.address);
+    w.raw(",");
+    w.key("problem");
+    w.string(m.problem);
+    w.raw(",");
+    w.key("since");
+    w.string(m.since);
+    w.raw(",");
+    w.key("urgency");
+    w.string(m.urgency);
+    w.raw(",");
+    w.key("callback");
+    w.string(m.callback);
+    w.raw(",");
+    w.key("summary");
+    w.string(m.summary);
+    w.raw("}");
+}
+
 qsizetype estimateSize(const QList<CallRecord>& records)
 {
     qsizetype size = 2;
     for (const CallRecord& r : records) {
         size += 200 + r.caller.size() + r.kind.size() + r.note.size();
+        if (r.message) {
+            size += 120 + r.message->identity.size() + r.message->address.size() +
+                    r.message->problem.size() + r.message->since.size() +
+                    r.message->summary.size() + r.message->callback.size();
+        }
         for (const TranscriptLine& line : r.transcript)
             size += 70 + line.speaker.size() + line.text.size();
     }
@@ -299,8 +332,15 @@ Result<CallRecord> decodeRecord(const QJsonValue& value, qsizetype index)
     record.recordingError = in.optionalString(QStringLiteral("recordingError"));
     const auto usage = in.optionalObject(QStringLiteral("usage"));
     record.followUpStatus = in.optionalString(QStringLiteral("followUpStatus"));
+    const auto message = in.optionalObject(QStringLiteral("message"));
     if (in.failed())
         return in.error();
+    if (message) {
+        auto decoded = CallMessage::fromJson(*message);
+        if (!decoded)
+            return AppError(where + QStringLiteral(", ") + decoded.error().message());
+        record.message = std::move(decoded).value();
+    }
     if (usage) {
         auto decoded = ConversationUsage::fromJson(*usage);
         if (!decoded)
@@ -377,6 +417,8 @@ std::optional<AppError> writeRecord(Writer& w, const CallRecord& r)
             return AppError(QStringLiteral("un montant estimé n’est pas représentable."));
     }
     writeOptionalString(w, "followUpStatus", r.followUpStatus);
+    if (r.message)
+        writeMessage(w, *r.message);
     w.raw("}");
     return std::nullopt;
 }

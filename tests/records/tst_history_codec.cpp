@@ -44,7 +44,7 @@ void HistoryCodecTest::writesTheFileFormat()
     QCOMPARE(object.value(QStringLiteral("date")).toDouble(), 86400.0);
     // Absent optionals are left out, never written as null.
     for (const char* key :
-         {"dossier", "recordingFile", "recordingError", "usage", "followUpStatus"})
+         {"dossier", "recordingFile", "recordingError", "usage", "followUpStatus", "message"})
         QVERIFY2(!object.contains(QLatin1String(key)), key);
 
     // Accented text is written as UTF-8, not as \u escapes; and compactly.
@@ -78,6 +78,19 @@ void HistoryCodecTest::readsAnyCaseAndNullAsAbsent()
     QCOMPARE(r.note, QString()); // an empty note stays a note
     QVERIFY(!r.dossier && !r.recordingFile && !r.recordingError && !r.usage && !r.followUpStatus);
 
+    QVERIFY(!r.message);
+
+    // A message with keys missing reads them as empty; unknown keys inside are ignored.
+    QByteArray partial = file;
+    partial.replace(
+        R"("followUpStatus":null)",
+        R"("followUpStatus":null,"message":{"identity":"Élise","later":1,"since":null})");
+    const auto withMessage = decodeHistory(partial);
+    QVERIFY(withMessage.ok());
+    QCOMPARE(
+        withMessage.value().first().message,
+        std::optional<CallMessage>(CallMessage{QStringLiteral("Élise"), {}, {}, {}, {}, {}, {}}));
+
     // Written back: upper-case ids, no null keys.
     const QByteArray again = encodeHistory(decoded.value()).value();
     QVERIFY(!again.contains("null"));
@@ -93,7 +106,15 @@ void HistoryCodecTest::roundTripKeepsEveryValue()
     record.recordingError = QStringLiteral("Aucun son n’a été reçu pour cet enregistrement.");
     record.usage = ConversationUsage{1200, 300, 0.1, 0, QStringLiteral("gpt-realtime")};
     record.followUpStatus = QStringLiteral("En cours");
+    record.message = CallMessage{QStringLiteral("Élise Modèle"),
+                                 QStringLiteral("12 rue des Lilas, apt 4"),
+                                 QStringLiteral("Fuite \"sous\" l’évier"),
+                                 QStringLiteral("ce matin"),
+                                 QStringLiteral("Rapide"),
+                                 QStringLiteral("06 12 34 56 78"),
+                                 QStringLiteral("Fuite sous l’évier, robinet fermé.")};
     CallRecord second = record;
+    second.message = CallMessage{}; // present but empty: stays present
     second.id = QUuid::createUuid();
     second.usage =
         ConversationUsage{9007199254740993LL, 0, std::nullopt, 2, QStringLiteral("autre")};
@@ -142,6 +163,9 @@ void HistoryCodecTest::rejectsAnyBadRecordWhole_data()
     QTest::newRow("usage with fractional tokens") << with(
         R"("note":"n")",
         R"("note":"n","usage":{"inputTokens":1.5,"outputTokens":2,"pendingResponses":0,"model":"m"})");
+    QTest::newRow("message as text") << with(R"("note":"n")", R"("note":"n","message":"m")");
+    QTest::newRow("message field as number")
+        << with(R"("note":"n")", R"("note":"n","message":{"identity":"a","urgency":3})");
     QTest::newRow("record not an object") << QByteArray("[") + good + ",3]";
     QTest::newRow("top level object") << good;
     QTest::newRow("truncated") << QByteArray("[") + good.left(good.size() - 9);
