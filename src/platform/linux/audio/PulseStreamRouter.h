@@ -1,0 +1,73 @@
+#pragma once
+
+#include "audio/PhoneAudioRouting.h"
+
+#include <QByteArray>
+#include <cstdint>
+#include <memory>
+#include <pulse/introspect.h>
+#include <pulse/subscribe.h>
+#include <vector>
+
+namespace vemira::pulse {
+
+class PulseConnection;
+
+// What identifies a playback or capture stream on the server (its proplist).
+struct StreamFacts {
+    qint64 processId = 0;    // "application.process.id"
+    QString applicationName; // "application.name"
+    QString processBinary;   // "application.process.binary"
+    QString mediaRole;       // "media.role"
+};
+
+// A stream of the owner that carries the call: a stream marked with another role (an event
+// sound, music) is not part of the call even when the phone application plays it.
+bool isCallStream(const StreamFacts& stream, const PhoneStreamOwner& owner);
+
+// Routing on PulseAudio (and pipewire-pulse): moves the owner's sink inputs onto the call
+// device's sink and its source outputs onto the voice device's monitor, watches the server for
+// streams opened later, and moves back at the end those still where we put them.
+//
+// Threads: route/release/counts on the main thread; the server's answers and events are
+// handled on the connection's loop thread under its lock, which also guards the state below.
+class PulseStreamRouter final : public PhoneAudioRouting {
+public:
+    PulseStreamRouter();
+    ~PulseStreamRouter() override;
+
+    Status route(const PhoneStreamOwner& owner, const QString& callUID,
+                 const QString& voiceUID) override;
+    void release() override;
+    bool routing() const override { return m_routing; }
+    PhoneRoutingCounts counts() const override;
+
+private:
+    struct Moved {
+        bool capture = false;
+        std::uint32_t stream = 0;
+        std::uint32_t from = 0; // the sink or source it was on
+    };
+
+    static void onEvent(pa_context*, pa_subscription_event_type_t type, std::uint32_t index,
+                        void* self);
+    static void onSinkInput(pa_context*, const pa_sink_input_info* info, int eol, void* self);
+    static void onSourceOutput(pa_context*, const pa_source_output_info* info, int eol, void* self);
+    static void onDone(pa_context*, int success, void* self);
+    // Loop thread: moves the stream when it belongs to the call and is not there yet.
+    void consider(bool capture, std::uint32_t stream, std::uint32_t device, const StreamFacts&);
+    void putBack(const Moved& moved);
+
+    std::unique_ptr<PulseConnection> m_connection;
+    bool m_routing = false;
+    // Loop-thread state, under the connection's lock.
+    PhoneStreamOwner m_owner;
+    std::uint32_t m_sink = 0;   // the call device's sink
+    std::uint32_t m_source = 0; // the voice device's monitor
+    bool m_watching = false;
+    std::vector<Moved> m_moved;
+    PhoneRoutingCounts m_counts;
+    int m_pending = 0;
+};
+
+} // namespace vemira::pulse
