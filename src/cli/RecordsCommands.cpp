@@ -1,10 +1,12 @@
-// vemira history | show | export | note | file | status | search | dossiers | add-demo
+// vemira history | show | export | note | file | status | search | dossiers | add-demo |
+// delete | check
 #include "cli/Command.h"
 #include "records/DataFolder.h"
 #include "records/Dossiers.h"
 #include "records/RecordsStore.h"
 
 #include <QDateTime>
+#include <QFileInfo>
 #include <QTextStream>
 
 namespace vemira::cli {
@@ -16,6 +18,15 @@ struct LoadedHistory {
     RecordsStore store{DataFolder::standard()};
     Status status = store.load();
 };
+
+// The load's message, followed by the decoder's reason when the file is unreadable.
+int failToLoad(const LoadedHistory& history)
+{
+    QString message = history.status->message();
+    if (history.store.readFailure())
+        message += QStringLiteral("\nCause : ") + history.store.readFailure()->message() + u'.';
+    return fail(message);
+}
 
 // Fields of a history line are tab-separated: tabs and line breaks inside become spaces.
 QString field(QString text)
@@ -76,7 +87,7 @@ int withRecord(const QStringList& arguments,
 {
     LoadedHistory history;
     if (history.status)
-        return fail(history.status->message());
+        return failToLoad(history);
     auto record = findRecord(history.store, arguments.first());
     if (!record)
         return fail(record.error().message());
@@ -94,7 +105,7 @@ int runHistory(const QStringList& arguments)
         return UsageError;
     LoadedHistory history;
     if (history.status)
-        return fail(history.status->message());
+        return failToLoad(history);
     printLines(DossiersDraft().visible(history.store.records()));
     return Success;
 }
@@ -134,7 +145,7 @@ int runSearch(const QStringList& arguments)
     draft.search = words.join(u' ');
     LoadedHistory history;
     if (history.status)
-        return fail(history.status->message());
+        return failToLoad(history);
     printLines(draft.visible(history.store.records()));
     return Success;
 }
@@ -197,10 +208,55 @@ int runDossiers(const QStringList& arguments)
         return UsageError;
     LoadedHistory history;
     if (history.status)
-        return fail(history.status->message());
+        return failToLoad(history);
     for (const QString& name : Dossiers::folders(history.store.records()))
         out() << field(name) << '\n';
     return Success;
+}
+
+int runDelete(const QStringList& arguments)
+{
+    if (arguments.size() != 1)
+        return UsageError;
+    return withRecord(arguments, [&](RecordsStore& store, const CallRecord& record) {
+        const QString reference = record.reference();
+        if (Status failed = store.deleteRecord(record.id))
+            return fail(failed->message());
+        err() << QStringLiteral("Appel ") << reference
+              << QStringLiteral(" supprimé, avec sa transcription et son enregistrement.\n");
+        return int(Success);
+    });
+}
+
+// Says whether a history file can be read; the reason when it cannot.
+QString fileState(const QString& label, const QString& path, bool* readable)
+{
+    if (!QFileInfo::exists(path)) {
+        *readable = true;
+        return label + QStringLiteral(" : absent.");
+    }
+    auto records = RecordsStore::readFile(path);
+    *readable = bool(records);
+    if (!records)
+        return label + QStringLiteral(" : illisible (") + records.error().message() +
+               QStringLiteral(").");
+    return label + QStringLiteral(" : lisible, %1 appel(s).").arg(records.value().size());
+}
+
+int runCheck(const QStringList& arguments)
+{
+    if (!arguments.isEmpty())
+        return UsageError;
+    const DataFolder folder = DataFolder::standard();
+    bool historyReadable = false;
+    bool backupReadable = false;
+    out() << fileState(QStringLiteral("Historique (history.json)"), folder.historyFile(),
+                       &historyReadable)
+          << '\n'
+          << fileState(QStringLiteral("Copie de sauvegarde (history.json.bak)"),
+                       folder.historyFile() + QStringLiteral(".bak"), &backupReadable)
+          << '\n';
+    return historyReadable ? Success : Failure;
 }
 
 int runAddDemo(const QStringList& arguments)
@@ -209,7 +265,7 @@ int runAddDemo(const QStringList& arguments)
         return UsageError;
     LoadedHistory history;
     if (history.status)
-        return fail(history.status->message());
+        return failToLoad(history);
     const auto added = history.store.addDemo(QDateTime::currentDateTime());
     if (added.saved)
         return fail(added.saved->message());
@@ -270,6 +326,16 @@ void registerRecordsCommands(CommandTable& table)
     table.add({QStringLiteral("add-demo"), QString(),
                QStringLiteral("Ajoute l’appel de démonstration et affiche sa référence."),
                QString(), checked(QStringLiteral("add-demo"), runAddDemo, table)});
+    table.add({QStringLiteral("delete"), QStringLiteral("REF"),
+               QStringLiteral("Supprime un appel : sa fiche, sa transcription et son "
+                              "enregistrement."),
+               QStringLiteral("La suppression est définitive."),
+               checked(QStringLiteral("delete"), runDelete, table)});
+    table.add({QStringLiteral("check"), QString(),
+               QStringLiteral("Vérifie que l’historique et sa copie de sauvegarde sont lisibles."),
+               QStringLiteral("Donne la cause exacte (appel et clé) d’un historique illisible.\n"
+                              "Statut de sortie : 1 si l’historique est illisible."),
+               checked(QStringLiteral("check"), runCheck, table)});
 }
 
 } // namespace vemira::cli

@@ -7,6 +7,7 @@
 #include "app/AppModel.h"
 #include "audio/SoundDevice.h"
 #include "records/CallRecord.h"
+#include "records/InstanceLock.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -71,6 +72,11 @@ int runStandbyCommand(const QStringList& arguments)
                              : parser.errorText(),
                          cli::UsageError);
     QTextStream& out = cli::out();
+
+    // Before anything else: a second receptionist must not even open the history.
+    auto instance = InstanceLock::acquire(DataFolder::standard(), QStringLiteral("vemira standby"));
+    if (!instance)
+        return cli::fail(instance.error().message());
 
     AppDependencies deps = createPlatformDependencies();
     for (const QString& name : parser.values(phoneApp)) {

@@ -2,13 +2,18 @@
 
 #include "records/DesktopServices.h"
 #include "records/HistoryCodec.h"
+#include "records/HistoryMerge.h"
 #include "records/PrivateFiles.h"
 #include "records/TranscriptDocument.h"
 
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
+#include <QFileSystemWatcher>
+#include <QLockFile>
 #include <QSet>
+#include <QTimer>
+#include <unistd.h>
 
 namespace vemira {
 
@@ -30,11 +35,40 @@ AppError cannotSave(const AppError& cause)
     return AppError(QStringLiteral("Impossible de sauvegarder l’historique : ") + cause.message());
 }
 
+// Every writer of the folder (the application, `vemira standby`, each `vemira` edit) takes it
+// for the read-merge-write of one save, so no two saves interleave.
+constexpr int kWriteLockWaitMs = 10000;
+
+// Keeps the file about to be replaced as history.json.bak. A hard link costs nothing
+// whatever the history's size; a copy is the fallback where links are not possible.
+void keepBackup(const QString& path)
+{
+    const QString backup = path + QStringLiteral(".bak");
+    const QString staging = backup + QStringLiteral(".tmp");
+    QFile::remove(staging);
+    if (::link(QFile::encodeName(path).constData(), QFile::encodeName(staging).constData()) != 0 &&
+        !QFile::copy(path, staging)) {
+        return;
+    }
+    PrivateFiles::restrict(staging);
+    if (::rename(QFile::encodeName(staging).constData(), QFile::encodeName(backup).constData()) !=
+        0)
+        QFile::remove(staging);
+}
+
 } // namespace
 
 RecordsStore::RecordsStore(DataFolder folder, QObject* parent)
     : QObject(parent), m_folder(std::move(folder))
 {}
+
+Result<QList<CallRecord>> RecordsStore::readFile(const QString& path)
+{
+    auto bytes = PrivateFiles::read(path);
+    if (!bytes)
+        return bytes.error();
+    return decodeHistory(bytes.value());
+}
 
 Status RecordsStore::load()
 {
@@ -42,19 +76,74 @@ Status RecordsStore::load()
     const QFileInfo info(path);
     if (!info.exists() && !info.isSymLink()) {
         m_records.clear();
+        m_base.clear();
+        m_stamp = FileStamp{};
         Q_EMIT recordsChanged();
         return std::nullopt;
     }
-    auto bytes = PrivateFiles::read(path);
-    auto decoded = bytes ? decodeHistory(bytes.value()) : Result<QList<CallRecord>>(bytes.error());
+    // Stamped before reading: a change made meanwhile is seen again at the next look.
+    const FileStamp stamp = FileStamp::of(path);
+    auto decoded = readFile(path);
     if (!decoded) {
         m_records.clear();
         m_historyReadFailed = true;
+        m_readFailure = decoded.error();
         Q_EMIT recordsChanged();
         return AppError(unreadableAtStart());
     }
     m_records = std::move(decoded).value();
+    m_base = indexById(m_records);
+    m_stamp = stamp;
     Q_EMIT recordsChanged();
+    return std::nullopt;
+}
+
+void RecordsStore::watchFile()
+{
+    if (m_watcher)
+        return;
+    m_watcher = new QFileSystemWatcher(this);
+    auto* pending = new QTimer(this);
+    pending->setSingleShot(true);
+    pending->setInterval(50); // one look for a burst of changes
+    connect(pending, &QTimer::timeout, this, [this] { refreshFromFile(); });
+    const auto changed = [pending] { pending->start(); };
+    connect(m_watcher, &QFileSystemWatcher::fileChanged, this, changed);
+    connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, changed);
+    PrivateFiles::ensureFolder(m_folder.path());
+    // The folder too: an atomic replacement is a new file, which a file watch loses.
+    m_watcher->addPath(m_folder.path());
+    if (QFileInfo::exists(m_folder.historyFile()))
+        m_watcher->addPath(m_folder.historyFile());
+}
+
+Status RecordsStore::refreshFromFile()
+{
+    if (m_watcher && !m_watcher->files().contains(m_folder.historyFile()) &&
+        QFileInfo::exists(m_folder.historyFile()))
+        m_watcher->addPath(m_folder.historyFile());
+    if (m_historyReadFailed)
+        return std::nullopt; // decided at start; only a restart reads it again
+    return mergeFile();
+}
+
+Status RecordsStore::mergeFile()
+{
+    const QString path = m_folder.historyFile();
+    const FileStamp now = FileStamp::of(path);
+    // Unchanged, or moved away: our list stays, and the next save writes it back.
+    if (now == m_stamp || !now.exists)
+        return std::nullopt;
+    auto theirs = readFile(path);
+    if (!theirs)
+        return theirs.error();
+    QList<CallRecord> merged = mergeHistory(m_base, m_records, theirs.value());
+    m_base = indexById(theirs.value());
+    m_stamp = now;
+    if (merged != m_records) {
+        m_records = std::move(merged);
+        Q_EMIT recordsChanged();
+    }
     return std::nullopt;
 }
 
@@ -73,16 +162,39 @@ Status RecordsStore::saveHistory()
         return AppError(refusedWhileUnreadable());
     if (Status failed = PrivateFiles::ensureFolder(m_folder.path()))
         return cannotSave(*failed);
-    auto bytes = encodeRecords();
-    if (!bytes)
-        return cannotSave(bytes.error());
-    if (Status failed = PrivateFiles::write(m_folder.historyFile(), bytes.value()))
-        return cannotSave(*failed);
+    if (Status failed = writeLocked())
+        return failed;
     if (Status failed = writeTranscriptFiles()) {
         return AppError(QStringLiteral("Historique enregistré, mais un fichier de transcription "
                                        "n’a pas pu être mis à jour : ") +
                         failed->message());
     }
+    return std::nullopt;
+}
+
+Status RecordsStore::writeLocked()
+{
+    const QString path = m_folder.historyFile();
+    QLockFile lock(path + QStringLiteral(".lock"));
+    if (!lock.tryLock(kWriteLockWaitMs)) {
+        return cannotSave(AppError(QStringLiteral("un autre programme Vemira l’écrit en ce moment. "
+                                                  "Réessayez dans un instant.")));
+    }
+    if (Status unreadable = mergeFile()) {
+        return cannotSave(AppError(QStringLiteral("le fichier a été modifié par un autre "
+                                                  "programme et ne peut pas être lu (") +
+                                   unreadable->message() +
+                                   QStringLiteral("). Il n’a pas été modifié.")));
+    }
+    auto bytes = encodeRecords();
+    if (!bytes)
+        return cannotSave(bytes.error());
+    if (m_stamp.exists && FileStamp::of(path).exists)
+        keepBackup(path);
+    if (Status failed = PrivateFiles::write(path, bytes.value()))
+        return cannotSave(*failed);
+    m_base = indexById(m_records);
+    m_stamp = FileStamp::of(path);
     return std::nullopt;
 }
 
@@ -198,6 +310,41 @@ Status RecordsStore::updateDossier(const QUuid& id, const QString& name)
     if (!found)
         return std::nullopt;
     return saveHistory();
+}
+
+Status RecordsStore::deleteRecord(const QUuid& id)
+{
+    qsizetype index = -1;
+    for (qsizetype i = 0; i < m_records.size(); ++i) {
+        if (m_records[i].id == id) {
+            index = i;
+            break;
+        }
+    }
+    if (index < 0)
+        return std::nullopt;
+    const CallRecord record = m_records.takeAt(index);
+    Q_EMIT recordsChanged();
+    // While the file is unreadable the record lived only in memory: its files go all the same.
+    if (!m_historyReadFailed) {
+        if (Status failed = saveHistory(); failed && m_base.contains(id)) {
+            // Still in the file: keep the record and its files rather than half-delete it.
+            m_records.insert(qMin(index, m_records.size()), record);
+            Q_EMIT recordsChanged();
+            return failed;
+        }
+    }
+    m_encoded.remove(id);
+    m_written.remove(id);
+    QFile::remove(m_folder.transcriptsFolder() + u'/' + transcriptFileName(record));
+    const QString recording = m_folder.recordingsFolder() + QStringLiteral("/Appel-") +
+                              uuidText(id) + QStringLiteral(".wav");
+    for (const QString& file : {recording, recording + QStringLiteral(".input.caf"),
+                                recording + QStringLiteral(".voice.caf")})
+        QFile::remove(file);
+    if (const auto named = recordingPath(record))
+        QFile::remove(*named);
+    return std::nullopt;
 }
 
 Status RecordsStore::updateFollowUpStatus(const QUuid& id, const QString& status)

@@ -3,6 +3,7 @@
 #include "core/AppError.h"
 #include "records/CallRecord.h"
 #include "records/DataFolder.h"
+#include "records/FileStamp.h"
 
 #include <QHash>
 #include <QList>
@@ -11,6 +12,8 @@
 #include <QUuid>
 #include <functional>
 #include <optional>
+
+class QFileSystemWatcher;
 
 namespace vemira {
 
@@ -33,6 +36,17 @@ public:
     // empty history, sets historyReadFailed for the rest of the run and returns
     // "Historique illisible. Le fichier existant n’a pas été modifié.".
     Status load();
+    // Reads and decodes a history file (history.json or its backup).
+    static Result<QList<CallRecord>> readFile(const QString& path);
+    // Why the file could not be read at start (record index and key), when it could not.
+    const std::optional<AppError>& readFailure() const { return m_readFailure; }
+
+    // Follows history.json: when another process rewrites it, its changes are merged into
+    // the list (recordsChanged). Off by default; the application turns it on.
+    void watchFile();
+    // Merges the file's changes now if it changed since it was last read or written.
+    // Returns why it could not be read, if it could not (the list is then left as it is).
+    Status refreshFromFile();
 
     const QList<CallRecord>& records() const { return m_records; }
     bool historyReadFailed() const { return m_historyReadFailed; }
@@ -42,7 +56,10 @@ public:
     void setLocale(const QLocale& locale) { m_locale = locale; }
     const QLocale& locale() const { return m_locale; }
 
-    // Writes the whole list, then the transcript files that changed.
+    // Writes the whole list, then the transcript files that changed. When another process
+    // rewrote the file since it was read, its changes are merged in first (HistoryMerge),
+    // under a lock every writer of the folder takes; an unreadable file is never replaced.
+    // The file replaced is kept as history.json.bak.
     Status saveHistory();
 
     // Adds the demonstration record at the front and saves; returns its id.
@@ -56,6 +73,8 @@ public:
     Status updateNote(const QUuid& id, const QString& text);
     Status updateDossier(const QUuid& id, const QString& name); // trimmed; empty = unfiled
     Status updateFollowUpStatus(const QUuid& id, const QString& status);
+    // Deletes the record, its transcript file and its recording; unknown id → nothing.
+    Status deleteRecord(const QUuid& id);
 
     // For the call lifecycle: the list changes in memory; callers then call saveHistory().
     void insertFront(const CallRecord& record);
@@ -87,6 +106,14 @@ private:
         QString localeName;
     };
     Status writeTranscriptFiles();
+    Status writeLocked();
+    Status mergeFile();
+
+    QFileSystemWatcher* m_watcher = nullptr;
+    std::optional<AppError> m_readFailure;
+    // The list as the file held it when last read or written, and the file's stamp then.
+    QHash<QUuid, CallRecord> m_base;
+    FileStamp m_stamp;
 
     DataFolder m_folder;
     QLocale m_locale;

@@ -3,6 +3,7 @@
 #include "app/AppModel.h"
 #include "audio/probes/AudioRouteProbe.h"
 #include "audio/probes/MicrophoneProbe.h"
+#include "records/InstanceLock.h"
 #include "ui/AppIcon.h"
 #include "ui/GuiDesktopServices.h"
 #include "ui/GuidedSetup.h"
@@ -15,6 +16,7 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QLocale>
+#include <QMessageBox>
 #include <QTextStream>
 
 using namespace vemira;
@@ -52,6 +54,15 @@ int main(int argc, char* argv[])
         ui::Theme::applyDarkPalette(app);
     else if (parser.isSet(light))
         ui::Theme::applyLightPalette(app);
+
+    // One receptionist per data folder: refuse before the history is even read.
+    auto instance = InstanceLock::acquire(DataFolder::standard(), QStringLiteral("vemira-app"));
+    if (!instance) {
+        QTextStream(stderr) << instance.error().message() << '\n';
+        if (!parser.isSet(screenshots) && QGuiApplication::platformName() != u"offscreen")
+            QMessageBox::critical(nullptr, QStringLiteral("Vemira"), instance.error().message());
+        return 1;
+    }
 
     AppDependencies deps = createPlatformDependencies();
     if (parser.isSet(settingsFile))

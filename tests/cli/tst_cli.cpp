@@ -1,10 +1,13 @@
 #include "records/AgentInstructions.h"
 #include "records/CallRecord.h"
+#include "records/DataFolder.h"
+#include "records/InstanceLock.h"
 
 #include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QSettings>
+#include <QSysInfo>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -34,6 +37,7 @@ private Q_SLOTS:
     void recordsFromTheCommandLine();
     void failuresAreFrenchOnStandardError();
     void unreadableHistoryIsLeftAlone();
+    void deleteAndSecondReceptionist();
     void keyAndInstructions();
     void help();
 
@@ -177,13 +181,72 @@ void CliTest::unreadableHistoryIsLeftAlone()
     file.close();
     for (const QStringList& arguments :
          {QStringList{QStringLiteral("add-demo")}, QStringList{QStringLiteral("history")},
-          QStringList{QStringLiteral("note"), QStringLiteral("0F1E2D3C"), QStringLiteral("x")}}) {
+          QStringList{QStringLiteral("note"), QStringLiteral("0F1E2D3C"), QStringLiteral("x")},
+          QStringList{QStringLiteral("delete"), QStringLiteral("0F1E2D3C")}}) {
         const Run run = vemira(arguments);
         QCOMPARE(run.status, 1);
-        QCOMPARE(run.err, QStringLiteral(
-                              "Historique illisible. Le fichier existant n’a pas été modifié.\n"));
+        QCOMPARE(run.err, QStringLiteral("Historique illisible. Le fichier existant n’a pas été "
+                                         "modifié.\nCause : JSON invalide à l’octet 54.\n"));
     }
     QCOMPARE(bytesOf(data() + QStringLiteral("/history.json")), broken);
+
+    // A good file, then a second record without its note: check names the record and the key
+    // and says the backup (the file before the last save) is readable.
+    QVERIFY(QFile::remove(data() + QStringLiteral("/history.json")));
+    QCOMPARE(vemira({QStringLiteral("add-demo")}).status, 0);
+    const Run second = vemira({QStringLiteral("add-demo")});
+    const QByteArray good = bytesOf(data() + QStringLiteral("/history.json"));
+    QByteArray unreadable = good;
+    unreadable.replace(unreadable.lastIndexOf("\"note\""), 6, "\"nota\"");
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(unreadable);
+    file.close();
+    const Run check = vemira({QStringLiteral("check")});
+    QCOMPARE(check.status, 1);
+    QCOMPARE(check.out, QStringLiteral("Historique (history.json) : illisible (enregistrement 2 : "
+                                       "clé « note » manquante).\n"
+                                       "Copie de sauvegarde (history.json.bak) : lisible, 1 "
+                                       "appel(s).\n"));
+    const Run deleted = vemira({QStringLiteral("delete"), second.out.trimmed()});
+    QCOMPARE(deleted.status, 1);
+    QVERIFY(deleted.err.endsWith(
+        QStringLiteral("Cause : enregistrement 2 : clé « note » manquante.\n")));
+    QCOMPARE(bytesOf(data() + QStringLiteral("/history.json")), unreadable);
+
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(good);
+    file.close();
+    QCOMPARE(vemira({QStringLiteral("check")}).out,
+             QStringLiteral("Historique (history.json) : lisible, 2 appel(s).\n"
+                            "Copie de sauvegarde (history.json.bak) : lisible, 1 appel(s).\n"));
+}
+
+void CliTest::deleteAndSecondReceptionist()
+{
+    const QString ref = vemira({QStringLiteral("add-demo")}).out.trimmed();
+    const QString kept = vemira({QStringLiteral("add-demo")}).out.trimmed();
+    const Run deleted = vemira({QStringLiteral("delete"), ref.toLower()});
+    QCOMPARE(deleted.status, 0);
+    QCOMPARE(deleted.err, QStringLiteral("Appel ") + ref +
+                              QStringLiteral(" supprimé, avec sa transcription et son "
+                                             "enregistrement.\n"));
+    QVERIFY(!vemira({QStringLiteral("history")}).out.contains(ref));
+    QCOMPARE(QDir(data() + QStringLiteral("/Transcriptions")).entryList(QDir::Files).size(), 1);
+    QCOMPARE(vemira({QStringLiteral("delete"), ref}).status, 1);
+
+    // While the application runs on this folder, `vemira standby` refuses, naming it.
+    auto app = InstanceLock::acquire(DataFolder(data()), QStringLiteral("vemira-app"));
+    QVERIFY(app);
+    const Run standby = vemira({QStringLiteral("standby")});
+    QCOMPARE(standby.status, 1);
+    QCOMPARE(standby.err,
+             QStringLiteral("Vemira fonctionne déjà sur ce dossier de données : « vemira-app » "
+                            "(processus %1, machine %2). Un seul standard peut répondre aux "
+                            "appels : fermez-le avant d’en lancer un autre.\n")
+                 .arg(QCoreApplication::applicationPid())
+                 .arg(QSysInfo::machineHostName()));
+    // Edits from the command line are not refused.
+    QCOMPARE(vemira({QStringLiteral("note"), kept, QStringLiteral("vu")}).status, 0);
 }
 
 void CliTest::keyAndInstructions()
