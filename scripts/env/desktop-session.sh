@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # A private desktop for accessibility tests: a fresh Xvfb display, a session D-Bus and the
-# AT-SPI accessibility bus. Nothing of the caller's own session is touched.
+# AT-SPI accessibility bus, with accessibility switched on. Nothing of the caller's own
+# session is touched.
 #
 #   desktop-session.sh start [DIR]   start everything; prints the environment as export lines
 #   desktop-session.sh env DIR       prints that environment again
@@ -33,7 +34,9 @@ start() {
     [ -x "$launcher" ] || die "at-spi-bus-launcher is missing (package at-spi2-core)"
 
     # -displayfd makes Xvfb pick a free display itself: no clash with a display left over.
-    Xvfb -displayfd 9 -screen 0 1280x800x24 -nolisten tcp 9>"$dir/display" \
+    # -noreset keeps the root window's properties (the accessibility bus address below)
+    # when the last client leaves.
+    Xvfb -displayfd 9 -screen 0 1280x800x24 -nolisten tcp -noreset 9>"$dir/display" \
         >"$dir/xvfb.log" 2>&1 &
     echo $! >"$dir/xvfb.pid"
     wait_for 10 test -s "$dir/display" || { stop "$dir"; die "Xvfb did not start"; }
@@ -69,7 +72,30 @@ start() {
     wait_for 10 env DBUS_SESSION_BUS_ADDRESS="$bus" dbus-send --session --print-reply \
         --dest=org.a11y.Bus /org/a11y/bus org.a11y.Bus.GetAddress ||
         { stop "$dir"; die "the accessibility bus did not start"; }
+    announce_accessibility "$dir"
     cat "$dir/env"
+}
+
+# Qt 5 applications look for the accessibility bus on the root window and register only when
+# accessibility is on; GTK and Qt 6 ask the session bus. Both are set before any application
+# starts, as a desktop with assistive technologies running would have them.
+announce_accessibility() {
+    local dir=$1 address
+    (
+        # shellcheck disable=SC1091
+        . "$dir/env"
+        dbus-send --session --dest=org.a11y.Bus /org/a11y/bus \
+            org.freedesktop.DBus.Properties.Set string:org.a11y.Status string:IsEnabled \
+            variant:boolean:true
+        address=$(dbus-send --session --dest=org.a11y.Bus --print-reply=literal /org/a11y/bus \
+            org.a11y.Bus.GetAddress | tr -d ' ')
+        if command -v xprop >/dev/null; then
+            xprop -root -f AT_SPI_BUS 8s -set AT_SPI_BUS "$address"
+        else
+            echo "desktop-session: xprop is missing (package x11-utils): Qt 5 applications" \
+                "will not be visible" >&2
+        fi
+    )
 }
 
 stop() {
