@@ -1,6 +1,8 @@
 #pragma once
 
 #include "app/AppDependencies.h"
+#include "app/Conversation.h"
+#include "app/GuidedSetupState.h"
 #include "core/AppError.h"
 #include "core/Clock.h"
 #include "records/CallRecord.h"
@@ -49,32 +51,10 @@ public:
 // The single object that holds the application's state and drives every call. Lives on the
 // main thread; audio threads, the WebSocket and delayed tasks reach it only by hopping there.
 // Properties carry the names the screens use; every one notifies `<name>Changed()`.
-class AppModel : public QObject {
+class AppModel : public GuidedSetupState {
     Q_OBJECT
 
-    // Screens and panels.
-    Q_PROPERTY(QString page READ page WRITE setPage NOTIFY pageChanged)
-    Q_PROPERTY(bool showSetupAssistant READ showSetupAssistant WRITE setShowSetupAssistant NOTIFY
-                   showSetupAssistantChanged)
-    Q_PROPERTY(bool setupWaiting READ setupWaiting WRITE setSetupWaiting NOTIFY setupWaitingChanged)
-    Q_PROPERTY(bool showAgentSetup READ showAgentSetup WRITE setShowAgentSetup NOTIFY
-                   showAgentSetupChanged)
-    Q_PROPERTY(bool showMacTest READ showMacTest WRITE setShowMacTest NOTIFY showMacTestChanged)
-    Q_PROPERTY(bool macPreparing READ macPreparing WRITE setMacPreparing NOTIFY macPreparingChanged)
-    Q_PROPERTY(bool macAudioVerified READ macAudioVerified WRITE setMacAudioVerified NOTIFY
-                   macAudioVerifiedChanged)
-    Q_PROPERTY(bool audioProbeActive READ audioProbeActive WRITE setAudioProbeActive NOTIFY
-                   audioProbeActiveChanged)
-    Q_PROPERTY(QPair<double, double> probeLevels READ probeLevels WRITE setProbeLevels NOTIFY
-                   probeLevelsChanged)
-    Q_PROPERTY(bool macAssistantOpen READ macAssistantOpen WRITE setMacAssistantOpen NOTIFY
-                   macAssistantOpenChanged)
-    Q_PROPERTY(bool showOutgoingTest READ showOutgoingTest WRITE setShowOutgoingTest NOTIFY
-                   showOutgoingTestChanged)
-    Q_PROPERTY(QString outgoingNumber READ outgoingNumber WRITE setOutgoingNumber NOTIFY
-                   outgoingNumberChanged)
-    Q_PROPERTY(QString outgoingStatus READ outgoingStatus WRITE setOutgoingStatus NOTIFY
-                   outgoingStatusChanged)
+    // Screens, panels and the guided setup's state: see GuidedSetupState.
 
     // Call state shown to the user.
     Q_PROPERTY(QString status READ status NOTIFY statusChanged)
@@ -104,44 +84,12 @@ class AppModel : public QObject {
     // The composed instructions sent at the start of a conversation.
     Q_PROPERTY(QString instructions READ instructions NOTIFY instructionsChanged)
 
-    // Guided setup.
-    Q_PROPERTY(bool routingConfirmed READ routingConfirmed WRITE setRoutingConfirmed NOTIFY
-                   routingConfirmedChanged)
-    Q_PROPERTY(bool preparingAudio READ preparingAudio WRITE setPreparingAudio NOTIFY
-                   preparingAudioChanged)
-    Q_PROPERTY(bool configuringAll READ configuringAll WRITE setConfiguringAll NOTIFY
-                   configuringAllChanged)
-    Q_PROPERTY(QString configurationStatus READ configurationStatus WRITE setConfigurationStatus
-                   NOTIFY configurationStatusChanged)
-    // Null UUID when no test call has been validated.
-    Q_PROPERTY(QUuid validatedCallID READ validatedCallID WRITE setValidatedCallID NOTIFY
-                   validatedCallIDChanged)
-    Q_PROPERTY(QDateTime setupSessionStart READ setupSessionStart CONSTANT)
-    Q_PROPERTY(QString relayStatus READ relayStatus WRITE setRelayStatus NOTIFY relayStatusChanged)
-    Q_PROPERTY(bool observingRelay READ observingRelay WRITE setObservingRelay NOTIFY
-                   observingRelayChanged)
-    Q_PROPERTY(bool testingMicrophone READ testingMicrophone WRITE setTestingMicrophone NOTIFY
-                   testingMicrophoneChanged)
-    Q_PROPERTY(double microphoneLevel READ microphoneLevel WRITE setMicrophoneLevel NOTIFY
-                   microphoneLevelChanged)
-    Q_PROPERTY(QString microphoneStatus READ microphoneStatus WRITE setMicrophoneStatus NOTIFY
-                   microphoneStatusChanged)
-    // Null QDateTime = none.
-    Q_PROPERTY(QDateTime relayDeadline READ relayDeadline WRITE setRelayDeadline NOTIFY
-                   relayDeadlineChanged)
-    Q_PROPERTY(QDateTime lastRelayEvidence READ lastRelayEvidence WRITE setLastRelayEvidence NOTIFY
-                   lastRelayEvidenceChanged)
-    Q_PROPERTY(QString nativeAudioStatus READ nativeAudioStatus WRITE setNativeAudioStatus NOTIFY
-                   nativeAudioStatusChanged)
-
     // Records. `records`, `current`: see the getters below. Null UUID = none selected.
     Q_PROPERTY(QUuid selectedRecord READ selectedRecord WRITE setSelectedRecord NOTIFY
                    selectedRecordChanged)
 
     // Permissions.
     Q_PROPERTY(bool accessibility READ accessibility NOTIFY accessibilityChanged)
-    Q_PROPERTY(QString permissionReport READ permissionReport WRITE setPermissionReport NOTIFY
-                   permissionReportChanged)
     Q_PROPERTY(bool micAllowed READ micAllowed NOTIFY micAllowedChanged)
 
     // The session log, newest first, at most 50 lines.
@@ -193,12 +141,29 @@ public:
 
     // Standby and the call lifecycle.
     Q_INVOKABLE void toggleArmed();
+    // One second of the standby loop: the guided setup's share, then the conversation under
+    // way or, without one, the watch for a ringing call.
     Q_INVOKABLE void tick();
     // `action` runs once the AI is ready and the audio path is open (answering the call).
     void begin(bool phoneMode, const QString& caller, std::function<Status()> action);
     Q_INVOKABLE void sessionReady();
     Q_INVOKABLE void fail(const QString& message);
+    // Ends the conversation under way, in this order:
+    //   1. stop: the audio bridge stops;
+    //   2. wind-down: the steps added with addWindDownStep run one after another while the
+    //      AI session is still open, each bounded on the model's clock;
+    //   3. close: the AI session closes, the computer's default devices come back;
+    //   4. save: the record goes into the history, the recording is finished.
+    // Without wind-down steps everything happens before finish() returns; with them, `busy`
+    // stays true until the last step is done or timed out. finish() during the wind-down
+    // skips the steps left and closes at once.
     Q_INVOKABLE void finish();
+
+    // A wind-down step: does its work with the AI session still open, may fill in the record
+    // about to be saved, and calls `done` once (later calls and calls after the bound are
+    // ignored). Steps run in the order they were added.
+    using WindDownStep = std::function<void(CallRecord& record, std::function<void()> done)>;
+    void addWindDownStep(double boundSeconds, WindDownStep step);
 
     // AI connection check; with `armAfter` a success arms the switchboard.
     Q_INVOKABLE void verifyAI(bool armAfter);
@@ -234,29 +199,15 @@ public:
 
     void setGuidedSetup(GuidedSetupHooks* hooks) { m_guidedSetup = hooks; }
 
-    // --- Readers ----------------------------------------------------------------------
-    QString page() const { return m_page; }
-    bool showSetupAssistant() const { return m_showSetupAssistant; }
-    bool startupAssistantPresented() const { return m_startupAssistantPresented; }
-    void setStartupAssistantPresented(bool value) { m_startupAssistantPresented = value; }
-    bool setupWaiting() const { return m_setupWaiting; }
-    QString setupWaitTarget() const { return m_setupWaitTarget; }
-    void setSetupWaitTarget(const QString& value) { m_setupWaitTarget = value; }
-    bool showAgentSetup() const { return m_showAgentSetup; }
-    bool showMacTest() const { return m_showMacTest; }
-    bool macPreparing() const { return m_macPreparing; }
-    bool macAudioVerified() const { return m_macAudioVerified; }
-    bool audioProbeActive() const { return m_audioProbeActive; }
-    QPair<double, double> probeLevels() const { return m_probeLevels; }
-    bool macAssistantOpen() const { return m_macAssistantOpen; }
+    // --- Readers and writers ----------------------------------------------------------
+    // Each writer notifies `<name>Changed()` on a real change only.
     MacAudioRoute& macRoute();
-    bool showOutgoingTest() const { return m_showOutgoingTest; }
-    QString outgoingNumber() const { return m_outgoingNumber; }
-    QString outgoingStatus() const { return m_outgoingStatus; }
 
+    Phase phase() const { return m_phase; }
     QString status() const { return m_status; }
     QString detail() const { return m_detail; }
     QString error() const { return m_error; }
+    void setError(const QString& v) { m_error = v; }
     bool armed() const { return m_armed; }
     bool busy() const { return m_busy; }
     bool connected() const { return m_connected; }
@@ -266,43 +217,33 @@ public:
     bool checkingAI() const { return m_checkingAI; }
     QString aiStatus() const { return m_aiStatus; }
 
-    const QList<SoundDevice>& devices() const { return m_devices; }
+    QList<SoundDevice> devices() const { return m_devices; }
     QString inputUID() const { return m_inputUID; }
+    void setInputUID(const QString& v) { m_inputUID = v; }
     QString outputUID() const { return m_outputUID; }
+    void setOutputUID(const QString& v) { m_outputUID = v; }
     QString voiceStyle() const { return m_voiceStyle; }
     QString voiceStyleStatus() const { return m_voiceStyleStatus; }
     const VoiceEQSettings& voiceEQ() const;
     QString voice() const { return m_voice; }
+    void setVoice(const QString& v) { m_voice = v; }
     QString model() const { return m_model; }
+    void setModel(const QString& v) { m_model = v; }
     QString company() const { return m_company; }
+    void setCompany(const QString& v) { m_company = v; }
     QString customInstructions() const { return m_customInstructions; }
+    void setCustomInstructions(const QString& v) { m_customInstructions = v; }
     QString instructions() const;
 
-    bool routingConfirmed() const { return m_routingConfirmed; }
-    bool preparingAudio() const { return m_preparingAudio; }
-    bool configuringAll() const { return m_configuringAll; }
-    QString configurationStatus() const { return m_configurationStatus; }
-    QUuid validatedCallID() const { return m_validatedCallID; }
-    QString validatedSetup() const { return m_validatedSetup; }
-    void setValidatedSetup(const QString& value) { m_validatedSetup = value; }
-    QDateTime setupSessionStart() const { return m_setupSessionStart; }
-    QString relayStatus() const { return m_relayStatus; }
-    bool observingRelay() const { return m_observingRelay; }
-    bool testingMicrophone() const { return m_testingMicrophone; }
-    double microphoneLevel() const { return m_microphoneLevel; }
-    QString microphoneStatus() const { return m_microphoneStatus; }
-    QDateTime relayDeadline() const { return m_relayDeadline; }
-    QDateTime lastRelayEvidence() const { return m_lastRelayEvidence; }
-    QString nativeAudioStatus() const { return m_nativeAudioStatus; }
     NativeAudioSetup& audioSetup();
 
     const QList<CallRecord>& records() const;
-    // The record of the conversation under way.
-    const std::optional<CallRecord>& current() const { return m_current; }
+    // The record of the conversation under way; null when there is none.
+    const CallRecord* current() const;
     QUuid selectedRecord() const { return m_selectedRecord; }
+    void setSelectedRecord(const QUuid& v) { m_selectedRecord = v; }
 
     bool accessibility() const { return m_accessibility; }
-    QString permissionReport() const { return m_permissionReport; }
     bool micAllowed() const { return m_micAllowed; }
 
     QStringList log() const { return m_log; }
@@ -311,31 +252,36 @@ public:
     RealtimeClient& realtime();
     PhoneAutomation& phone();
 
-    // Call control (plain state, read by tests and the headless standby).
-    QUuid generation() const { return m_generation; }
+    // The conversation under way (plain state, read by tests and the headless standby);
+    // neutral values when there is none.
+    QUuid generation() const;
     std::optional<double> ringSince() const { return m_ringSince; }
     double cooldownUntil() const { return m_cooldownUntil; }
-    bool sawActiveCall() const { return m_sawActiveCall; }
-    int missingActive() const { return m_missingActive; }
-    std::optional<double> callStarted() const { return m_callStarted; }
-    bool phoneSession() const { return m_phoneSession; }
-    bool hasReadinessTimeout() const { return m_timeout != nullptr; }
-    bool hasReadyAction() const { return static_cast<bool>(m_readyAction); }
-    bool hasConnectionProbe() const { return m_connectionProbe != nullptr; }
+    bool sawActiveCall() const;
+    int missingActive() const;
+    std::optional<double> callStarted() const;
+    bool phoneSession() const;
+    bool hasReadinessTimeout() const;
+    bool hasReadyAction() const;
+    bool hasConnectionProbe() const;
 
     bool intervening() const { return m_intervening; }
     QString interventionMicUID() const { return m_interventionMicUID; }
+    // Persisted at once, like the two below.
+    void setInterventionMicUID(const QString& v) { m_interventionMicUID = v; }
     QString interventionOutputUID() const { return m_interventionOutputUID; }
-    int audioRecoveryCount() const { return m_audioRecoveryCount; }
-    std::optional<SoundDevice> sessionInput() const { return m_sessionInput; }
-    std::optional<SoundDevice> sessionOutput() const { return m_sessionOutput; }
+    void setInterventionOutputUID(const QString& v) { m_interventionOutputUID = v; }
+    int audioRecoveryCount() const;
+    std::optional<SoundDevice> sessionInput() const;
+    std::optional<SoundDevice> sessionOutput() const;
     QString audioDiagnostic() const { return m_audioDiagnostic; }
 
     const ConversationUsage& conversationUsage() const { return m_conversationUsage; }
     bool historyReadFailed() const;
     bool recordingEnabled() const { return m_recordingEnabled; }
+    void setRecordingEnabled(bool v) { m_recordingEnabled = v; }
     QSet<QUuid> finalizingRecordings() const { return m_finalizingRecordings; }
-    bool hasRecorder() const { return m_recorder != nullptr; }
+    bool hasRecorder() const;
     QString transcriptCopyStatus() const { return m_transcriptCopyStatus; }
 
     QStringList readinessIssues() const;
@@ -344,61 +290,7 @@ public:
     // Where recordings are written ("<data folder>/Enregistrements").
     QString recordingsFolder() const;
 
-    // --- Writers (user choices and guided setup) ----------------------------------------
-    void setPage(const QString& value);
-    void setShowSetupAssistant(bool value);
-    void setSetupWaiting(bool value);
-    void setShowAgentSetup(bool value);
-    void setShowMacTest(bool value);
-    void setMacPreparing(bool value);
-    void setMacAudioVerified(bool value);
-    void setAudioProbeActive(bool value);
-    void setProbeLevels(QPair<double, double> value);
-    void setMacAssistantOpen(bool value);
-    void setShowOutgoingTest(bool value);
-    void setOutgoingNumber(const QString& value);
-    void setOutgoingStatus(const QString& value);
-    void setError(const QString& value);
-    void setInputUID(const QString& value);
-    void setOutputUID(const QString& value);
-    void setVoice(const QString& value);
-    void setModel(const QString& value);
-    void setCompany(const QString& value);
-    void setCustomInstructions(const QString& value);
-    void setRoutingConfirmed(bool value);
-    void setPreparingAudio(bool value);
-    void setConfiguringAll(bool value);
-    void setConfigurationStatus(const QString& value);
-    void setValidatedCallID(const QUuid& value);
-    void setRelayStatus(const QString& value);
-    void setObservingRelay(bool value);
-    void setTestingMicrophone(bool value);
-    void setMicrophoneLevel(double value);
-    void setMicrophoneStatus(const QString& value);
-    void setRelayDeadline(const QDateTime& value);
-    void setLastRelayEvidence(const QDateTime& value);
-    void setNativeAudioStatus(const QString& value);
-    void setSelectedRecord(const QUuid& value);
-    void setPermissionReport(const QString& value);
-    // Persisted at once.
-    void setInterventionMicUID(const QString& value);
-    void setInterventionOutputUID(const QString& value);
-    void setRecordingEnabled(bool value);
-
 Q_SIGNALS:
-    void pageChanged();
-    void showSetupAssistantChanged();
-    void setupWaitingChanged();
-    void showAgentSetupChanged();
-    void showMacTestChanged();
-    void macPreparingChanged();
-    void macAudioVerifiedChanged();
-    void audioProbeActiveChanged();
-    void probeLevelsChanged();
-    void macAssistantOpenChanged();
-    void showOutgoingTestChanged();
-    void outgoingNumberChanged();
-    void outgoingStatusChanged();
     void statusChanged();
     void detailChanged();
     void errorChanged();
@@ -420,24 +312,10 @@ Q_SIGNALS:
     void companyChanged();
     void customInstructionsChanged();
     void instructionsChanged();
-    void routingConfirmedChanged();
-    void preparingAudioChanged();
-    void configuringAllChanged();
-    void configurationStatusChanged();
-    void validatedCallIDChanged();
-    void relayStatusChanged();
-    void observingRelayChanged();
-    void testingMicrophoneChanged();
-    void microphoneLevelChanged();
-    void microphoneStatusChanged();
-    void relayDeadlineChanged();
-    void lastRelayEvidenceChanged();
-    void nativeAudioStatusChanged();
     void recordsChanged();
     void currentChanged();
     void selectedRecordChanged();
     void accessibilityChanged();
-    void permissionReportChanged();
     void micAllowedChanged();
     void logChanged();
     void interveningChanged();
@@ -455,138 +333,85 @@ Q_SIGNALS:
 private:
     struct Parts;
 
-    template <typename T> void assign(T& field, const T& value, void (AppModel::*changed)())
-    {
-        if (field == value)
-            return;
-        field = value;
-        Q_EMIT(this->*changed)();
-    }
     Settings& settingsStore();
-    void setStatus(const QString& value);
-    void setDetail(const QString& value);
-    void setArmed(bool value);
-    void setBusy(bool value);
-    void setConnected(bool value);
-    void setAccessibility(bool value);
-    void setMicAllowed(bool value);
-    void setKeyPresent(bool value);
-    void setAiVerified(bool value);
-    void setCheckingAI(bool value);
-    void setAiStatus(const QString& value);
-    void setIntervening(bool value);
-    void setAudioDiagnostic(const QString& value);
-    void setDevices(const QList<SoundDevice>& value);
+    void wireDerivedNotifications();
     void notifyReadiness();
-
     void bindRealtimeCallbacks();
-    void readyStep(bool phoneMode, const std::function<Status()>& action);
-    void audioWatchdog(bool& stopTick);
-    Status restartAudio();
-    void postAnswerCheck();
-    void completeAICheck(const std::optional<QString>& message, bool armAfter);
     void appendToCurrent(const QString& speaker, const QString& text);
-    void finishRecorder();
-    void recordingFinished(const QUuid& id, const Result<QString>& outcome);
-    ReadinessState readinessState() const;
+
+    // Shows `phase` with its own texts, or the ones given (a null text keeps the phase's).
+    void setPhase(Phase phase, const QString& status = {}, const QString& detail = {});
+    void standbyTick(double now);
     void ageRelayEvidence();
+
+    void conversationTick(double now);
+    void readyStep(const std::function<Status()>& action);
+    void postAnswerCheck();
+    // false when the tick must stop (the conversation was ended).
+    bool audioWatchdog();
+    Status restartAudio();
+    // finish(), the status line then reading `status` (null: the phase's own text).
+    void endConversation(const QString& status);
+    void runWindDown();
+    void closeAndSave();
+    void finishRecorder(const QUuid& id, std::shared_ptr<CallAudioRecorder> recorder);
+    void recordingFinished(const QUuid& id, const Result<QString>& outcome);
+
+    void completeAICheck(const std::optional<QString>& message, bool armAfter);
+    ReadinessState readinessState() const;
     QString shortTime(const QDateTime& time) const;
 
     Clock& m_clock;
     std::unique_ptr<Parts> d;
     GuidedSetupHooks* m_guidedSetup = nullptr;
     TaskHandlePtr m_timer;
+    // The conversation under way, from begin to the end of finish.
+    std::unique_ptr<Conversation> m_call;
+    struct WindDown {
+        double bound;
+        WindDownStep step;
+    };
+    QList<WindDown> m_windDown;
+    Phase m_phase = Phase::Paused;
 
-    QString m_page = QStringLiteral("Accueil");
-    bool m_showSetupAssistant = false;
-    bool m_startupAssistantPresented = false;
-    bool m_setupWaiting = false;
-    QString m_setupWaitTarget;
-    bool m_showAgentSetup = false;
-    bool m_showMacTest = false;
-    bool m_macPreparing = false;
-    bool m_macAudioVerified = false;
-    bool m_audioProbeActive = false;
-    QPair<double, double> m_probeLevels{0.0, 0.0};
-    bool m_macAssistantOpen = false;
-    bool m_showOutgoingTest = false;
-    QString m_outgoingNumber;
-    QString m_outgoingStatus;
+    // Observable values: assigning notifies on a real change (see wireDerivedNotifications
+    // for what follows from which).
+    VEMIRA_OBSERVABLE(AppModel, QString, status)
+    VEMIRA_OBSERVABLE(AppModel, QString, detail)
+    VEMIRA_OBSERVABLE(AppModel, QString, error)
+    VEMIRA_OBSERVABLE(AppModel, bool, armed)
+    VEMIRA_OBSERVABLE(AppModel, bool, busy)
+    VEMIRA_OBSERVABLE(AppModel, bool, connected)
+    VEMIRA_OBSERVABLE(AppModel, bool, keyPresent)
+    VEMIRA_OBSERVABLE(AppModel, bool, aiVerified)
+    VEMIRA_OBSERVABLE(AppModel, bool, checkingAI)
+    VEMIRA_OBSERVABLE(AppModel, QString, aiStatus)
+    using DeviceList = QList<SoundDevice>;
+    VEMIRA_OBSERVABLE(AppModel, DeviceList, devices)
+    VEMIRA_OBSERVABLE(AppModel, QString, inputUID)
+    VEMIRA_OBSERVABLE(AppModel, QString, outputUID)
+    VEMIRA_OBSERVABLE(AppModel, QString, voiceStyle)
+    VEMIRA_OBSERVABLE(AppModel, QString, voiceStyleStatus)
+    VEMIRA_OBSERVABLE(AppModel, QString, voice)
+    VEMIRA_OBSERVABLE(AppModel, QString, model)
+    VEMIRA_OBSERVABLE(AppModel, QString, company)
+    VEMIRA_OBSERVABLE(AppModel, QString, customInstructions)
+    VEMIRA_OBSERVABLE(AppModel, QUuid, selectedRecord)
+    VEMIRA_OBSERVABLE(AppModel, bool, accessibility)
+    VEMIRA_OBSERVABLE(AppModel, bool, micAllowed)
+    VEMIRA_OBSERVABLE(AppModel, bool, intervening)
+    VEMIRA_OBSERVABLE(AppModel, QString, interventionMicUID)
+    VEMIRA_OBSERVABLE(AppModel, QString, interventionOutputUID)
+    VEMIRA_OBSERVABLE(AppModel, QString, audioDiagnostic)
+    VEMIRA_OBSERVABLE_INIT(AppModel, bool, recordingEnabled, true)
+    VEMIRA_OBSERVABLE(AppModel, QString, transcriptCopyStatus)
 
-    QString m_status;
-    QString m_detail;
-    QString m_error;
-    bool m_armed = false;
-    bool m_busy = false;
-    bool m_connected = false;
-
-    bool m_keyPresent = false;
-    bool m_aiVerified = false;
-    bool m_checkingAI = false;
-    QString m_aiStatus;
-    std::unique_ptr<RealtimeClient> m_connectionProbe;
-    TaskHandlePtr m_connectionTimeout;
-
-    QList<SoundDevice> m_devices;
-    QString m_inputUID;
-    QString m_outputUID;
-    QString m_voiceStyle;
-    QString m_voiceStyleStatus;
-    QString m_voice;
-    QString m_model;
-    QString m_company;
-    QString m_customInstructions;
-
-    bool m_routingConfirmed = false;
-    bool m_preparingAudio = false;
-    bool m_configuringAll = false;
-    QString m_configurationStatus;
-    QUuid m_validatedCallID;
-    QString m_validatedSetup;
-    QDateTime m_setupSessionStart;
-    QString m_relayStatus;
-    bool m_observingRelay = false;
-    bool m_testingMicrophone = false;
-    double m_microphoneLevel = 0;
-    QString m_microphoneStatus;
-    QDateTime m_relayDeadline;
-    QDateTime m_lastRelayEvidence;
-    bool m_relayEvidenceAged = false;
-    QString m_nativeAudioStatus;
-
-    std::optional<CallRecord> m_current;
-    QUuid m_selectedRecord;
-
-    bool m_accessibility = false;
-    QString m_permissionReport;
-    bool m_micAllowed = false;
-
+    // Plain values.
     QStringList m_log;
-
-    TaskHandlePtr m_timeout;
-    QUuid m_generation;
     std::optional<double> m_ringSince;
     double m_cooldownUntil = -1e9;
-    bool m_sawActiveCall = false;
-    int m_missingActive = 0;
-    std::optional<double> m_callStarted;
-    bool m_phoneSession = false;
-    std::function<void()> m_readyAction;
-    TaskHandlePtr m_postAnswerCheck;
-
-    bool m_intervening = false;
-    QString m_interventionMicUID;
-    QString m_interventionOutputUID;
-    int m_audioRecoveryCount = 0;
-    std::optional<SoundDevice> m_sessionInput;
-    std::optional<SoundDevice> m_sessionOutput;
-    QString m_audioDiagnostic;
-
     ConversationUsage m_conversationUsage;
-    bool m_recordingEnabled = true;
     QSet<QUuid> m_finalizingRecordings;
-    std::shared_ptr<CallAudioRecorder> m_recorder;
-    QString m_transcriptCopyStatus;
 };
 
 } // namespace vemira

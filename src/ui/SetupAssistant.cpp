@@ -91,15 +91,17 @@ SetupAssistant::SetupAssistant(AppModel* model, GuidedSetup* setup, QWidget* par
     connect(m_next, &QPushButton::clicked, this, [this] { showStep(currentStep() + 1); });
     connect(close, &QPushButton::clicked, this, &QDialog::accept);
 
-    for (auto signal : {&AppModel::devicesChanged, &AppModel::accessibilityChanged,
-                        &AppModel::micAllowedChanged, &AppModel::keyPresentChanged,
-                        &AppModel::aiVerifiedChanged, &AppModel::routingConfirmedChanged,
-                        &AppModel::validatedCallIDChanged, &AppModel::setupPercentChanged,
-                        &AppModel::configurationStatusChanged, &AppModel::preparingAudioChanged,
-                        &AppModel::testingMicrophoneChanged, &AppModel::microphoneStatusChanged,
-                        &AppModel::aiStatusChanged, &AppModel::checkingAIChanged,
-                        &AppModel::nativeAudioStatusChanged, &AppModel::relayStatusChanged,
-                        &AppModel::observingRelayChanged, &AppModel::configuringAllChanged})
+    using Signal = void (AppModel::*)();
+    for (Signal signal : std::initializer_list<Signal>{
+             &AppModel::devicesChanged, &AppModel::accessibilityChanged,
+             &AppModel::micAllowedChanged, &AppModel::keyPresentChanged,
+             &AppModel::aiVerifiedChanged, &AppModel::routingConfirmedChanged,
+             &AppModel::validatedCallIDChanged, &AppModel::setupPercentChanged,
+             &AppModel::configurationStatusChanged, &AppModel::preparingAudioChanged,
+             &AppModel::testingMicrophoneChanged, &AppModel::microphoneStatusChanged,
+             &AppModel::aiStatusChanged, &AppModel::checkingAIChanged,
+             &AppModel::nativeAudioStatusChanged, &AppModel::relayStatusChanged,
+             &AppModel::observingRelayChanged, &AppModel::configuringAllChanged})
         connect(m_model, signal, this, &SetupAssistant::refresh);
     bind(m_model, &AppModel::probeLevelsChanged, this, [this] {
         m_probeRaw->setLevel(m_model->probeLevels().first);

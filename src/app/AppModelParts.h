@@ -1,0 +1,54 @@
+#pragma once
+
+// The long-lived engines and stores of the application model, kept out of AppModel.h so the
+// screens compile against the model without the engines' headers. Private to src/app.
+
+#include "ai/AIConnectionCheck.h"
+#include "ai/RealtimeClient.h"
+#include "app/AppModel.h"
+#include "app/MainThreadMailbox.h"
+#include "audio/AudioBridge.h"
+#include "audio/CallAudioRecorder.h"
+#include "audio/MacAudioRoute.h"
+#include "audio/VoiceEQSettings.h"
+#include "phone/NativeAudioSetup.h"
+#include "phone/PhoneAutomation.h"
+#include "records/APIKeyStore.h"
+#include "records/RecordsStore.h"
+#include "records/Settings.h"
+
+#include <QHash>
+#include <memory>
+
+namespace vemira {
+
+struct AppModel::Parts {
+    explicit Parts(AppDependencies deps)
+        : mailbox(), dependencies(std::move(deps)),
+          settings(dependencies.settingsFile.isEmpty() ? Settings()
+                                                       : Settings(dependencies.settingsFile)),
+          folder(dependencies.dataFolder.isEmpty() ? DataFolder::standard()
+                                                   : DataFolder(dependencies.dataFolder)),
+          store(folder), keyStore(folder.credentialsFolder())
+    {}
+
+    // Audio-thread and worker hand-offs to the main thread. First, so that it outlives
+    // everything that may still post to it while the parts are torn down.
+    MainThreadMailbox mailbox;
+    AppDependencies dependencies;
+    Settings settings;
+    DataFolder folder;
+    RecordsStore store;
+    LocalKeyStore keyStore;
+    VoiceEQSettings voiceEQ;
+    std::unique_ptr<RealtimeClient> realtime;
+    std::unique_ptr<AudioBridge> audio;
+    std::unique_ptr<PhoneAutomation> phone;
+    std::unique_ptr<NativeAudioSetup> audioSetup;
+    std::unique_ptr<MacAudioRoute> macRoute;
+    std::unique_ptr<AIConnectionCheck> probe;
+    // Recorders still mixing their file, by record id.
+    QHash<QUuid, std::shared_ptr<CallAudioRecorder>> finishing;
+};
+
+} // namespace vemira

@@ -1,0 +1,284 @@
+#include "app/AppModel.h"
+#include "app/AppModelParts.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QPointer>
+
+namespace vemira {
+
+namespace {
+
+QString callKind(bool phoneMode)
+{
+    return phoneMode ? QStringLiteral("Appel") : QStringLiteral("Essai");
+}
+
+QString keptDetail()
+{
+    return QStringLiteral("La conversation est conservée sur ce Mac.");
+}
+
+} // namespace
+
+// --- Start ------------------------------------------------------------------------------
+
+void AppModel::begin(bool phoneMode, const QString& caller, std::function<Status()> action)
+{
+    if (m_call)
+        return;
+    Result<SessionPlan> plan = validate(phoneMode);
+    if (!plan) {
+        m_error = plan.error().message();
+        return;
+    }
+    m_audioDiagnostic = QStringLiteral("Ouverture des circuits audio…");
+    saveSettings();
+
+    m_call = std::make_unique<Conversation>(
+        phoneMode, CallRecord::create(m_clock.now(), caller, callKind(phoneMode)), m_clock.uptime(),
+        plan.value().input, plan.value().output);
+    Conversation& call = *m_call;
+    const QUuid generation = call.generation;
+    // Runs on the capture thread. The model outlives the bridge's callbacks (its destructor
+    // stops the bridge first), and a queued task dies with the model.
+    d->audio->onPCM = [this, generation](const QByteArray& pcm) {
+        d->mailbox.post([this, generation, pcm] {
+            if (m_call && m_call->generation == generation)
+                d->realtime->append(pcm);
+        });
+    };
+
+    m_busy = true;
+    m_connected = false;
+    Q_EMIT currentChanged();
+    setPhase(Phase::Connecting);
+
+    call.readyAction = [this, action = std::move(action)] { readyStep(action); };
+    d->realtime->connect(plan.value().key, m_model, m_voice, instructions());
+
+    call.readinessTimeout = m_clock.schedule(kReadinessTimeout, this, [this, generation] {
+        if (m_call && m_call->generation == generation && !m_connected)
+            fail(QStringLiteral("L’IA n’a pas répondu dans les 15 secondes. Aucun décrochage "
+                                "automatique effectué."));
+    });
+}
+
+void AppModel::sessionReady()
+{
+    if (!m_call)
+        return;
+    m_call->readinessTimeout.reset();
+    std::function<void()> action = std::move(m_call->readyAction);
+    m_call->readyAction = nullptr;
+    if (action)
+        action();
+}
+
+void AppModel::readyStep(const std::function<Status()>& action)
+{
+    Conversation& call = *m_call;
+    const QUuid generation = call.generation;
+    if (m_recordingEnabled) {
+        const QString path = QDir(recordingsFolder())
+                                 .filePath(QStringLiteral("Appel-") + uuidText(call.record.id) +
+                                           QStringLiteral(".wav"));
+        Result<std::unique_ptr<CallAudioRecorder>> recorder = CallAudioRecorder::create(path);
+        if (recorder) {
+            call.recorder = std::move(recorder.value());
+        } else {
+            call.record.recordingError = recorder.error().message();
+            Q_EMIT currentChanged();
+        }
+    }
+    d->audio->setRecorder(call.recorder);
+    d->audio->setVoiceEQ(d->voiceEQ);
+
+    if (Status started = d->audio->start(call.input.id, call.output.id, !call.phoneSession)) {
+        fail(started->message());
+        return;
+    }
+    // Only now may the caller be connected: the audio path is open.
+    if (action) {
+        if (Status answered = action()) {
+            fail(answered->message());
+            return;
+        }
+    }
+    if (!m_call || m_call->generation != generation)
+        return;
+
+    m_connected = true;
+    setPhase(call.phoneSession ? Phase::InCall : Phase::Testing);
+    event(call.phoneSession ? QStringLiteral("Décrochage demandé")
+                            : QStringLiteral("Essai audio démarré"));
+
+    call.postAnswerCheck = m_clock.schedule(kPostAnswerCheck, this, [this, generation] {
+        if (m_call && m_call->generation == generation)
+            postAnswerCheck();
+    });
+}
+
+// --- Under way --------------------------------------------------------------------------
+
+void AppModel::conversationTick(double now)
+{
+    Conversation& call = *m_call;
+    if (call.ending)
+        return;
+    if (m_connected && !audioWatchdog())
+        return;
+    if (now - call.started > kConversationLimit) {
+        m_armed = false;
+        endConversation(QStringLiteral("Limite de 20 minutes atteinte"));
+        return;
+    }
+    if (!(m_connected && call.phoneSession))
+        return;
+    if (d->phone->hasActiveCall()) {
+        call.sawActiveCall = true;
+        call.missingActive = 0;
+    } else if (!call.sawActiveCall) {
+        if (now - call.started > kActiveCallConfirmation)
+            fail(QStringLiteral(
+                "Le décrochage a été demandé, mais la présence d’un appel actif n’a pas pu "
+                "être confirmée. L’audio disponible a été sauvegardé."));
+    } else {
+        // One missed reading is often a redraw of the phone's window, not a hang-up.
+        call.missingActive += 1;
+        if (call.missingActive >= kLostCallTicks)
+            finish();
+    }
+}
+
+// --- End --------------------------------------------------------------------------------
+
+void AppModel::fail(const QString& message)
+{
+    if (m_call) {
+        // The path that failed must be verified again before it is trusted.
+        if (m_call->phoneSession)
+            m_routingConfirmed = false;
+        else
+            m_macAudioVerified = false;
+    }
+    m_armed = false;
+    endConversation(QStringLiteral("Une vérification est nécessaire"));
+    m_error = message;
+    event(message);
+}
+
+void AppModel::endConversation(const QString& status)
+{
+    if (!m_call) {
+        setPhase(m_armed ? Phase::Listening : Phase::Paused, status, keptDetail());
+        return;
+    }
+    m_call->endStatus = status;
+    finish();
+}
+
+void AppModel::addWindDownStep(double boundSeconds, WindDownStep step)
+{
+    m_windDown.append({boundSeconds, std::move(step)});
+}
+
+void AppModel::finish()
+{
+    if (!m_call) {
+        m_ringSince.reset();
+        setPhase(m_armed ? Phase::Listening : Phase::Paused, QString(), keptDetail());
+        return;
+    }
+    if (m_call->ending) {
+        closeAndSave();
+        return;
+    }
+    Conversation& call = *m_call;
+    call.ending = true;
+    call.readinessTimeout.reset();
+    call.readyAction = nullptr;
+    call.postAnswerCheck.reset();
+    d->audio->stop();
+    call.windDownStep = 0;
+    runWindDown();
+}
+
+void AppModel::runWindDown()
+{
+    Conversation& call = *m_call;
+    if (call.windDownStep >= m_windDown.size()) {
+        closeAndSave();
+        return;
+    }
+    const WindDown& stage = m_windDown[call.windDownStep];
+    // The step's `done` and its bound both move on, once, and only within this conversation.
+    QPointer<AppModel> self(this);
+    auto next = [self, generation = call.generation, index = call.windDownStep] {
+        if (!self || !self->m_call || self->m_call->generation != generation ||
+            self->m_call->windDownStep != index)
+            return;
+        self->m_call->windDownBound.reset();
+        self->m_call->windDownStep += 1;
+        self->runWindDown();
+    };
+    call.windDownBound = m_clock.schedule(stage.bound, this, next);
+    stage.step(call.record, next);
+}
+
+void AppModel::closeAndSave()
+{
+    // Closing pushes the session's final usage into the record before it is saved.
+    d->realtime->close();
+    d->macRoute->restore();
+
+    std::unique_ptr<Conversation> call = std::move(m_call);
+    call->windDownBound.reset();
+    d->store.insertFront(call->record);
+    saveHistory();
+    if (call->recorder)
+        finishRecorder(call->record.id, std::move(call->recorder));
+    d->audio->setRecorder(nullptr);
+
+    m_intervening = false;
+    Q_EMIT currentChanged();
+    m_busy = false;
+    m_connected = false;
+
+    m_cooldownUntil = m_clock.uptime() + kCooldown;
+    m_ringSince.reset();
+    setPhase(m_armed ? Phase::CoolDown : Phase::Paused, call->endStatus, keptDetail());
+}
+
+void AppModel::finishRecorder(const QUuid& id, std::shared_ptr<CallAudioRecorder> recorder)
+{
+    m_finalizingRecordings.insert(id);
+    Q_EMIT finalizingRecordingsChanged();
+    // Kept here until its completion reached the main thread: destroying a recorder waits
+    // for its worker, which must never happen on the worker itself.
+    d->finishing.insert(id, recorder);
+
+    // Runs on the recorder's worker. The model's destructor waits for every pending
+    // completion before anything goes, so `this` is valid here.
+    recorder->finish([this, id](const Result<QString>& outcome) {
+        d->mailbox.post([this, id, outcome] { recordingFinished(id, outcome); });
+    });
+}
+
+void AppModel::recordingFinished(const QUuid& id, const Result<QString>& outcome)
+{
+    d->store.modify(id, [&outcome](CallRecord& record) {
+        if (outcome) {
+            record.recordingFile = QFileInfo(outcome.value()).fileName();
+            record.recordingError.reset();
+        } else {
+            record.recordingError = outcome.error().message();
+        }
+    });
+    m_finalizingRecordings.remove(id);
+    Q_EMIT finalizingRecordingsChanged();
+    saveHistory();
+    d->finishing.remove(id);
+}
+
+} // namespace vemira

@@ -1,0 +1,17 @@
+#include "app/GuidedSetupState.h"
+
+namespace vemira {
+
+GuidedSetupState::GuidedSetupState(const QDateTime& sessionStart, QObject* parent)
+    : QObject(parent), m_setupSessionStart(sessionStart)
+{
+    m_relayStatus = QStringLiteral("Aucun appel relayé observé pour l’instant");
+    m_configurationStatus = QStringLiteral("Configuration audio non lancée");
+    m_microphoneStatus = QStringLiteral("Micro non testé");
+    m_nativeAudioStatus = QStringLiteral("Son de Téléphone non configuré");
+    // New evidence is young again.
+    connect(this, &GuidedSetupState::lastRelayEvidenceChanged, this,
+            [this] { m_relayEvidenceAged = false; });
+}
+
+} // namespace vemira

@@ -1,0 +1,63 @@
+#include "app/AppModel.h"
+#include "app/AppModelParts.h"
+
+namespace vemira {
+
+void AppModel::refresh()
+{
+    m_devices = d->dependencies.audioSystem->devices();
+    m_accessibility = d->dependencies.accessibility->isTrusted();
+    m_micAllowed = d->dependencies.workspace->microphoneAuthorized();
+    m_keyPresent = d->keyStore.exists();
+}
+
+ReadinessState AppModel::readinessState() const
+{
+    ReadinessState s;
+    s.devices = m_devices;
+    s.inputUID = m_inputUID;
+    s.outputUID = m_outputUID;
+    s.micAllowed = m_micAllowed;
+    s.accessibility = m_accessibility;
+    s.routingConfirmed = m_routingConfirmed;
+    s.keyPresent = m_keyPresent;
+    s.aiVerified = m_aiVerified;
+    s.preparingAudio = m_preparingAudio;
+    s.testingMicrophone = m_testingMicrophone;
+    s.observingRelay = m_observingRelay;
+    s.model = m_model;
+    s.testCallValidated = !m_validatedCallID.value().isNull();
+    return s;
+}
+
+Result<SessionPlan> AppModel::validate(bool phoneMode)
+{
+    refresh();
+    AudioSystem* system = d->dependencies.audioSystem.get();
+    auto readDefault = [system](std::uint32_t selector) -> std::optional<quint32> {
+        Result<std::uint32_t> id = system->readDefault(selector);
+        return id ? std::optional<quint32>(id.value()) : std::nullopt;
+    };
+    ValidationSources sources;
+    sources.defaultInputID = [readDefault] { return readDefault(AudioSelector::defaultInput); };
+    sources.defaultOutputID = [readDefault] { return readDefault(AudioSelector::defaultOutput); };
+    sources.readKey = [this] { return d->keyStore.read(); };
+    return setup::validate(readinessState(), phoneMode, sources);
+}
+
+QStringList AppModel::readinessIssues() const
+{
+    return setup::readinessIssues(readinessState());
+}
+
+int AppModel::setupPercent() const
+{
+    return setup::setupPercent(readinessState());
+}
+
+QString AppModel::recordingsFolder() const
+{
+    return d->folder.recordingsFolder();
+}
+
+} // namespace vemira

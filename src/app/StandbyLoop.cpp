@@ -1,0 +1,137 @@
+#include "app/AppModel.h"
+#include "app/AppModelParts.h"
+
+#include <QPointer>
+
+namespace vemira {
+
+// --- Phase and what the user reads --------------------------------------------------------
+
+void AppModel::setPhase(Phase phase, const QString& status, const QString& detail)
+{
+    QString ownStatus;
+    QString ownDetail;
+    switch (phase) {
+    case Phase::Paused:
+        ownStatus = QStringLiteral("Standard en pause");
+        ownDetail = QStringLiteral("Activez le standard pour répondre aux appels.");
+        break;
+    case Phase::Listening:
+    case Phase::Ringing:
+        ownStatus = QStringLiteral("À l’écoute des appels");
+        ownDetail = QStringLiteral("Décrochage après 3 secondes, lorsque l’IA est prête.");
+        break;
+    case Phase::CoolDown:
+        ownStatus = QStringLiteral("À l’écoute des appels");
+        ownDetail = QStringLiteral("La conversation est conservée sur ce Mac.");
+        break;
+    case Phase::Connecting:
+        ownStatus = QStringLiteral("Connexion à Vemira…");
+        ownDetail = QStringLiteral("Préparation de la conversation");
+        break;
+    case Phase::InCall:
+    case Phase::Intervention:
+    case Phase::Testing: {
+        ownStatus = QStringLiteral("Conversation en cours");
+        ownDetail = (m_call && m_call->phoneSession) ? QStringLiteral("Décrochage demandé")
+                                                     : QStringLiteral("Essai audio démarré");
+        if (m_call && m_call->recorder)
+            ownDetail += QStringLiteral(" · Enregistrement audio actif");
+        break;
+    }
+    }
+    m_phase = phase;
+    m_status = status.isNull() ? ownStatus : status;
+    m_detail = detail.isNull() ? ownDetail : detail;
+}
+
+// --- The standby loop ----------------------------------------------------------------
+
+void AppModel::tick()
+{
+    if (m_guidedSetup)
+        m_guidedSetup->resumeSetupIfReady();
+    m_accessibility = d->dependencies.accessibility->isTrusted();
+    if (m_observingRelay && m_guidedSetup)
+        m_guidedSetup->observeRelay();
+    ageRelayEvidence();
+
+    const double now = m_clock.uptime();
+    if (m_call) {
+        conversationTick(now);
+        return; // one call at a time
+    }
+    standbyTick(now);
+}
+
+void AppModel::standbyTick(double now)
+{
+    if (!m_armed)
+        return;
+    if (!m_accessibility) {
+        m_armed = false;
+        m_error = QStringLiteral("L’autorisation Accessibilité a été retirée.");
+        return;
+    }
+    if (!(now > m_cooldownUntil))
+        return;
+    if (m_phase == Phase::CoolDown)
+        setPhase(Phase::Listening, QString(), m_detail);
+
+    std::optional<IncomingCall> incoming = d->phone->incoming();
+    if (!incoming) {
+        m_ringSince.reset();
+        if (m_phase == Phase::Ringing)
+            setPhase(Phase::Listening, m_status, m_detail);
+        return;
+    }
+    if (!m_ringSince) {
+        m_ringSince = now;
+        setPhase(Phase::Ringing, QString(), QStringLiteral("Appel entrant · ") + incoming->caller);
+    }
+    if (now - *m_ringSince >= kRingConfirmation) {
+        m_ringSince.reset();
+        QPointer<AppModel> self(this);
+        IncomingCall call = *incoming;
+        begin(true, call.caller, [self, call]() -> Status {
+            if (!self)
+                return std::nullopt;
+            return self->d->phone->answer(call);
+        });
+    }
+}
+
+void AppModel::ageRelayEvidence()
+{
+    if (m_lastRelayEvidence.value().isNull() || m_relayEvidenceAged)
+        return;
+    if (m_lastRelayEvidence.value().secsTo(m_clock.now()) > 60) {
+        m_relayEvidenceAged = true;
+        m_relayStatus = QStringLiteral("Dernier appel détecté à ") +
+                        shortTime(m_lastRelayEvidence.value()) +
+                        QStringLiteral(" · connexion actuelle non confirmée");
+    }
+}
+
+void AppModel::toggleArmed()
+{
+    if (m_armed) {
+        m_armed = false;
+        if (m_call)
+            m_status = QStringLiteral("Conversation en cours");
+        else
+            setPhase(Phase::Paused, QString(), m_detail);
+        return;
+    }
+    if (m_call)
+        return;
+    Result<SessionPlan> plan = validate(true);
+    if (!plan) {
+        m_error = plan.error().message();
+        return;
+    }
+    saveSettings();
+    verifyAI(true);
+}
+
+} // namespace vemira
