@@ -1,5 +1,6 @@
 #include "ai/RealtimeClient.h"
 
+#include "ai/MessageRequest.h"
 #include "ai/RealtimeProtocol.h"
 #include "ai/WireBase64.h"
 
@@ -150,6 +151,11 @@ void RealtimeClient::append(const QByteArray& pcm)
 void RealtimeClient::greet()
 {
     send(realtime::greetingRequest());
+}
+
+void RealtimeClient::requestMessage(const QJsonObject& request)
+{
+    send(request);
 }
 
 bool RealtimeClient::updateInstructions(const QString& text)
@@ -382,7 +388,10 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
             const QJsonValue usage = response.value(QLatin1String("usage"));
             m_meter.completed(*id,
                               usage.isObject() ? std::optional(usage.toObject()) : std::nullopt);
+            QPointer<RealtimeClient> self(this);
             pushUsage();
+            if (self && MessageRequest::isAnswer(response))
+                fire(onMessageResponse, response);
         }
     } else if (type == QLatin1String("response.output_audio.delta")) {
         const QJsonValue delta = event.value(QLatin1String("delta"));

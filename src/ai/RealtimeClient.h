@@ -47,6 +47,9 @@ public:
     std::function<void(const QString& message)> onError;
     std::function<void(const ConversationUsage& usage)> onUsage;
     std::function<void()> onInstructionsApplied;
+    // The "response" object of the "response.done" answering requestMessage() (MessageRequest
+    // sets and clears it).
+    std::function<void(const QJsonObject& response)> onMessageResponse;
 
     // Opens a new session (closing any previous one, whose final usage is pushed, then a fresh
     // zero snapshot). Returns at once; readiness comes through onReady. The endpoint host can
@@ -57,6 +60,8 @@ public:
     void append(const QByteArray& pcm);
     // Asks for the first spoken turn.
     void greet();
+    // Sends the request for the call's message (built by MessageRequest).
+    void requestMessage(const QJsonObject& request);
     // Replaces the instructions mid-call; false (nothing sent) when not ready.
     bool updateInstructions(const QString& text);
     // Ends the session. Idempotent; never reports an error.

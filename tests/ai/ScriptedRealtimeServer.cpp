@@ -432,6 +432,8 @@ void ScriptedRealtimeServer::check(QWebSocket* socket, const QJsonObject& event)
             !session[QLatin1String("instructions")].isString())
             violation(QStringLiteral("mid-call session.update repeats or lacks fields: ") +
                       text(event).left(300));
+    } else if (isMessageRequest(event)) {
+        checkMessageRequest(event);
     } else if (type == QLatin1String("response.create")) {
         const QJsonObject response = event.value(QLatin1String("response")).toObject();
         if (!hasExactly(event, {"type", "response"}) || !hasExactly(response, {"instructions"}) ||
@@ -460,6 +462,17 @@ void ScriptedRealtimeServer::reply(QWebSocket* socket, const QJsonObject& event)
     if (type == QLatin1String("session.update") && m_behaviour.confirmSessions) {
         m_confirmedPerSession[socket] = true;
         send(sessionUpdated(event.value(QLatin1String("session")).toObject()));
+    } else if (isMessageRequest(event)) {
+        if (!m_behaviour.messageArguments)
+            return;
+        const QString id = QStringLiteral("resp_%1").arg(m_events.size());
+        const QJsonObject request = event.value(QLatin1String("response")).toObject();
+        send(responseCreated(id));
+        send(functionCallDone(
+            id, request.value(QLatin1String("metadata")).toObject(),
+            request[QLatin1String("tool_choice")][QLatin1String("name")].toString(),
+            *m_behaviour.messageArguments, m_behaviour.messageInputTokens,
+            m_behaviour.messageOutputTokens));
     } else if (type == QLatin1String("response.create") && m_behaviour.answerResponses) {
         const QString id = QStringLiteral("resp_%1").arg(m_events.size());
         send(responseCreated(id));
@@ -568,6 +581,75 @@ QJsonObject ScriptedRealtimeServer::responseDone(const QString& id, qint64 input
                       QJsonObject{{QStringLiteral("total_tokens"), inputTokens + outputTokens},
                                   {QStringLiteral("input_tokens"), inputTokens},
                                   {QStringLiteral("output_tokens"), outputTokens}}}}}};
+}
+
+bool ScriptedRealtimeServer::isMessageRequest(const QJsonObject& event)
+{
+    return event.value(QLatin1String("type")) == QLatin1String("response.create") &&
+           event[QLatin1String("response")].toObject().contains(QLatin1String("tools"));
+}
+
+void ScriptedRealtimeServer::checkMessageRequest(const QJsonObject& event)
+{
+    // Out of the conversation, text only, forced to call the one tool it offers, whose
+    // parameters are the message's seven texts, all required, nothing else allowed.
+    const QJsonObject response = event.value(QLatin1String("response")).toObject();
+    const QJsonArray tools = response.value(QLatin1String("tools")).toArray();
+    const QJsonObject tool = tools.first().toObject();
+    const QJsonObject parameters = tool.value(QLatin1String("parameters")).toObject();
+    const QJsonObject properties = parameters.value(QLatin1String("properties")).toObject();
+    const QJsonObject choice = response.value(QLatin1String("tool_choice")).toObject();
+    const QStringList fields{QStringLiteral("identity"), QStringLiteral("address"),
+                             QStringLiteral("problem"),  QStringLiteral("since"),
+                             QStringLiteral("urgency"),  QStringLiteral("callback"),
+                             QStringLiteral("summary")};
+    bool ok = hasExactly(event, {"type", "response"}) &&
+              hasExactly(response, {"conversation", "output_modalities", "instructions", "tools",
+                                    "tool_choice", "max_output_tokens", "metadata"}) &&
+              response[QLatin1String("conversation")] == QLatin1String("none") &&
+              response[QLatin1String("output_modalities")] == QJsonArray{QStringLiteral("text")} &&
+              response[QLatin1String("instructions")].isString() &&
+              response[QLatin1String("max_output_tokens")].isDouble() &&
+              response[QLatin1String("metadata")].isObject() && tools.size() == 1 &&
+              hasExactly(tool, {"type", "name", "description", "parameters"}) &&
+              tool[QLatin1String("type")] == QLatin1String("function") &&
+              hasExactly(choice, {"type", "name"}) &&
+              choice[QLatin1String("type")] == QLatin1String("function") &&
+              choice[QLatin1String("name")] == tool[QLatin1String("name")] &&
+              parameters[QLatin1String("type")] == QLatin1String("object") &&
+              parameters[QLatin1String("additionalProperties")] == QJsonValue(false) &&
+              properties.keys().size() == fields.size();
+    QStringList required;
+    for (const QJsonValue& name : parameters[QLatin1String("required")].toArray())
+        required.append(name.toString());
+    required.sort();
+    QStringList sorted = fields;
+    sorted.sort();
+    ok = ok && required == sorted;
+    for (const QString& field : fields)
+        ok = ok && properties[field][QLatin1String("type")] == QLatin1String("string");
+    if (!ok)
+        violation(QStringLiteral("malformed message request: ") + text(event).left(600));
+}
+
+QJsonObject ScriptedRealtimeServer::functionCallDone(const QString& id, const QJsonObject& metadata,
+                                                     const QString& tool, const QString& arguments,
+                                                     qint64 inputTokens, qint64 outputTokens)
+{
+    QJsonObject done = responseDone(id, inputTokens, outputTokens);
+    QJsonObject response = done.value(QLatin1String("response")).toObject();
+    response.insert(QStringLiteral("metadata"), metadata);
+    response.insert(QStringLiteral("output_modalities"), QJsonArray{QStringLiteral("text")});
+    response.insert(
+        QStringLiteral("output"),
+        QJsonArray{QJsonObject{{QStringLiteral("id"), QStringLiteral("item_message")},
+                               {QStringLiteral("type"), QStringLiteral("function_call")},
+                               {QStringLiteral("status"), QStringLiteral("completed")},
+                               {QStringLiteral("name"), tool},
+                               {QStringLiteral("call_id"), QStringLiteral("call_message")},
+                               {QStringLiteral("arguments"), arguments}}});
+    done.insert(QStringLiteral("response"), response);
+    return done;
 }
 
 QJsonObject ScriptedRealtimeServer::responseDoneWithoutUsage(const QString& id)

@@ -10,6 +10,7 @@
 #include <QWebSocketProtocol>
 #include <functional>
 #include <memory>
+#include <optional>
 
 class QTcpServer;
 class QTcpSocket;
@@ -56,6 +57,12 @@ public:
         QString replyTranscript = QStringLiteral("Bonjour, que puis-je faire pour vous ?");
         qint64 replyInputTokens = 120;
         qint64 replyOutputTokens = 80;
+        // On the request for the call's message (a response.create with the message tool):
+        // "response.created" then "response.done" whose output is one call of the tool with
+        // these arguments, as given (any text, even broken JSON). Unset: never answered.
+        std::optional<QString> messageArguments;
+        qint64 messageInputTokens = 900;
+        qint64 messageOutputTokens = 60;
     };
 
     struct Handshake {
@@ -114,6 +121,12 @@ public:
     static QJsonObject responseCreated(const QString& id);
     static QJsonObject responseDone(const QString& id, qint64 inputTokens, qint64 outputTokens);
     static QJsonObject responseDoneWithoutUsage(const QString& id);
+    // The answer to a message request: one function call of `tool` with `arguments`.
+    static QJsonObject functionCallDone(const QString& id, const QJsonObject& metadata,
+                                        const QString& tool, const QString& arguments,
+                                        qint64 inputTokens, qint64 outputTokens);
+    // Whether a client's response.create asks for the call's message (it carries tools).
+    static bool isMessageRequest(const QJsonObject& event);
     static QJsonObject audioDelta(const QByteArray& pcm);
     static QJsonObject aiTranscript(const QString& text);
     static QJsonObject callerTranscript(const QString& text);
@@ -126,6 +139,7 @@ private:
     void sessionOpened();
     void frameReceived(QWebSocket* socket, const QString& text);
     void check(QWebSocket* socket, const QJsonObject& event);
+    void checkMessageRequest(const QJsonObject& event);
     void reply(QWebSocket* socket, const QJsonObject& event);
     void violation(const QString& what);
     static QString text(const QJsonObject& object);
