@@ -1,6 +1,4 @@
 # The phone application's accessibility tree, through AXUIElement and NSWorkspace.
 add_library(vemira_platform_phone STATIC ${CMAKE_CURRENT_LIST_DIR}/phone/AXAccessibility.mm)
-set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/phone/AXAccessibility.mm
-    PROPERTIES COMPILE_OPTIONS "-fobjc-arc")
 target_link_libraries(vemira_platform_phone PUBLIC vemira_phone Qt6::Core
     PRIVATE "-framework AppKit" "-framework ApplicationServices")

@@ -3,13 +3,15 @@
 // (echo cancellation and automatic gain) on the system defaults.
 //
 // Threads: AudioEngine methods on the main thread; the input and render callbacks on Core
-// Audio's I/O threads; device listeners on a private serial queue, which only clear the
-// running flags and stop the unit.
+// Audio's I/O threads; device listeners on a private serial queue, which only compare the
+// device with what was opened, clear the running flags and stop the unit.
+//
+// Built with ARC: the listener blocks and the queue are Objective-C objects owned by the engine.
 #include "audio/AudioDeviceIO.h"
+#include "audio/CoreAudioRules.h"
 #include "platform/macos/audio/CoreAudioProperties.h"
 
 #include <AudioToolbox/AudioToolbox.h>
-#include <Block.h>
 #include <CoreAudio/CoreAudio.h>
 #include <atomic>
 #include <dispatch/dispatch.h>
@@ -21,11 +23,6 @@ namespace {
 
 constexpr AudioUnitElement kOutputBus = 0;
 constexpr AudioUnitElement kInputBus = 1;
-
-AppError startFailure(OSStatus status)
-{
-    return AppError::withStatus(QStringLiteral("Le son du Mac n’a pas pu démarrer"), status);
-}
 
 AudioStreamBasicDescription floatFormat(const DeviceFormat& format)
 {
@@ -46,15 +43,18 @@ public:
     struct Side {
         AudioUnit unit = nullptr;
         AudioObjectID device = kAudioObjectUnknown;
-        DeviceFormat format;
+        AudioObjectPropertyScope scope = kAudioObjectPropertyScopeGlobal;
+        DeviceFormat format; // what the unit hands us or takes from us
+        DeviceFormat opened; // the device's own format when the unit was set up
         std::atomic<bool> running{false};
     };
 
     ~CoreAudioEngine() override
     {
+        // First: once removed and drained, no listener block can reach this engine.
+        removeListeners();
         stopCapture();
         stopPlayback();
-        removeListeners();
         for (AudioUnit unit : {m_capture.unit, m_playback.unit}) {
             if (unit && unit != m_shared) {
                 AudioUnitUninitialize(unit);
@@ -65,8 +65,6 @@ public:
             AudioUnitUninitialize(m_shared);
             AudioComponentInstanceDispose(m_shared);
         }
-        if (m_queue)
-            dispatch_release(m_queue);
     }
 
     static Result<std::unique_ptr<AudioEngine>> open(const AudioEngineRequest& request);
@@ -74,18 +72,9 @@ public:
     bool hasCapture() const override { return m_capture.unit != nullptr; }
     bool hasPlayback() const override { return m_playback.unit != nullptr; }
     bool isDuplex() const override { return m_shared != nullptr; }
-    DeviceFormat captureFormat() const override
-    {
-        return m_capture.unit
-                   ? coreaudio::deviceFormat(m_capture.device, kAudioObjectPropertyScopeInput)
-                   : DeviceFormat{};
-    }
-    DeviceFormat playbackFormat() const override
-    {
-        return m_playback.unit
-                   ? coreaudio::deviceFormat(m_playback.device, kAudioObjectPropertyScopeOutput)
-                   : DeviceFormat{};
-    }
+    // The device's current format as the unit would deliver it now.
+    DeviceFormat captureFormat() const override { return clientFormat(m_capture); }
+    DeviceFormat playbackFormat() const override { return clientFormat(m_playback); }
     void setCaptureCallback(CaptureCallback callback) override
     {
         m_captureCallback = std::move(callback);
@@ -113,7 +102,7 @@ private:
         if (!(m_shared && other.running.load())) {
             const OSStatus status = AudioOutputUnitStart(side.unit);
             if (status != noErr)
-                return startFailure(status);
+                return coreaudio::startFailure(status);
         }
         side.running.store(true);
         if (m_shared)
@@ -164,6 +153,14 @@ private:
         return noErr;
     }
 
+    DeviceFormat clientFormat(const Side& side) const
+    {
+        if (!side.unit)
+            return {};
+        const DeviceFormat device = coreaudio::deviceFormat(side.device, side.scope);
+        return m_shared ? coreaudio::voiceProcessingFormat(device) : device;
+    }
+
     // The device went away or changed its format: the unit is stopped and the owner told
     // through the running flags; the formats then say whether a plain restart will do.
     void watch(AudioObjectID device)
@@ -171,28 +168,42 @@ private:
         if (!m_queue)
             m_queue = dispatch_queue_create("vemira.audio.devices", DISPATCH_QUEUE_SERIAL);
         for (AudioObjectPropertySelector selector :
-             {kAudioDevicePropertyDeviceIsAlive, kAudioDevicePropertyNominalSampleRate,
-              kAudioDevicePropertyStreamConfiguration}) {
+             {AudioObjectPropertySelector(kAudioDevicePropertyDeviceIsAlive),
+              AudioObjectPropertySelector(kAudioDevicePropertyNominalSampleRate),
+              AudioObjectPropertySelector(kAudioDevicePropertyStreamConfiguration)}) {
             const AudioObjectPropertyAddress address{selector, kAudioObjectPropertyScopeWildcard,
                                                      kAudioObjectPropertyElementWildcard};
+            // One block object, kept: removal only matches the very block that was added.
             AudioObjectPropertyListenerBlock block = ^(UInt32, const AudioObjectPropertyAddress*) {
-              for (Side* side : {&m_capture, &m_playback}) {
-                  if (side->device == device && side->running.exchange(false))
-                      AudioOutputUnitStop(side->unit);
-              }
+              deviceNotified(device);
             };
             if (AudioObjectAddPropertyListenerBlock(device, &address, m_queue, block) == noErr)
-                m_listeners.push_back({device, address, Block_copy(block)});
+                m_listeners.push_back({device, address, block});
+        }
+    }
+
+    // On the listener queue.
+    void deviceNotified(AudioObjectID device)
+    {
+        for (Side* side : {&m_capture, &m_playback}) {
+            if (side->device != device || !side->unit)
+                continue;
+            const coreaudio::DeviceState now{coreaudio::isAlive(device),
+                                             coreaudio::deviceFormat(device, side->scope)};
+            if (!coreaudio::deviceChanged({true, side->opened}, now))
+                continue;
+            if (side->running.exchange(false))
+                AudioOutputUnitStop(side->unit);
+            if (m_shared) // one unit both ways
+                (side == &m_capture ? m_playback : m_capture).running.store(false);
         }
     }
 
     void removeListeners()
     {
-        for (Listener& listener : m_listeners) {
+        for (const Listener& listener : m_listeners)
             AudioObjectRemovePropertyListenerBlock(listener.device, &listener.address, m_queue,
                                                    listener.block);
-            Block_release(listener.block);
-        }
         m_listeners.clear();
         if (m_queue)
             dispatch_sync(m_queue, ^{
@@ -220,6 +231,7 @@ private:
     static Status makeUnit(OSType subtype, AudioUnit* unit);
     Status prepareCapture(AudioUnit unit, AudioObjectID device, bool select);
     Status preparePlayback(AudioUnit unit, AudioObjectID device, bool select);
+    Status prepareVoiceProcessing(AudioObjectID input, AudioObjectID output);
 };
 
 Status CoreAudioEngine::makeUnit(OSType subtype, AudioUnit* unit)
@@ -234,15 +246,17 @@ Status CoreAudioEngine::makeUnit(OSType subtype, AudioUnit* unit)
     return std::nullopt;
 }
 
+// `select`: an AUHAL unit, on which input is switched on, output off and the device chosen.
+// Otherwise the voice-processing unit, which runs both ways on the system defaults already.
 Status CoreAudioEngine::prepareCapture(AudioUnit unit, AudioObjectID device, bool select)
 {
-    const UInt32 on = 1;
-    OSStatus status = AudioUnitSetProperty(unit, kAudioOutputUnitProperty_EnableIO,
-                                           kAudioUnitScope_Input, kInputBus, &on, sizeof(on));
-    if (status != noErr)
-        return AudioDeviceIO::selectFailure(status);
+    OSStatus status = noErr;
     if (select) {
-        const UInt32 off = 0;
+        const UInt32 on = 1, off = 0;
+        status = AudioUnitSetProperty(unit, kAudioOutputUnitProperty_EnableIO,
+                                      kAudioUnitScope_Input, kInputBus, &on, sizeof(on));
+        if (status != noErr)
+            return AudioDeviceIO::selectFailure(status);
         AudioUnitSetProperty(unit, kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Output,
                              kOutputBus, &off, sizeof(off));
         status = AudioUnitSetProperty(unit, kAudioOutputUnitProperty_CurrentDevice,
@@ -252,21 +266,26 @@ Status CoreAudioEngine::prepareCapture(AudioUnit unit, AudioObjectID device, boo
     }
     m_capture.unit = unit;
     m_capture.device = device;
-    m_capture.format = coreaudio::deviceFormat(device, kAudioObjectPropertyScopeInput);
+    m_capture.scope = kAudioObjectPropertyScopeInput;
+    m_capture.opened = coreaudio::deviceFormat(device, kAudioObjectPropertyScopeInput);
+    m_capture.format =
+        select ? m_capture.opened : coreaudio::voiceProcessingFormat(m_capture.opened);
     if (!m_capture.format.isUsable())
         return AudioDeviceIO::deviceUnavailable();
     m_captureChannels = m_capture.format.channels;
     m_captureBuffer.assign(std::size_t(maxBlockFrames) * std::size_t(m_captureChannels), 0.0f);
-    // What the unit hands us on its output scope of the input bus: the device's own format.
+    // What the unit hands us on the output scope of the input bus.
     const AudioStreamBasicDescription format = floatFormat(m_capture.format);
     status = AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Output,
                                   kInputBus, &format, sizeof(format));
     if (status != noErr)
-        return AudioDeviceIO::selectFailure(status);
+        return select ? AudioDeviceIO::selectFailure(status) : coreaudio::echoFailure(status);
     const AURenderCallbackStruct callback{&CoreAudioEngine::onInput, this};
     status = AudioUnitSetProperty(unit, kAudioOutputUnitProperty_SetInputCallback,
                                   kAudioUnitScope_Global, 0, &callback, sizeof(callback));
-    return status == noErr ? Status() : AudioDeviceIO::selectFailure(status);
+    if (status == noErr)
+        return std::nullopt;
+    return select ? AudioDeviceIO::selectFailure(status) : coreaudio::echoFailure(status);
 }
 
 Status CoreAudioEngine::preparePlayback(AudioUnit unit, AudioObjectID device, bool select)
@@ -280,7 +299,10 @@ Status CoreAudioEngine::preparePlayback(AudioUnit unit, AudioObjectID device, bo
     }
     m_playback.unit = unit;
     m_playback.device = device;
-    m_playback.format = coreaudio::deviceFormat(device, kAudioObjectPropertyScopeOutput);
+    m_playback.scope = kAudioObjectPropertyScopeOutput;
+    m_playback.opened = coreaudio::deviceFormat(device, kAudioObjectPropertyScopeOutput);
+    m_playback.format =
+        select ? m_playback.opened : coreaudio::voiceProcessingFormat(m_playback.opened);
     if (!m_playback.format.isUsable())
         return AudioDeviceIO::deviceUnavailable();
     m_playbackChannels = m_playback.format.channels;
@@ -288,11 +310,55 @@ Status CoreAudioEngine::preparePlayback(AudioUnit unit, AudioObjectID device, bo
     status = AudioUnitSetProperty(unit, kAudioUnitProperty_StreamFormat, kAudioUnitScope_Input,
                                   kOutputBus, &format, sizeof(format));
     if (status != noErr)
-        return AudioDeviceIO::selectFailure(status);
+        return select ? AudioDeviceIO::selectFailure(status) : coreaudio::echoFailure(status);
     const AURenderCallbackStruct callback{&CoreAudioEngine::onRender, this};
     status = AudioUnitSetProperty(unit, kAudioUnitProperty_SetRenderCallback, kAudioUnitScope_Input,
                                   kOutputBus, &callback, sizeof(callback));
-    return status == noErr ? Status() : AudioDeviceIO::selectFailure(status);
+    if (status == noErr)
+        return std::nullopt;
+    return select ? AudioDeviceIO::selectFailure(status) : coreaudio::echoFailure(status);
+}
+
+// On macOS the voice-processing unit runs both ways on the system defaults, input and output
+// on by default. What we ask beyond that is optional: a setting this macOS does not take
+// leaves the unit's default, which is already what we want, and the conversation goes on.
+Status CoreAudioEngine::prepareVoiceProcessing(AudioObjectID input, AudioObjectID output)
+{
+    if (Status failed = makeUnit(kAudioUnitSubType_VoiceProcessingIO, &m_shared))
+        return failed;
+    struct Setting {
+        AudioUnitPropertyID property;
+        AudioUnitScope scope;
+        AudioUnitElement element;
+        UInt32 value;
+    };
+    const Setting settings[] = {
+        {kAudioOutputUnitProperty_EnableIO, kAudioUnitScope_Input, kInputBus, 1},
+        {kAUVoiceIOProperty_BypassVoiceProcessing, kAudioUnitScope_Global, 0, 0},
+        {kAUVoiceIOProperty_VoiceProcessingEnableAGC, kAudioUnitScope_Global, 0, 1},
+        {kAUVoiceIOProperty_MuteOutput, kAudioUnitScope_Global, 0, 0},
+    };
+    for (const Setting& setting : settings) {
+        const OSStatus status =
+            AudioUnitSetProperty(m_shared, setting.property, setting.scope, setting.element,
+                                 &setting.value, sizeof(setting.value));
+        if (status != noErr && !coreaudio::isRefusedSetting(status))
+            return coreaudio::echoFailure(status);
+    }
+    // The unit lowers every other sound of the Mac while it runs (the manager listening to the
+    // call through the same Mac): ask for the least it allows.
+    if (@available(macOS 14.0, *)) {
+        const AUVoiceIOOtherAudioDuckingConfiguration ducking{false,
+                                                              kAUVoiceIOOtherAudioDuckingLevelMin};
+        const OSStatus status =
+            AudioUnitSetProperty(m_shared, kAUVoiceIOProperty_OtherAudioDuckingConfiguration,
+                                 kAudioUnitScope_Global, 0, &ducking, sizeof(ducking));
+        if (status != noErr && !coreaudio::isRefusedSetting(status))
+            return coreaudio::echoFailure(status);
+    }
+    if (Status failed = prepareCapture(m_shared, input, false))
+        return failed;
+    return preparePlayback(m_shared, output, false);
 }
 
 class CoreAudioDeviceIO final : public AudioDeviceIO {
@@ -303,28 +369,8 @@ public:
         const UInt32 maxFrames = UInt32(AudioEngine::maxBlockFrames);
         if (request.conversationOnComputer && request.inputDeviceID && request.outputDeviceID) {
             // Voice processing works on the system defaults, which the caller has set.
-            if (Status failed = CoreAudioEngine::makeUnit(kAudioUnitSubType_VoiceProcessingIO,
-                                                          &engine->m_shared))
-                return *failed;
-            const UInt32 off = 0, on = 1;
-            OSStatus status =
-                AudioUnitSetProperty(engine->m_shared, kAUVoiceIOProperty_BypassVoiceProcessing,
-                                     kAudioUnitScope_Global, kInputBus, &off, sizeof(off));
-            if (status == noErr)
-                status = AudioUnitSetProperty(engine->m_shared, kAUVoiceIOProperty_MuteOutput,
-                                              kAudioUnitScope_Global, kInputBus, &off, sizeof(off));
-            if (status == noErr)
-                status = AudioUnitSetProperty(engine->m_shared,
-                                              kAUVoiceIOProperty_VoiceProcessingEnableAGC,
-                                              kAudioUnitScope_Global, kInputBus, &on, sizeof(on));
-            if (status != noErr)
-                return AppError::withStatus(
-                    QStringLiteral("Impossible d’activer l’annulation d’écho du Mac"), status);
             if (Status failed =
-                    engine->prepareCapture(engine->m_shared, *request.inputDeviceID, false))
-                return *failed;
-            if (Status failed =
-                    engine->preparePlayback(engine->m_shared, *request.outputDeviceID, false))
+                    engine->prepareVoiceProcessing(*request.inputDeviceID, *request.outputDeviceID))
                 return *failed;
         } else {
             if (request.inputDeviceID) {
@@ -358,7 +404,7 @@ public:
                                  kAudioUnitScope_Global, 0, &maxFrames, sizeof(maxFrames));
             const OSStatus status = AudioUnitInitialize(engine->m_shared);
             if (status != noErr)
-                return AudioDeviceIO::selectFailure(status);
+                return coreaudio::echoFailure(status);
         }
         if (engine->m_capture.unit)
             engine->watch(engine->m_capture.device);

@@ -19,6 +19,8 @@ inline AudioObjectPropertyAddress globalAddress(AudioObjectPropertySelector sele
 QString stringProperty(AudioObjectID object, AudioObjectPropertySelector selector);
 // The device has at least one stream in that scope (input or output).
 bool hasStreams(AudioObjectID device, AudioObjectPropertyScope scope);
+// False when the device is gone or its state cannot be read.
+bool isAlive(AudioObjectID device);
 // Nominal rate and channel count of one direction; unusable when unreadable.
 DeviceFormat deviceFormat(AudioObjectID device, AudioObjectPropertyScope scope);
 

@@ -25,6 +25,15 @@ bool hasStreams(AudioObjectID device, AudioObjectPropertyScope scope)
     return AudioObjectGetPropertyDataSize(device, &address, 0, nullptr, &size) == noErr && size > 0;
 }
 
+bool isAlive(AudioObjectID device)
+{
+    const AudioObjectPropertyAddress address = globalAddress(kAudioDevicePropertyDeviceIsAlive);
+    UInt32 alive = 0;
+    UInt32 size = sizeof(alive);
+    return AudioObjectGetPropertyData(device, &address, 0, nullptr, &size, &alive) == noErr &&
+           alive != 0;
+}
+
 DeviceFormat deviceFormat(AudioObjectID device, AudioObjectPropertyScope scope)
 {
     Float64 rate = 0;
