@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test suite: the normal build, the AddressSanitizer +
-# UndefinedBehaviorSanitizer build, the ThreadSanitizer build of the audio tests, and
+# Compiles the macOS backends against the SDK model, builds everything and runs every test
+# suite: the normal build, the AddressSanitizer + UndefinedBehaviorSanitizer build, the ThreadSanitizer build of the audio tests, and
 # the fuzz targets for a bounded time. Exits non-zero on the first failure.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 "$root/scripts/install-deps.sh"
 jobs=$(nproc)
+
+echo "== macOS backends against the SDK model"
+"$root/scripts/check-macos.sh"
 
 echo "== build and test"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DVEMIRA_BUILD_BENCH=ON >/dev/null

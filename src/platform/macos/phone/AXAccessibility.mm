@@ -7,6 +7,7 @@
 #import <AppKit/AppKit.h>
 #include <ApplicationServices/ApplicationServices.h>
 #include <QString>
+#include <dispatch/dispatch.h>
 
 namespace vemira {
 
