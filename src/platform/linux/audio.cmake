@@ -10,6 +10,7 @@ add_library(vemira_platform_audio STATIC
     audio/PulseDeviceIO.cpp
     audio/PulseDeviceTable.cpp
     audio/PulseEngine.cpp
-    audio/PulseStreamRouter.cpp)
+    audio/PulseStreamRouter.cpp
+    audio/PulseVirtualDevices.cpp)
 target_link_libraries(vemira_platform_audio PUBLIC vemira_audio vemira_audio_probes vemira_options
     PkgConfig::PULSE PkgConfig::VEMIRA_PA_SPEEXDSP)

@@ -1,0 +1,183 @@
+// The virtual call devices made, checked and removed by the application on a real PulseAudio
+// daemon, and the start-up file that makes them again, proved by starting a daemon with it.
+#include "PulseDaemon.h"
+#include "audio/AudioSystem.h"
+#include "audio/SoundDevice.h"
+#include "platform/linux/audio/PulseVirtualDevices.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace vemira;
+using vemira::pulse::PulseVirtualDevices;
+
+class PulseVirtualDevicesTest : public QObject {
+    Q_OBJECT
+
+private:
+    PulseDaemon m_daemon;
+    QTemporaryDir m_config;
+
+    // Sink name → "description format" of the server this process talks to (the description
+    // as the application lists it; pactl's JSON output mangles non-ASCII text).
+    static QMap<QString, QString> sinksOf(const QString& shortList)
+    {
+        QMap<QString, QString> names;
+        for (const SoundDevice& device : createPlatformAudioSystem()->devices())
+            names.insert(device.uid, device.name);
+        QMap<QString, QString> sinks;
+        for (const QString& line : shortList.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+            const QStringList fields = line.split(QLatin1Char('\t'));
+            if (fields.size() >= 4)
+                sinks.insert(fields.at(1),
+                             names.value(fields.at(1)) + QLatin1Char(' ') + fields.at(3));
+        }
+        return sinks;
+    }
+
+    QMap<QString, QString> sinks() const
+    {
+        return sinksOf(m_daemon.pactl(
+            {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sinks")}));
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        const QString failure = m_daemon.start();
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+        QVERIFY(m_config.isValid());
+    }
+
+    void cleanupTestCase() { m_daemon.stop(); }
+
+    // Removed and made again without touching the user's own virtual cable or defaults, at the
+    // driver's format and names; a device of another format is reported.
+    void makesChecksAndRemovesOnlyItsDevices()
+    {
+        PulseVirtualDevices devices(m_config.path());
+        QVERIFY(!devices.check());
+        const int cable = m_daemon.loadNullSink(QStringLiteral("user.cable"),
+                                                QStringLiteral("Câble virtuel"), 44100, 1);
+        QVERIFY(cable >= 0);
+        QVERIFY(!m_daemon.pactl({QStringLiteral("set-default-sink"), QStringLiteral("user.cable")})
+                     .isNull());
+
+        QVERIFY(!devices.remove());
+        QCOMPARE(sinks().keys(),
+                 (QStringList{QStringLiteral("user.cable"), QStringLiteral("vemira.desk")}));
+        QCOMPARE(devices.check()->message(),
+                 QStringLiteral("L’appareil audio virtuel « Brelian — Appel vers IA » n’existe "
+                                "pas encore."));
+        QVERIFY(!devices.remove()); // nothing left to remove is no failure
+
+        QVERIFY(!devices.create());
+        QVERIFY(!devices.create()); // made once only
+        const QMap<QString, QString> made = sinks();
+        QCOMPARE(made.size(), 4);
+        QCOMPARE(made.value(BrelianDevices::callUID()),
+                 QStringLiteral("Brelian — Appel vers IA s16le 2ch 48000Hz"));
+        QCOMPARE(made.value(BrelianDevices::voiceUID()),
+                 QStringLiteral("Brelian — IA vers appel s16le 2ch 48000Hz"));
+        QVERIFY(!devices.check());
+        QCOMPARE(m_daemon.defaultSink(), QStringLiteral("user.cable"));
+        QCOMPARE(m_daemon.defaultSource(), QStringLiteral("vemira.desk.monitor"));
+
+        // A device left at another rate makes a softphone send silence: say so.
+        QVERIFY(!devices.remove());
+        const int odd =
+            m_daemon.loadNullSink(BrelianDevices::callUID(), QStringLiteral("Ancien"), 44100, 2);
+        QVERIFY(odd >= 0);
+        QVERIFY(!devices.create());
+        QCOMPARE(devices.check()->message(),
+                 QStringLiteral("L’appareil audio virtuel « Brelian — Appel vers IA » n’est pas "
+                                "en 48 kHz stéréo : supprimez-le puis créez-le à nouveau."));
+        QVERIFY(!devices.remove());
+        QVERIFY(!devices.create());
+        QVERIFY(!devices.check());
+        QVERIFY(m_daemon.unloadModule(cable));
+    }
+
+    // The start-up file keeps the user's own script, is included once, and a daemon started
+    // with it has both devices; forgetting it removes it.
+    void persistsForTheNextStartOnlyWhenAsked()
+    {
+        PulseVirtualDevices devices(m_config.path());
+        QVERIFY(!devices.persistent());
+        const QString userScript = m_config.filePath(QStringLiteral("pulse/default.pa"));
+        QVERIFY(QDir().mkpath(m_config.filePath(QStringLiteral("pulse"))));
+        {
+            QFile file(userScript);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(".include /etc/pulse/default.pa\nload-module module-echo-cancel");
+        }
+        const Result<QString> written = devices.persist();
+        QVERIFY(written.ok());
+        QCOMPARE(written.value(), devices.pulseDropIn());
+        QVERIFY(devices.persist().ok());
+        QVERIFY(devices.persistent());
+        QFile script(userScript);
+        QVERIFY(script.open(QIODevice::ReadOnly));
+        const QByteArray text = script.readAll();
+        QVERIFY(
+            text.startsWith(".include /etc/pulse/default.pa\nload-module module-echo-cancel\n"));
+        const QByteArray folder = QFileInfo(devices.pulseDropIn()).absolutePath().toUtf8();
+        QCOMPARE(text.count(".include " + folder), 1);
+
+        // A fresh daemon that runs the drop-in.
+        QTemporaryDir runtime(QDir::temp().filePath(QStringLiteral("vpp-XXXXXX")));
+        const QString socket = runtime.filePath(QStringLiteral("native"));
+        const QString start = runtime.filePath(QStringLiteral("start.pa"));
+        {
+            QFile file(start);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("load-module module-native-protocol-unix auth-anonymous=1 socket=" +
+                       socket.toUtf8() + "\n.include " + devices.pulseDropIn().toUtf8() + "\n");
+        }
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
+        env.insert(QStringLiteral("PULSE_SERVER"), QStringLiteral("unix:") + socket);
+        QProcess daemon;
+        daemon.setProcessEnvironment(env);
+        daemon.start(QStringLiteral("pulseaudio"),
+                     {QStringLiteral("-n"), QStringLiteral("-F"), start,
+                      QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--daemonize=no"),
+                      QStringLiteral("--system=no")});
+        QVERIFY(daemon.waitForStarted());
+        QProcess pactl;
+        pactl.setProcessEnvironment(env);
+        QMap<QString, QString> started;
+        const QByteArray ours = qgetenv("PULSE_SERVER");
+        qputenv("PULSE_SERVER", env.value(QStringLiteral("PULSE_SERVER")).toUtf8());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            [&] {
+                pactl.start(
+                    QStringLiteral("pactl"),
+                    {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sinks")});
+                pactl.waitForFinished();
+                started = sinksOf(QString::fromUtf8(pactl.readAllStandardOutput()));
+                return started.size() == 2;
+            }(),
+            10000);
+        qputenv("PULSE_SERVER", ours);
+        daemon.terminate();
+        daemon.waitForFinished();
+        QCOMPARE(started.value(BrelianDevices::callUID()),
+                 QStringLiteral("Brelian — Appel vers IA s16le 2ch 48000Hz"));
+        QCOMPARE(started.value(BrelianDevices::voiceUID()),
+                 QStringLiteral("Brelian — IA vers appel s16le 2ch 48000Hz"));
+
+        QVERIFY(!devices.forget());
+        QVERIFY(!devices.persistent());
+        QVERIFY(!QFile::exists(devices.pulseDropIn()));
+    }
+};
+
+QTEST_GUILESS_MAIN(PulseVirtualDevicesTest)
+#include "tst_pulse_virtual_devices.moc"
