@@ -65,7 +65,22 @@ QString transcriptDocument(const CallRecord& record, const QLocale& locale)
            QStringLiteral("Numéro affiché : ") + record.phoneLabel() + u'\n' +
            QStringLiteral("Dossier : ") + record.folderLabel() + u'\n' + QStringLiteral("État : ") +
            record.statusLabel() + u'\n' + u'\n' + QStringLiteral("TRANSCRIPTION\n") + body + u'\n' +
-           u'\n' + QStringLiteral("NOTE DU GESTIONNAIRE\n") + note;
+           u'\n' + QStringLiteral("NOTE DU GESTIONNAIRE\n") + note +
+           (record.message ? QStringLiteral("\n\n") + messageSection(*record.message) : QString());
+}
+
+QString messageSection(const CallMessage& message)
+{
+    const auto field = [](const QString& label, const QString& value) {
+        return label + QStringLiteral(" : ") +
+               (value.isEmpty() ? QStringLiteral("Non précisé") : value);
+    };
+    return QStringLiteral("MESSAGE\n") + field(QStringLiteral("Nom"), message.identity) + u'\n' +
+           field(QStringLiteral("Adresse"), message.address) + u'\n' +
+           field(QStringLiteral("Problème"), message.problem) + u'\n' +
+           field(QStringLiteral("Depuis"), message.since) + u'\n' +
+           field(QStringLiteral("Urgence"), message.urgency) + u'\n' +
+           field(QStringLiteral("Rappel"), message.callback);
 }
 
 QString transcriptFileName(const CallRecord& record)

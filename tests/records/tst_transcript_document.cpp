@@ -15,6 +15,7 @@ private Q_SLOTS:
     void displayedNumber_data();
     void displayedNumber();
     void fileNames();
+    void messageSectionAfterTheNote();
 };
 
 void TranscriptDocumentTest::fullDocumentByteForByte()
@@ -46,6 +47,36 @@ void TranscriptDocumentTest::fullDocumentByteForByte()
     const QString english = transcriptDocument(record, QLocale(QStringLiteral("en_US")));
     QVERIFY(english.contains(QStringLiteral("Date : Saturday, March 14, 2026 12:50:00 PM\n")));
     QVERIFY(english.startsWith(QStringLiteral("TRANSCRIPTION D’APPEL — VEMIRA\nRéférence : ")));
+}
+
+void TranscriptDocumentTest::messageSectionAfterTheNote()
+{
+    CallRecord record =
+        test::fixedRecord(QStringLiteral("0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0"), 795181800);
+    const QLocale french(QStringLiteral("fr_FR"));
+    const QString withoutMessage = transcriptDocument(record, french);
+    record.message = CallMessage{QStringLiteral("Jean Dupuis"),
+                                 QString(),
+                                 QStringLiteral("Fuite d’eau sous l’évier"),
+                                 QStringLiteral("ce matin"),
+                                 QStringLiteral("Urgent"),
+                                 QStringLiteral("06 12 34 56 78"),
+                                 QStringLiteral("Résumé")};
+    // The older document stays byte for byte the start; the section follows the note.
+    QCOMPARE(transcriptDocument(record, french),
+             withoutMessage + QStringLiteral("\n\nMESSAGE\n"
+                                             "Nom : Jean Dupuis\n"
+                                             "Adresse : Non précisé\n"
+                                             "Problème : Fuite d’eau sous l’évier\n"
+                                             "Depuis : ce matin\n"
+                                             "Urgence : Urgent\n"
+                                             "Rappel : 06 12 34 56 78"));
+    record.message = CallMessage{};
+    QVERIFY(transcriptDocument(record, french)
+                .endsWith(QStringLiteral("Rappeler demain\n\nMESSAGE\nNom : Non précisé\n"
+                                         "Adresse : Non précisé\nProblème : Non précisé\n"
+                                         "Depuis : Non précisé\nUrgence : Non précisé\n"
+                                         "Rappel : Non précisé")));
 }
 
 void TranscriptDocumentTest::emptyRecordUsesThePlaceholders()

@@ -25,6 +25,8 @@ struct ScriptLine {
 struct ConversationScript {
     QString callerNumber;
     QList<ScriptLine> lines;
+    // The message the caller's lines leave, as the model would fill it in (JSON text).
+    QByteArray message;
 
     QList<ScriptLine> linesOf(ScriptLine::Role role) const;
 

@@ -23,8 +23,8 @@ StandinSession::StandinSession(QWebSocket* socket, const ConversationScript& scr
                                MarksFile& marks, QObject* parent)
     : QObject(parent), m_socket(socket),
       m_assistantLines(script.linesOf(ScriptLine::Role::Assistant)),
-      m_callerLines(script.linesOf(ScriptLine::Role::Caller)), m_index(index), m_marks(marks),
-      m_detector(kSilenceSamples)
+      m_callerLines(script.linesOf(ScriptLine::Role::Caller)), m_message(script.message),
+      m_index(index), m_marks(marks), m_detector(kSilenceSamples)
 {
     m_sessionMarks.insert(QStringLiteral("connected"), monotonicNs());
     m_sessionMarks.insert(QStringLiteral("authorization"),
@@ -82,6 +82,9 @@ void StandinSession::receive(const QString& text)
               {QStringLiteral("session"), session}});
         if (!m_sessionMarks.contains(QStringLiteral("readySent")))
             mark(QStringLiteral("readySent"), monotonicNs());
+    } else if (type == QLatin1String("response.create") &&
+               event[QLatin1String("response")].toObject().contains(QLatin1String("tools"))) {
+        answerMessageRequest(event.value(QStringLiteral("response")).toObject(), arrived);
     } else if (type == QLatin1String("response.create")) {
         mark(QStringLiteral("greetRequested"), arrived);
         startResponse();
@@ -212,6 +215,53 @@ void StandinSession::finishResponse()
                                     {QStringLiteral("output_token_details"),
                                      QJsonObject{{QStringLiteral("text_tokens"), textOut},
                                                  {QStringLiteral("audio_tokens"), audioOut}}}}}}}});
+}
+
+void StandinSession::answerMessageRequest(const QJsonObject& request, qint64 arrivedNs)
+{
+    // The model fills in the forced tool call from the conversation; here the script says what
+    // the caller's lines hold. Out of the conversation, text only: no audio, no transcript.
+    mark(QStringLiteral("messageRequested"), arrivedNs);
+    const QString id = QStringLiteral("resp_message");
+    const QString tool = request[QLatin1String("tool_choice")][QLatin1String("name")].toString();
+    const QString arguments = QString::fromUtf8(m_message);
+    send({{QStringLiteral("type"), QStringLiteral("response.created")},
+          {QStringLiteral("response"),
+           QJsonObject{{QStringLiteral("id"), id},
+                       {QStringLiteral("object"), QStringLiteral("realtime.response")},
+                       {QStringLiteral("status"), QStringLiteral("in_progress")}}}});
+    send({{QStringLiteral("type"), QStringLiteral("response.function_call_arguments.done")},
+          {QStringLiteral("response_id"), id},
+          {QStringLiteral("item_id"), QStringLiteral("item_message")},
+          {QStringLiteral("output_index"), 0},
+          {QStringLiteral("call_id"), QStringLiteral("call_message")},
+          {QStringLiteral("name"), tool},
+          {QStringLiteral("arguments"), arguments}});
+    // The whole conversation is read again: text tokens of the order of its length.
+    const int inputTokens = 1200 + 60 * (m_nextAssistant + m_nextCaller);
+    const int outputTokens = int(arguments.size() / 4) + 1;
+    send({{QStringLiteral("type"), QStringLiteral("response.done")},
+          {QStringLiteral("response"),
+           QJsonObject{
+               {QStringLiteral("id"), id},
+               {QStringLiteral("object"), QStringLiteral("realtime.response")},
+               {QStringLiteral("status"), QStringLiteral("completed")},
+               {QStringLiteral("conversation_id"), QJsonValue()},
+               {QStringLiteral("metadata"), request.value(QStringLiteral("metadata"))},
+               {QStringLiteral("output_modalities"), QJsonArray{QStringLiteral("text")}},
+               {QStringLiteral("output"),
+                QJsonArray{QJsonObject{{QStringLiteral("id"), QStringLiteral("item_message")},
+                                       {QStringLiteral("type"), QStringLiteral("function_call")},
+                                       {QStringLiteral("status"), QStringLiteral("completed")},
+                                       {QStringLiteral("name"), tool},
+                                       {QStringLiteral("call_id"), QStringLiteral("call_message")},
+                                       {QStringLiteral("arguments"), arguments}}}},
+               {QStringLiteral("usage"),
+                QJsonObject{{QStringLiteral("total_tokens"), inputTokens + outputTokens},
+                            {QStringLiteral("input_tokens"), inputTokens},
+                            {QStringLiteral("output_tokens"), outputTokens}}}}}});
+    mark(QStringLiteral("messageAnswered"), monotonicNs());
+    mark(QStringLiteral("messageTokens"), inputTokens + outputTokens);
 }
 
 } // namespace vemira::e2e

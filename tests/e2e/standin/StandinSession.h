@@ -34,10 +34,12 @@ private:
     void startResponse();
     void streamNextDelta();
     void finishResponse();
+    void answerMessageRequest(const QJsonObject& request, qint64 arrivedNs);
 
     QWebSocket* m_socket;
     QList<ScriptLine> m_assistantLines;
     QList<ScriptLine> m_callerLines;
+    QByteArray m_message;
     int m_index;
     MarksFile& m_marks;
     QJsonObject m_sessionMarks;
