@@ -52,6 +52,7 @@ struct TranscriptLine {
     bool operator==(const TranscriptLine&) const = default;
 };
 
+// A new field must also be merged field by field in HistoryMerge.cpp.
 struct CallRecord {
     QUuid id;
     Timestamp date;

@@ -26,6 +26,7 @@ CallRecord mergeRecord(const CallRecord& base, const CallRecord& mine, const Cal
     takeTheirs(merged.recordingError, base.recordingError, theirs.recordingError);
     takeTheirs(merged.usage, base.usage, theirs.usage);
     takeTheirs(merged.followUpStatus, base.followUpStatus, theirs.followUpStatus);
+    takeTheirs(merged.message, base.message, theirs.message);
     return merged;
 }
 
