@@ -77,7 +77,11 @@ QString fold(const QString& text)
     QString out;
     out.reserve(decomposed.size());
     for (QChar c : decomposed) {
-        if (c.category() != QChar::Mark_NonSpacing)
+        // People type the plain apostrophe; the texts hold the typographic one (and the
+        // other way round): all the apostrophes compare as one.
+        if (c == u'\u2019' || c == u'\u2018' || c == u'\u02BC')
+            out += u'\'';
+        else if (c.category() != QChar::Mark_NonSpacing)
             out += c;
     }
     return out.toCaseFolded();
@@ -170,15 +174,11 @@ bool DossiersDraft::matches(const CallRecord& record) const
 
 QList<CallRecord> DossiersDraft::visible(const QList<CallRecord>& records) const
 {
-    QList<qsizetype> positions;
-    for (qsizetype i = 0; i < records.size(); ++i) {
-        if (matches(records[i]))
-            positions.append(i);
-    }
-    sortPositions(positions, *this, records);
+    DossierSearchIndex index;
+    const QList<qsizetype> positions = index.visible(*this, records);
     QList<CallRecord> shown;
     shown.reserve(positions.size());
-    for (qsizetype i : std::as_const(positions))
+    for (qsizetype i : positions)
         shown.append(records[i]);
     return shown;
 }
@@ -196,22 +196,45 @@ const CallRecord* DossiersDraft::selectedRecord(const QList<CallRecord>& records
 
 void DossierSearchIndex::rebuild(const QList<CallRecord>& records)
 {
-    m_text.clear();
-    m_starts.clear();
-    m_dates.clear();
-    m_starts.reserve(records.size() + 1);
-    m_dates.reserve(records.size());
+    QByteArray text;
+    text.reserve(m_text.size() + 64);
+    QList<qsizetype> starts;
+    QList<double> dates;
+    QHash<QUuid, Folded> folded;
+    starts.reserve(records.size() + 1);
+    dates.reserve(records.size());
+    folded.reserve(records.size());
     for (const CallRecord& record : records) {
-        m_starts.append(m_text.size());
-        m_dates.append(record.date.secondsSinceReference);
-        m_text += Dossiers::fold(Dossiers::searchText(record)).toUtf8();
-        m_text += '\0';
+        const qsizetype start = text.size();
+        starts.append(start);
+        dates.append(record.date.secondsSinceReference);
+        const auto known = m_folded.constFind(record.id);
+        if (known != m_folded.constEnd() && known->record == record)
+            text.append(m_text.constData() + known->start, known->length);
+        else
+            text += Dossiers::fold(Dossiers::searchText(record)).toUtf8();
+        folded.insert(record.id, Folded{record, start, text.size() - start});
+        text += '\0';
     }
-    m_starts.append(m_text.size());
+    starts.append(text.size());
+    m_text = std::move(text);
+    m_starts = std::move(starts);
+    m_dates = std::move(dates);
+    m_folded = std::move(folded);
+    m_indexed = records;
 }
 
 QList<qsizetype> DossierSearchIndex::visible(const DossiersDraft& draft,
-                                             const QList<CallRecord>& records) const
+                                             const QList<CallRecord>& records)
+{
+    if (!records.isSharedWith(m_indexed) || records.size() != m_indexed.size() ||
+        m_starts.isEmpty())
+        rebuild(records);
+    return query(draft, records);
+}
+
+QList<qsizetype> DossierSearchIndex::query(const DossiersDraft& draft,
+                                           const QList<CallRecord>& records) const
 {
     QList<qsizetype> positions;
     const qsizetype count = std::min(records.size(), m_starts.size() - 1);

@@ -3,6 +3,7 @@
 #include "records/CallRecord.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -52,25 +53,36 @@ public:
     QList<RecordComparator> sortOrder{RecordComparator{}};
 
     bool matches(const CallRecord& record) const;
-    // The records shown, in sortOrder (stable for ties).
+    // The records shown, in sortOrder (stable for ties), through DossierSearchIndex.
     QList<CallRecord> visible(const QList<CallRecord>& records) const;
     const CallRecord* selectedRecord(const QList<CallRecord>& records) const;
 };
 
-// The folded search texts of a whole history, built once per change of the records so a
-// query over tens of thousands of calls is one pass over one buffer.
+// The one search of the dossier screen and of `vemira search`: the folded texts of the whole
+// history in one buffer, so a query over tens of thousands of calls is one pass. When the
+// list changes, only the records that changed are folded again.
 class DossierSearchIndex {
 public:
     void rebuild(const QList<CallRecord>& records);
-    // Positions in `records` (the list given to rebuild) of the records the draft shows,
-    // in the draft's sort order.
-    QList<qsizetype> visible(const DossiersDraft& draft, const QList<CallRecord>& records) const;
+    // Positions in `records` of the records the draft shows, in the draft's sort order. The
+    // index follows `records` first when it is not the list it was built from.
+    QList<qsizetype> visible(const DossiersDraft& draft, const QList<CallRecord>& records);
     qsizetype textBytes() const { return m_text.size(); }
 
 private:
+    QList<qsizetype> query(const DossiersDraft& draft, const QList<CallRecord>& records) const;
+
     QByteArray m_text;         // folded UTF-8 texts, each followed by a NUL byte
     QList<qsizetype> m_starts; // where each record's text starts in m_text
     QList<double> m_dates;     // each record's date, for the default order without lookups
+    // Each record as it was folded, and where its text is, to reuse it while unchanged.
+    struct Folded {
+        CallRecord record;
+        qsizetype start = 0;
+        qsizetype length = 0;
+    };
+    QHash<QUuid, Folded> m_folded;
+    QList<CallRecord> m_indexed; // shares its data with the list indexed while that is unchanged
 };
 
 // The dossier-name sheet of one record.

@@ -7,7 +7,11 @@ RecordTableModel::RecordTableModel(QObject* parent) : QAbstractTableModel(parent
 void RecordTableModel::refresh(const QList<CallRecord>& all, const DossiersDraft& draft)
 {
     beginResetModel();
-    m_rows = draft.visible(all);
+    const QList<qsizetype> positions = m_search.visible(draft, all);
+    m_rows.clear();
+    m_rows.reserve(positions.size());
+    for (qsizetype i : positions)
+        m_rows.append(all[i]);
     endResetModel();
 }
 

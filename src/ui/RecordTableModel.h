@@ -33,6 +33,7 @@ public:
 
 private:
     QList<CallRecord> m_rows;
+    DossierSearchIndex m_search;
     QLocale m_locale;
 };
 

@@ -233,6 +233,8 @@ void CliTest::deleteAndSecondReceptionist()
     QVERIFY(!vemira({QStringLiteral("history")}).out.contains(ref));
     QCOMPARE(QDir(data() + QStringLiteral("/Transcriptions")).entryList(QDir::Files).size(), 1);
     QCOMPARE(vemira({QStringLiteral("delete"), ref}).status, 1);
+    // A plain apostrophe finds the demonstration's typographic one.
+    QVERIFY(vemira({QStringLiteral("search"), QStringLiteral("l'eau coule")}).out.startsWith(kept));
 
     // While the application runs on this folder, `vemira standby` refuses, naming it.
     auto app = InstanceLock::acquire(DataFolder(data()), QStringLiteral("vemira-app"));
