@@ -48,6 +48,7 @@ const char* const types[] = {"session.updated",
                              "response.output_audio.delta",
                              "response.output_audio_transcript.done",
                              "conversation.item.input_audio_transcription.completed",
+                             "conversation.item.input_audio_transcription.failed",
                              "input_audio_buffer.speech_started",
                              "error",
                              "session.created",
@@ -128,8 +129,15 @@ void watch(RealtimeClient& client, Oracle& oracle)
         const bool caller =
             speaker == QLatin1String("Interlocuteur") &&
             oracle.type() == QLatin1String("conversation.item.input_audio_transcription.completed");
-        if (!oracle.parsed || !(ai || caller) || !transcript.isString() ||
-            transcript.toString() != text)
+        const bool inaudible =
+            speaker == QLatin1String("Interlocuteur") &&
+            oracle.type() == QLatin1String("conversation.item.input_audio_transcription.failed");
+        if (oracle.parsed && inaudible && text == QStringLiteral("[inaudible]"))
+            return;
+        // An AI line the caller interrupted carries the cut mark.
+        const bool same = transcript.toString() == text ||
+                          (ai && transcript.toString() + QStringLiteral("…") == text);
+        if (!oracle.parsed || !(ai || caller) || !transcript.isString() || !same)
             broken("transcript not taken from the event");
     };
     client.onUsage = [&](const ConversationUsage& usage) {
@@ -141,8 +149,20 @@ void watch(RealtimeClient& client, Oracle& oracle)
              !(std::isfinite(*usage.estimatedUSD) && *usage.estimatedUSD >= 0)))
             broken("implausible usage snapshot");
     };
-    client.onError = [&](const QString& message) {
-        if (oracle.parsed && oracle.type() == QLatin1String("error")) {
+    const auto failedResponse = [&oracle] {
+        return oracle.parsed && oracle.type() == QLatin1String("response.done") &&
+               oracle.frame.value(QLatin1String("response"))
+                       .toObject()
+                       .value(QLatin1String("status")) == QLatin1String("failed");
+    };
+    client.onNotice = [&oracle, failedResponse](const QString& line) {
+        if (!failedResponse() || !line.startsWith(QStringLiteral("Réponse de l’IA en échec (")))
+            broken("notice without a failed response");
+    };
+    client.onError = [&oracle, failedResponse](const QString& message) {
+        if (failedResponse() && message.startsWith(QStringLiteral("Crédit OpenAI épuisé"))) {
+            return;
+        } else if (oracle.parsed && oracle.type() == QLatin1String("error")) {
             const QJsonValue code =
                 oracle.frame.value(QLatin1String("error")).toObject().value(QLatin1String("code"));
             const QString expected = code.isString() ? code.toString() : QStringLiteral("erreur");

@@ -1,6 +1,7 @@
 #include "ai/AIConnectionCheck.h"
 
 #include "ai/RealtimeClient.h"
+#include "ai/RealtimeProtocol.h"
 
 namespace vemira {
 
@@ -20,6 +21,13 @@ QString AIConnectionCheck::successStatus()
     return QStringLiteral("Connexion IA vérifiée");
 }
 
+QString AIConnectionCheck::refusedMessage(const QString& reason)
+{
+    return QStringLiteral("La clé est acceptée, mais OpenAI refuse de produire une réponse (") +
+           reason +
+           QStringLiteral("). Vérifiez les limites et la facturation de votre compte OpenAI.");
+}
+
 AIConnectionCheck::AIConnectionCheck(Clock& clock) : m_clock(clock) {}
 
 AIConnectionCheck::~AIConnectionCheck()
@@ -33,7 +41,16 @@ void AIConnectionCheck::start(const QString& key, const QString& model, const QS
         return;
     m_probe = std::make_unique<RealtimeClient>(m_clock);
     // The probe's usage goes to no one: onUsage stays empty.
-    m_probe->onReady = [this] { complete(std::nullopt); };
+    RealtimeClient* probe = m_probe.get();
+    // A key without credit still opens sessions: only a response shows it.
+    m_probe->onReady = [probe] { probe->requestProbeResponse(); };
+    m_probe->onResponseDone = [this](const RealtimeClient::ResponseOutcome& outcome) {
+        if (outcome.status != QLatin1String("failed"))
+            complete(std::nullopt);
+        else
+            complete(outcome.noCredit ? realtime::creditExhaustedMessage()
+                                      : refusedMessage(outcome.reason));
+    };
     m_probe->onError = [this](const QString& message) { complete(message); };
     m_timeout = m_clock.schedule(timeoutSeconds, nullptr, [this] { complete(timeoutMessage()); });
     m_probe->connect(key, model, voice, instructions());
@@ -46,6 +63,7 @@ void AIConnectionCheck::cancel()
         return;
     RealtimeClient* probe = m_probe.release();
     probe->onReady = nullptr;
+    probe->onResponseDone = nullptr;
     probe->onError = nullptr;
     probe->close();
     // We may be inside one of the probe's own callbacks: let it unwind first.

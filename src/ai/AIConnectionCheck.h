@@ -11,9 +11,11 @@ namespace vemira {
 
 class RealtimeClient;
 
-// Proves that a key, a model and the network can open a realtime session: a short-lived
-// client connects with a neutral instruction and succeeds on the first "session.updated".
-// No audio is sent and no response requested. Main thread only.
+// Proves that a key, a model and the network can open a realtime session, and that the account
+// can still be billed for a response: a short-lived client connects with a neutral instruction;
+// once the session is confirmed it asks for the smallest response there is (text only, outside
+// the conversation, one output token, a few dozen input tokens) and succeeds when that response
+// ends other than "failed". No audio is sent. Main thread only.
 class AIConnectionCheck {
 public:
     static constexpr double timeoutSeconds = 15;
@@ -21,6 +23,8 @@ public:
     static QString instructions();   // "Vérification de connexion. Ne génère aucune réponse."
     static QString timeoutMessage(); // shown when nothing confirms the session in time
     static QString successStatus();  // "Connexion IA vérifiée"
+    // The session opened but the provider would not produce the test response.
+    static QString refusedMessage(const QString& reason);
 
     explicit AIConnectionCheck(Clock& clock);
     ~AIConnectionCheck();

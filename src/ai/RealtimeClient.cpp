@@ -95,12 +95,16 @@ void RealtimeClient::connect(const QString& key, const QString& model, const QSt
                      [this, session] { onConnected(session); });
     QObject::connect(m_socket, &QWebSocket::disconnected, this,
                      [this, session] { onSocketFailure(session); });
-    QObject::connect(m_socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error),
-                     this, [this, session](QAbstractSocket::SocketError) {
-                         // A short write reports here too; the send side owns that one.
-                         if (!m_writing)
-                             onSocketFailure(session);
-                     });
+#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
+    const auto errorSignal = &QWebSocket::errorOccurred;
+#else
+    const auto errorSignal = QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error);
+#endif
+    QObject::connect(m_socket, errorSignal, this, [this, session](QAbstractSocket::SocketError) {
+        // A short write reports here too; the send side owns that one.
+        if (!m_writing)
+            onSocketFailure(session);
+    });
     QObject::connect(m_socket, &QWebSocket::textMessageReceived, this,
                      [this, session](const QString& text) {
                          if (session == m_session)
@@ -158,6 +162,49 @@ void RealtimeClient::requestMessage(const QJsonObject& request)
     send(request);
 }
 
+void RealtimeClient::requestProbeResponse()
+{
+    send(realtime::probeResponseRequest());
+}
+
+void RealtimeClient::awaitResponses(double seconds, std::function<void(bool settled)> done)
+{
+    m_settled = std::move(done);
+    m_settleTimeout.reset();
+    if (m_active && !m_receiveEnded && !m_inProgress.isEmpty()) {
+        const quint64 session = m_session;
+        m_settleTimeout = m_clock.schedule(seconds, this, [this, session] {
+            if (session != m_session || !m_settled)
+                return;
+            auto done = std::exchange(m_settled, nullptr);
+            done(false);
+        });
+        return;
+    }
+    // Nothing to wait for, or nobody left to answer: said after the caller has returned.
+    const quint64 session = m_session;
+    const bool settled = m_inProgress.isEmpty();
+    QMetaObject::invokeMethod(
+        this,
+        [this, session, settled] {
+            if (session == m_session && m_settled) {
+                m_settleTimeout.reset();
+                auto done = std::exchange(m_settled, nullptr);
+                done(settled);
+            }
+        },
+        Qt::QueuedConnection);
+}
+
+void RealtimeClient::settleIfIdle()
+{
+    if (!m_settled || (!m_inProgress.isEmpty() && !m_receiveEnded))
+        return;
+    m_settleTimeout.reset();
+    auto done = std::exchange(m_settled, nullptr);
+    done(m_inProgress.isEmpty());
+}
+
 bool RealtimeClient::updateInstructions(const QString& text)
 {
     if (!m_ready)
@@ -189,6 +236,13 @@ void RealtimeClient::teardown()
     m_receiveEnded = false;
     m_sendEnded = false;
     m_handshakeTimeout.reset();
+    m_inProgress.clear();
+    m_cut.clear();
+    m_audible.clear();
+    m_audibleUntil = 0;
+    m_lastTranscribed.clear();
+    m_settled = nullptr;
+    m_settleTimeout.reset();
     if (QWebSocket* socket = std::exchange(m_socket, nullptr))
         retire(socket);
 }
@@ -301,7 +355,10 @@ void RealtimeClient::receiveFailed()
     if (!m_active || m_receiveEnded)
         return;
     m_receiveEnded = true;
+    QPointer<RealtimeClient> self(this);
     fire(onError, realtime::receiveFailedMessage());
+    if (self)
+        settleIfIdle(); // no response.done can come any more
 }
 
 void RealtimeClient::sendFailed()
@@ -329,7 +386,86 @@ void RealtimeClient::receiveText(const QString& text)
         return;
     }
     if (!scan.pcm.isEmpty())
-        fire(onAudio, scan.pcm);
+        playAudio(scan.pcm, scan.responseId);
+}
+
+void RealtimeClient::playAudio(const QByteArray& pcm, const QString& responseId)
+{
+    if (!responseId.isEmpty()) {
+        if (m_cut.contains(responseId))
+            return; // the caller already spoke over it
+        const double now = m_clock.uptime();
+        if (responseId != m_audible) {
+            m_audible = responseId;
+            m_audibleUntil = now;
+        }
+        m_audibleUntil =
+            std::max(m_audibleUntil, now) + double(pcm.size()) / double(realtime::bytesPerSecond);
+    }
+    fire(onAudio, pcm);
+}
+
+void RealtimeClient::interrupted()
+{
+    // The caller speaks: what is still being generated, and what is still playing, will not
+    // be heard. Their remaining audio is dropped here and their line marked as cut.
+    //
+    // The server is not told how much was heard (no "conversation.item.truncate"). Its
+    // audio_end_ms must be what the caller actually heard, and that is only known after the
+    // bridge's playback buffer and the phone application's own buffering, which we cannot
+    // measure; a value past the audio the server holds is answered by an "error" event,
+    // which ends the call. Truncating also deletes the item's transcript on the server side,
+    // so the record would lose the words that were heard. The model keeps the whole text in
+    // its context; the instructions make it restate the message at the end, so a sentence the
+    // caller missed is said again, and the record shows where the AI was cut off.
+    const double now = m_clock.uptime();
+    for (const QString& id : std::as_const(m_inProgress))
+        m_cut.insert(id);
+    if (!m_audible.isEmpty() && m_audibleUntil > now)
+        m_cut.insert(m_audible);
+    QPointer<RealtimeClient> self(this);
+    if (!m_lastTranscribed.isEmpty() && m_cut.contains(m_lastTranscribed)) {
+        m_lastTranscribed.clear();
+        fire(onAILineCut);
+        if (!self)
+            return;
+    }
+    fire(onInterruption);
+}
+
+void RealtimeClient::responseEnded(const QJsonObject& response, const QString& id)
+{
+    m_inProgress.remove(id);
+    ResponseOutcome outcome;
+    outcome.id = id;
+    outcome.status = response.value(QLatin1String("status")).toString();
+    QPointer<RealtimeClient> self(this);
+    if (outcome.status == QLatin1String("failed")) {
+        const QJsonObject details = response.value(QLatin1String("status_details")).toObject();
+        const QJsonObject error = details.value(QLatin1String("error")).toObject();
+        const QString code = error.value(QLatin1String("code")).toString();
+        const QString type = error.value(QLatin1String("type")).toString();
+        outcome.reason = !code.isEmpty()   ? code
+                         : !type.isEmpty() ? type
+                                           : QStringLiteral("inconnue");
+        outcome.noCredit = realtime::meansNoCredit(code) || realtime::meansNoCredit(type);
+        QString reason = outcome.reason;
+        const QString message = error.value(QLatin1String("message")).toString();
+        if (!message.isEmpty())
+            reason += QStringLiteral(" — ") + message;
+        fire(onNotice, realtime::failedResponseNotice(reason));
+        if (!self)
+            return;
+    }
+    fire(onResponseDone, outcome);
+    if (!self)
+        return;
+    if (outcome.noCredit) {
+        fire(onError, realtime::creditExhaustedMessage());
+        if (!self)
+            return;
+    }
+    settleIfIdle();
 }
 
 void RealtimeClient::receiveFrame(const QByteArray& bytes)
@@ -380,6 +516,8 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
         }
     } else if (type == QLatin1String("response.created")) {
         if (const auto id = responseId(&response)) {
+            if (!m_meter.wasCounted(*id))
+                m_inProgress.insert(*id);
             m_meter.responseCreated(*id);
             pushUsage();
         }
@@ -392,6 +530,8 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
             pushUsage();
             if (self && MessageRequest::isAnswer(response))
                 fire(onMessageResponse, response);
+            if (self)
+                responseEnded(response, *id);
         }
     } else if (type == QLatin1String("response.output_audio.delta")) {
         const QJsonValue delta = event.value(QLatin1String("delta"));
@@ -400,15 +540,23 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
         // An empty delta carries no sound: not worth waking the audio chain for.
         const auto pcm = realtime::decodeBase64(delta.toString());
         if (pcm && !pcm->isEmpty())
-            fire(onAudio, *pcm);
+            playAudio(*pcm, stringAt(event, QLatin1String("response_id")).value_or(QString()));
     } else if (type == QLatin1String("response.output_audio_transcript.done")) {
-        if (const auto text = stringAt(event, QLatin1String("transcript")))
-            fire(onTranscript, realtime::aiSpeaker(), *text);
+        if (const auto text = stringAt(event, QLatin1String("transcript"))) {
+            const QString id = stringAt(event, QLatin1String("response_id")).value_or(QString());
+            const bool cut = !id.isEmpty() && m_cut.contains(id);
+            m_lastTranscribed = cut ? QString() : id;
+            fire(onTranscript, realtime::aiSpeaker(),
+                 cut && !text->endsWith(realtime::cutMark()) ? *text + realtime::cutMark() : *text);
+        }
     } else if (type == QLatin1String("conversation.item.input_audio_transcription.completed")) {
         if (const auto text = stringAt(event, QLatin1String("transcript")))
             fire(onTranscript, realtime::callerSpeaker(), *text);
+    } else if (type == QLatin1String("conversation.item.input_audio_transcription.failed")) {
+        // The caller spoke; the record says so even when the words were lost.
+        fire(onTranscript, realtime::callerSpeaker(), realtime::inaudibleText());
     } else if (type == QLatin1String("input_audio_buffer.speech_started")) {
-        fire(onInterruption);
+        interrupted();
     } else if (type == QLatin1String("error")) {
         const auto code =
             stringAt(event.value(QLatin1String("error")).toObject(), QLatin1String("code"));

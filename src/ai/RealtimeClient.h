@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 #include <deque>
 #include <functional>
@@ -51,6 +52,22 @@ public:
     // sets and clears it).
     std::function<void(const QJsonObject& response)> onMessageResponse;
 
+    // A line for the session log about something that went wrong without ending the call
+    // (a response the provider could not produce).
+    std::function<void(const QString& line)> onNotice;
+    // The AI line already passed to onTranscript was not heard to its end: the owner marks it.
+    // (A line that arrives after the interruption carries the mark itself.)
+    std::function<void()> onAILineCut;
+
+    // How one response ended ("response.done").
+    struct ResponseOutcome {
+        QString id;
+        QString status;        // "completed", "cancelled", "incomplete", "failed"; empty if absent
+        QString reason;        // for a failure: the provider's code, else its type, else "inconnue"
+        bool noCredit = false; // the account can produce no response (the call cannot go on)
+    };
+    std::function<void(const ResponseOutcome& outcome)> onResponseDone;
+
     // Opens a new session (closing any previous one, whose final usage is pushed, then a fresh
     // zero snapshot). Returns at once; readiness comes through onReady. The endpoint host can
     // be replaced with VEMIRA_REALTIME_URL (loopback only for plain ws://).
@@ -62,6 +79,14 @@ public:
     void greet();
     // Sends the request for the call's message (built by MessageRequest).
     void requestMessage(const QJsonObject& request);
+
+    // Asks for the smallest billable response (text, one token, outside the conversation).
+    void requestProbeResponse();
+    // Calls `done` once no response is being generated any more (true), or after `seconds`
+    // when one still is, or at once when the server can no longer answer (false). A later
+    // call replaces an earlier wait; close() and connect() drop it without calling it.
+    void awaitResponses(double seconds, std::function<void(bool settled)> done);
+    bool responseInProgress() const { return !m_inProgress.isEmpty(); }
     // Replaces the instructions mid-call; false (nothing sent) when not ready.
     bool updateInstructions(const QString& text);
     // Ends the session. Idempotent; never reports an error.
@@ -100,6 +125,10 @@ private:
     qint64 wireSize(qint64 payloadBytes) const;
     void retire(QWebSocket* socket);
     void teardown();
+    void responseEnded(const QJsonObject& response, const QString& id);
+    void interrupted();
+    void playAudio(const QByteArray& pcm, const QString& responseId);
+    void settleIfIdle();
 
     Clock& m_clock;
     QWebSocket* m_socket = nullptr;
@@ -120,6 +149,17 @@ private:
     qint64 m_audioBytesSinceUsage = 0;
     bool m_ready = false;
     std::optional<QString> m_pendingInstructions;
+
+    // Barge-in: responses the caller cut off. Their late audio is dropped and their
+    // transcript marked as cut. The one whose audio may still be playing is estimated from
+    // the audio delivered: deltas come faster than they are played.
+    QSet<QString> m_inProgress; // created, not yet done
+    QSet<QString> m_cut;
+    QString m_audible;         // response of the latest audio delivered
+    double m_audibleUntil = 0; // uptime at which that audio ends playing, at the earliest
+    QString m_lastTranscribed; // response of the latest AI line passed to onTranscript
+    std::function<void(bool)> m_settled;
+    TaskHandlePtr m_settleTimeout;
 };
 
 } // namespace vemira

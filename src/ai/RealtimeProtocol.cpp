@@ -41,6 +41,36 @@ QString serverErrorMessage(const QString& code)
            QStringLiteral("). Vérifiez votre configuration.");
 }
 
+QString failedResponseNotice(const QString& reason)
+{
+    return QStringLiteral("Réponse de l’IA en échec (") + reason +
+           QStringLiteral(") : l’IA n’a rien dit pour ce tour.");
+}
+
+QString creditExhaustedMessage()
+{
+    return QStringLiteral("Crédit OpenAI épuisé : l’IA ne peut plus répondre. Ajoutez du crédit "
+                          "ou vérifiez la facturation de votre compte OpenAI.");
+}
+
+bool meansNoCredit(const QString& codeOrType)
+{
+    static const QStringList codes{
+        QStringLiteral("insufficient_quota"), QStringLiteral("billing_hard_limit_reached"),
+        QStringLiteral("billing_not_active"), QStringLiteral("account_deactivated")};
+    return codes.contains(codeOrType);
+}
+
+QString inaudibleText()
+{
+    return QStringLiteral("[inaudible]");
+}
+
+QString cutMark()
+{
+    return QStringLiteral("…");
+}
+
 QString defaultHost()
 {
     return QStringLiteral("api.openai.com");
@@ -140,6 +170,24 @@ QJsonObject instructionsUpdate(const QString& instructions)
                        {QStringLiteral("session"),
                         QJsonObject{{QStringLiteral("type"), QStringLiteral("realtime")},
                                     {QStringLiteral("instructions"), instructions}}}};
+}
+
+QJsonObject probeResponseRequest()
+{
+    const QJsonObject message{
+        {QStringLiteral("type"), QStringLiteral("message")},
+        {QStringLiteral("role"), QStringLiteral("user")},
+        {QStringLiteral("content"),
+         QJsonArray{QJsonObject{{QStringLiteral("type"), QStringLiteral("input_text")},
+                                {QStringLiteral("text"), QStringLiteral("ok")}}}}};
+    return QJsonObject{
+        {QStringLiteral("type"), QStringLiteral("response.create")},
+        {QStringLiteral("response"),
+         QJsonObject{{QStringLiteral("conversation"), QStringLiteral("none")},
+                     {QStringLiteral("output_modalities"), QJsonArray{QStringLiteral("text")}},
+                     {QStringLiteral("max_output_tokens"), 1},
+                     {QStringLiteral("instructions"), QStringLiteral("Réponds ok.")},
+                     {QStringLiteral("input"), QJsonArray{message}}}}};
 }
 
 QString audioAppendFrame(const QByteArray& pcm)

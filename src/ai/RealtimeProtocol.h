@@ -25,6 +25,18 @@ QString receiveFailedMessage(); // the receive side ended (rejected key, closed 
 QString sendFailedMessage();    // a frame could not be handed to the socket
 QString queueFullMessage();     // one outgoing frame dropped because 300 are waiting
 QString serverErrorMessage(const QString& code);
+// A response the provider could not produce: the session log line, with the provider's reason.
+QString failedResponseNotice(const QString& reason);
+// The provider will produce no response at all for this account (credit, billing).
+QString creditExhaustedMessage();
+// Codes or types of a failed response that mean no response can be produced until the owner
+// acts on the account; any other failure (rate limit, server error) may pass.
+bool meansNoCredit(const QString& codeOrType);
+
+// Text standing for a caller turn the provider could not transcribe.
+QString inaudibleText(); // "[inaudible]"
+// Added to an AI line the caller did not hear to its end.
+QString cutMark(); // "…"
 
 // The provider's endpoint, or the scheme/host/port of `overrideAddress` when it is non-empty
 // (VEMIRA_REALTIME_URL). Always ends in /v1/realtime?model=<model>. Plain ws:// is accepted
@@ -37,6 +49,9 @@ QJsonObject sessionConfiguration(const QString& model, const QString& voice,
                                  const QString& instructions);
 QJsonObject greetingRequest();
 QJsonObject instructionsUpdate(const QString& instructions);
+// The smallest response that still proves the account can be billed: text only, out of the
+// conversation, one output token.
+QJsonObject probeResponseRequest();
 // The text of one input_audio_buffer.append event, built without a JSON tree: base64 needs no
 // escaping, and this runs a dozen times a second for the whole call.
 QString audioAppendFrame(const QByteArray& pcm);

@@ -245,6 +245,7 @@ AudioDeltaScan scanAudioDelta(QStringView frame)
         return notRecognised;
     std::optional<QStringView> type;
     std::optional<QStringView> delta;
+    std::optional<QStringView> responseId;
     for (;;) {
         skipSpace();
         QStringView key;
@@ -267,8 +268,8 @@ AudioDeltaScan scanAudioDelta(QStringView frame)
         } else if (isString ? !plainString(&text) : !plainInteger()) {
             return notRecognised;
         }
-        if (key == u"type" || key == u"delta") {
-            auto& slot = key == u"type" ? type : delta;
+        if (key == u"type" || key == u"delta" || key == u"response_id") {
+            auto& slot = key == u"type" ? type : key == u"delta" ? delta : responseId;
             if (slot || !isString)
                 return notRecognised; // repeated or unusual: the general parser decides
             slot = text;
@@ -290,7 +291,8 @@ AudioDeltaScan scanAudioDelta(QStringView frame)
     auto pcm = decodeBase64(*delta);
     if (!pcm)
         return notRecognised; // maybe escapes, maybe bad audio: the JSON reading tells
-    return AudioDeltaScan{AudioDeltaScan::Audio, std::move(*pcm)};
+    return AudioDeltaScan{AudioDeltaScan::Audio, std::move(*pcm),
+                          responseId ? responseId->toString() : QString()};
 }
 
 } // namespace vemira::realtime

@@ -20,10 +20,12 @@ std::optional<QByteArray> decodeBase64(QStringView text);
 // A text frame recognised as a flat {"type":"response.output_audio.delta", …, "delta":"…"}
 // object with valid audio, without going through a JSON tree. Anything else (escapes,
 // non-ASCII, nesting, repeated keys, other types, audio that does not decode) is
-// `NotRecognised` and must take the general path.
+// `NotRecognised` and must take the general path. `responseId` is the plain "response_id"
+// string when the frame has one (empty otherwise).
 struct AudioDeltaScan {
     enum Kind { NotRecognised, Audio } kind = NotRecognised;
     QByteArray pcm;
+    QString responseId;
 };
 AudioDeltaScan scanAudioDelta(QStringView frame);
 

@@ -37,6 +37,20 @@ bool isInteger(const QJsonValue& value, qint64 expected)
     return value.toVariant().typeId() == QMetaType::LongLong && value.toInteger() == expected;
 }
 
+// The connection check's test response: text only, outside the conversation, a handful of
+// output tokens at most, so that it costs next to nothing.
+bool isProbe(const QJsonObject& response)
+{
+    const QJsonValue limit = response.value(QLatin1String("max_output_tokens"));
+    return hasExactly(response, {"conversation", "output_modalities", "max_output_tokens",
+                                 "instructions", "input"}) &&
+           response[QLatin1String("conversation")] == QLatin1String("none") &&
+           response[QLatin1String("output_modalities")] == QJsonArray{QStringLiteral("text")} &&
+           limit.toVariant().typeId() == QMetaType::LongLong && limit.toInteger() >= 1 &&
+           limit.toInteger() <= 4 && response[QLatin1String("instructions")].isString() &&
+           response[QLatin1String("input")].isArray();
+}
+
 bool isStrictBase64(const QString& text)
 {
     if (text.size() % 4 != 0)
@@ -436,8 +450,9 @@ void ScriptedRealtimeServer::check(QWebSocket* socket, const QJsonObject& event)
         checkMessageRequest(event);
     } else if (type == QLatin1String("response.create")) {
         const QJsonObject response = event.value(QLatin1String("response")).toObject();
-        if (!hasExactly(event, {"type", "response"}) || !hasExactly(response, {"instructions"}) ||
-            !response[QLatin1String("instructions")].isString())
+        const bool spoken = hasExactly(response, {"instructions"}) &&
+                            response[QLatin1String("instructions")].isString();
+        if (!hasExactly(event, {"type", "response"}) || !(spoken || isProbe(response)))
             violation(QStringLiteral("malformed response.create: ") + text(event).left(300));
     } else if (type == QLatin1String("input_audio_buffer.append")) {
         const QJsonValue audio = event.value(QLatin1String("audio"));
@@ -473,12 +488,18 @@ void ScriptedRealtimeServer::reply(QWebSocket* socket, const QJsonObject& event)
             request[QLatin1String("tool_choice")][QLatin1String("name")].toString(),
             *m_behaviour.messageArguments, m_behaviour.messageInputTokens,
             m_behaviour.messageOutputTokens));
+    } else if (type == QLatin1String("response.create") && m_behaviour.answerProbes &&
+               isProbe(event.value(QLatin1String("response")).toObject())) {
+        const QString id = QStringLiteral("resp_probe_%1").arg(m_events.size());
+        send(responseCreated(id));
+        send(m_behaviour.probeFailure.isEmpty() ? responseDone(id, 24, 1)
+                                                : responseFailed(id, m_behaviour.probeFailure));
     } else if (type == QLatin1String("response.create") && m_behaviour.answerResponses) {
         const QString id = QStringLiteral("resp_%1").arg(m_events.size());
         send(responseCreated(id));
         if (!m_behaviour.replyAudio.isEmpty())
-            send(audioDelta(m_behaviour.replyAudio));
-        send(aiTranscript(m_behaviour.replyTranscript));
+            send(audioDelta(m_behaviour.replyAudio, id));
+        send(aiTranscript(m_behaviour.replyTranscript, id));
         send(responseDone(id, m_behaviour.replyInputTokens, m_behaviour.replyOutputTokens));
     }
 }
@@ -660,18 +681,56 @@ QJsonObject ScriptedRealtimeServer::responseDoneWithoutUsage(const QString& id)
                                     {QStringLiteral("status"), QStringLiteral("cancelled")}}}};
 }
 
-QJsonObject ScriptedRealtimeServer::audioDelta(const QByteArray& pcm)
+QJsonObject ScriptedRealtimeServer::responseFailed(const QString& id, const QString& code,
+                                                   const QString& type, const QString& message)
+{
+    return QJsonObject{
+        {QStringLiteral("type"), QStringLiteral("response.done")},
+        {QStringLiteral("response"),
+         QJsonObject{
+             {QStringLiteral("id"), id},
+             {QStringLiteral("status"), QStringLiteral("failed")},
+             {QStringLiteral("status_details"),
+              QJsonObject{
+                  {QStringLiteral("type"), QStringLiteral("failed")},
+                  {QStringLiteral("error"), QJsonObject{{QStringLiteral("type"), type},
+                                                        {QStringLiteral("code"), code},
+                                                        {QStringLiteral("message"), message}}}}},
+             {QStringLiteral("usage"), QJsonObject{{QStringLiteral("total_tokens"), 0},
+                                                   {QStringLiteral("input_tokens"), 0},
+                                                   {QStringLiteral("output_tokens"), 0}}}}}};
+}
+
+QJsonObject ScriptedRealtimeServer::audioDelta(const QByteArray& pcm, const QString& responseId)
 {
     return QJsonObject{{QStringLiteral("type"), QStringLiteral("response.output_audio.delta")},
-                       {QStringLiteral("response_id"), QStringLiteral("resp")},
+                       {QStringLiteral("response_id"), responseId},
+                       {QStringLiteral("item_id"), QStringLiteral("item_") + responseId},
                        {QStringLiteral("delta"), QString::fromLatin1(pcm.toBase64())}};
 }
 
-QJsonObject ScriptedRealtimeServer::aiTranscript(const QString& text)
+QJsonObject ScriptedRealtimeServer::aiTranscript(const QString& text, const QString& responseId)
 {
-    return QJsonObject{
+    QJsonObject event{
         {QStringLiteral("type"), QStringLiteral("response.output_audio_transcript.done")},
         {QStringLiteral("transcript"), text}};
+    if (!responseId.isEmpty())
+        event.insert(QStringLiteral("response_id"), responseId);
+    return event;
+}
+
+QJsonObject ScriptedRealtimeServer::callerTranscriptFailed(const QString& itemId)
+{
+    return QJsonObject{
+        {QStringLiteral("type"),
+         QStringLiteral("conversation.item.input_audio_transcription.failed")},
+        {QStringLiteral("item_id"), itemId},
+        {QStringLiteral("content_index"), 0},
+        {QStringLiteral("error"),
+         QJsonObject{
+             {QStringLiteral("type"), QStringLiteral("transcription_error")},
+             {QStringLiteral("code"), QStringLiteral("audio_unintelligible")},
+             {QStringLiteral("message"), QStringLiteral("Audio could not be transcribed")}}}};
 }
 
 QJsonObject ScriptedRealtimeServer::callerTranscript(const QString& text)

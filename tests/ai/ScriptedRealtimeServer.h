@@ -63,6 +63,12 @@ public:
         std::optional<QString> messageArguments;
         qint64 messageInputTokens = 900;
         qint64 messageOutputTokens = 60;
+
+        // On a text-only, out-of-conversation response.create (the connection check's test
+        // response): "response.created" then "response.done", completed with a few tokens, or
+        // failed with this code when it is not empty.
+        bool answerProbes = true;
+        QString probeFailure;
     };
 
     struct Handshake {
@@ -127,9 +133,16 @@ public:
                                         qint64 inputTokens, qint64 outputTokens);
     // Whether a client's response.create asks for the call's message (it carries tools).
     static bool isMessageRequest(const QJsonObject& event);
-    static QJsonObject audioDelta(const QByteArray& pcm);
-    static QJsonObject aiTranscript(const QString& text);
+
+    // A response the provider could not produce, as it reports one (status_details.error).
+    static QJsonObject responseFailed(const QString& id, const QString& code,
+                                      const QString& type = QStringLiteral("invalid_request_error"),
+                                      const QString& message = QString());
+    static QJsonObject audioDelta(const QByteArray& pcm,
+                                  const QString& responseId = QStringLiteral("resp"));
+    static QJsonObject aiTranscript(const QString& text, const QString& responseId = QString());
     static QJsonObject callerTranscript(const QString& text);
+    static QJsonObject callerTranscriptFailed(const QString& itemId);
     static QJsonObject speechStarted();
     static QJsonObject error(const QString& code, const QString& message = QString());
 

@@ -1,6 +1,7 @@
 #include "ScriptedRealtimeServer.h"
 #include "ai/AIConnectionCheck.h"
 
+#include <QJsonObject>
 #include <QTest>
 #include <memory>
 
@@ -53,7 +54,7 @@ private Q_SLOTS:
         server.reset();
     }
 
-    void confirmedSessionSucceedsWithoutAudioOrResponse()
+    void confirmedSessionAndATinyResponseSucceed()
     {
         ManualClock clock;
         AIConnectionCheck check(clock);
@@ -67,16 +68,60 @@ private Q_SLOTS:
         QVERIFY(!check.running());
 
         QCOMPARE(server->connectionCount(), 1);
-        QCOMPARE(server->events().size(), 1);
+        QCOMPARE(server->events().size(), 2);
         QCOMPARE(server->events()
                      .first()[QLatin1String("session")][QLatin1String("instructions")]
                      .toString(),
                  QStringLiteral("Vérification de connexion. Ne génère aucune réponse."));
+        // One text response of one token, kept out of any conversation: the server's checks
+        // hold it to that, and no audio is ever sent.
+        const QJsonObject probe = server->events().at(1);
+        QCOMPARE(probe[QLatin1String("type")].toString(), QStringLiteral("response.create"));
+        QCOMPARE(probe[QLatin1String("response")][QLatin1String("max_output_tokens")].toInt(), 1);
+        QVERIFY(server->eventsOfType(QStringLiteral("input_audio_buffer.append")).isEmpty());
         // The probe hangs up properly, and its timer is gone with it.
         QVERIFY(server->waitForClientClose(1));
         QCOMPARE(server->clientCloseCodes(), QList<int>{1000});
         clock.advance(30);
         QCOMPARE(outcomes.list.size(), 1);
+    }
+
+    void anAccountThatCannotAnswerFailsTheCheck_data()
+    {
+        QTest::addColumn<QString>("code");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("no credit")
+            << QStringLiteral("insufficient_quota")
+            << QStringLiteral("Crédit OpenAI épuisé : l’IA ne peut plus répondre. Ajoutez du "
+                              "crédit ou vérifiez la facturation de votre compte OpenAI.");
+        QTest::newRow("rate limit")
+            << QStringLiteral("rate_limit_exceeded")
+            << QStringLiteral("La clé est acceptée, mais OpenAI refuse de produire une réponse "
+                              "(rate_limit_exceeded). Vérifiez les limites et la facturation de "
+                              "votre compte OpenAI.");
+    }
+
+    void anAccountThatCannotAnswerFailsTheCheck()
+    {
+        QFETCH(QString, code);
+        QFETCH(QString, message);
+        server->behaviour().probeFailure = code;
+        ManualClock clock;
+        AIConnectionCheck check(clock);
+        Outcomes outcomes;
+        outcomes.attach(check);
+        start(check);
+        QVERIFY(outcomes.waitForOne());
+        QTest::qWait(50);
+        QCOMPARE(outcomes.list, (QList<std::optional<QString>>{message}));
+
+        // A session that opens but never answers the test response is not a success either.
+        server->behaviour().answerProbes = false;
+        outcomes.list.clear();
+        start(check);
+        QVERIFY(server->waitForEvents(4));
+        clock.advance(15);
+        QCOMPARE(outcomes.list, (QList<std::optional<QString>>{noAnswer}));
     }
 
     void silenceFailsAfterFifteenSeconds_data()

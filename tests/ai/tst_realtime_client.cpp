@@ -60,6 +60,8 @@ struct Recorder {
             log << usageText(usage);
         };
         client.onInstructionsApplied = [this] { log << QStringLiteral("applied"); };
+        client.onNotice = [this](const QString& line) { log << QStringLiteral("notice ") + line; };
+        client.onAILineCut = [this] { log << QStringLiteral("cut"); };
     }
 };
 
@@ -261,6 +263,172 @@ private Q_SLOTS:
         QTest::qWait(100);
         QCOMPARE(recorder.log, QStringList{QStringLiteral("error ") + receiveFailed});
         QVERIFY(client.isReady()); // the owner decides to close
+    }
+
+    void failedResponsesAreLoggedAndAnEmptyAccountEndsTheCall()
+    {
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        openReady(client, recorder);
+        recorder.log.clear();
+
+        // A passing failure: said in the log with the provider's reason; the call goes on.
+        server->sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r1")));
+        server->sendEvent(ScriptedRealtimeServer::responseFailed(
+            QStringLiteral("r1"), QStringLiteral("rate_limit_exceeded"),
+            QStringLiteral("rate_limit_error"), QStringLiteral("Rate limit reached")));
+        // No code: the type is the reason.
+        server->sendText(QStringLiteral(
+            R"({"type":"response.done","response":{"id":"r2","status":"failed",)"
+            R"("status_details":{"type":"failed","error":{"type":"server_error"}}}})"));
+        // No response can be produced any more: the owner is told like any fatal error.
+        server->sendEvent(ScriptedRealtimeServer::responseFailed(
+            QStringLiteral("r3"), QStringLiteral("insufficient_quota"),
+            QStringLiteral("insufficient_quota"), QStringLiteral("You exceeded your quota")));
+        server->sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("fin")));
+        QVERIFY(QTest::qWaitFor(
+            [&] { return recorder.log.contains(QStringLiteral("Vemira : fin")); }, 5000));
+        recorder.log.removeIf([](const QString& line) { return line.startsWith(u"usage"); });
+        QCOMPARE(recorder.log,
+                 (QStringList{
+                     QStringLiteral("notice Réponse de l’IA en échec (rate_limit_exceeded — Rate "
+                                    "limit reached) : l’IA n’a rien dit pour ce tour."),
+                     QStringLiteral("notice Réponse de l’IA en échec (server_error) : l’IA n’a "
+                                    "rien dit pour ce tour."),
+                     QStringLiteral("notice Réponse de l’IA en échec (insufficient_quota — You "
+                                    "exceeded your quota) : l’IA n’a rien dit pour ce tour."),
+                     QStringLiteral("error Crédit OpenAI épuisé : l’IA ne peut plus répondre. "
+                                    "Ajoutez du crédit ou vérifiez la facturation de votre "
+                                    "compte OpenAI."),
+                     QStringLiteral("Vemira : fin")}));
+    }
+
+    void bargeInSilencesTheInterruptedResponseAndMarksItsLine()
+    {
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        openReady(client, recorder);
+        recorder.log.clear();
+        const QByteArray second = pcmChunk(48'000, 1); // one second of voice
+        auto sendAll = [&](const QList<QJsonObject>& events, const QString& last) {
+            for (const QJsonObject& event : events)
+                server->sendEvent(event);
+            QVERIFY(QTest::qWaitFor([&] { return recorder.log.contains(last); }, 5000));
+        };
+
+        // Interrupted while generating: its later audio is dropped, its line marked as cut;
+        // the next response plays normally.
+        sendAll(
+            {ScriptedRealtimeServer::responseCreated(QStringLiteral("r1")),
+             ScriptedRealtimeServer::audioDelta(second, QStringLiteral("r1")),
+             ScriptedRealtimeServer::speechStarted(),
+             ScriptedRealtimeServer::audioDelta(pcmChunk(4800, 2), QStringLiteral("r1")),
+             ScriptedRealtimeServer::audioDelta(pcmChunk(4800, 3), QStringLiteral("r1")),
+             ScriptedRealtimeServer::aiTranscript(QStringLiteral("Bonjour, je vous écoute"),
+                                                  QStringLiteral("r1")),
+             ScriptedRealtimeServer::responseDoneWithoutUsage(QStringLiteral("r1")),
+             ScriptedRealtimeServer::responseCreated(QStringLiteral("r2")),
+             ScriptedRealtimeServer::audioDelta(pcmChunk(960, 4), QStringLiteral("r2")),
+             ScriptedRealtimeServer::aiTranscript(QStringLiteral("Oui ?"), QStringLiteral("r2")),
+             ScriptedRealtimeServer::responseDone(QStringLiteral("r2"), 10, 10)},
+            QStringLiteral("Vemira : Oui ?"));
+        // A response already complete but still playing when the caller speaks: the line
+        // already given is marked; a response heard to its end is not.
+        clock.advance(5);
+        sendAll({ScriptedRealtimeServer::speechStarted(),
+                 ScriptedRealtimeServer::responseCreated(QStringLiteral("r3")),
+                 ScriptedRealtimeServer::audioDelta(second, QStringLiteral("r3")),
+                 ScriptedRealtimeServer::aiTranscript(QStringLiteral("Votre adresse ?"),
+                                                      QStringLiteral("r3")),
+                 ScriptedRealtimeServer::responseDone(QStringLiteral("r3"), 10, 10)},
+                QStringLiteral("Vemira : Votre adresse ?"));
+        clock.advance(0.5);
+        sendAll({ScriptedRealtimeServer::speechStarted(),
+                 ScriptedRealtimeServer::aiTranscript(QStringLiteral("fin"))},
+                QStringLiteral("Vemira : fin"));
+
+        recorder.log.removeIf([](const QString& line) { return line.startsWith(u"usage"); });
+        QCOMPARE(recorder.log,
+                 (QStringList{QStringLiteral("audio 48000"), QStringLiteral("interruption"),
+                              QStringLiteral("Vemira : Bonjour, je vous écoute…"),
+                              QStringLiteral("audio 960"), QStringLiteral("Vemira : Oui ?"),
+                              QStringLiteral("interruption"), QStringLiteral("audio 48000"),
+                              QStringLiteral("Vemira : Votre adresse ?"), QStringLiteral("cut"),
+                              QStringLiteral("interruption"), QStringLiteral("Vemira : fin")}));
+        QVERIFY(recorder.errors.isEmpty());
+    }
+
+    void unreadableCallerTurnStillMakesALine()
+    {
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        openReady(client, recorder);
+        recorder.log.clear();
+        server->sendEvent(ScriptedRealtimeServer::callerTranscript(QStringLiteral("Allô ?")));
+        server->sendEvent(ScriptedRealtimeServer::callerTranscriptFailed(QStringLiteral("item_2")));
+        server->sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("Pardon ?")));
+        QVERIFY(QTest::qWaitFor([&] { return recorder.log.size() == 3; }, 5000));
+        QCOMPARE(recorder.log, (QStringList{QStringLiteral("Interlocuteur : Allô ?"),
+                                            QStringLiteral("Interlocuteur : [inaudible]"),
+                                            QStringLiteral("Vemira : Pardon ?")}));
+    }
+
+    void endOfCallWaitsBrieflyForTheLastResponse()
+    {
+        RealtimeClient client(clock);
+        Recorder recorder;
+        recorder.attach(client);
+        openReady(client, recorder);
+        QList<bool> settled;
+        auto await = [&] { client.awaitResponses(3, [&](bool done) { settled << done; }); };
+
+        // Nothing under way: settled at once, though never from inside the call.
+        await();
+        QVERIFY(settled.isEmpty());
+        QVERIFY(QTest::qWaitFor([&] { return settled.size() == 1; }, 5000));
+
+        // The last response's bilan comes in time: its reservation gives way to its tokens.
+        server->sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r1")));
+        QVERIFY(QTest::qWaitFor([&] { return client.responseInProgress(); }, 5000));
+        await();
+        clock.advance(2.9);
+        QTest::qWait(20);
+        QCOMPARE(settled.size(), 1);
+        server->sendEvent(ScriptedRealtimeServer::responseDone(QStringLiteral("r1"), 1200, 300));
+        QVERIFY(QTest::qWaitFor([&] { return settled.size() == 2; }, 5000));
+        QCOMPARE(settled, (QList<bool>{true, true}));
+        QCOMPARE(recorder.usages.last().pendingResponses, 0);
+
+        // It does not come: given up after the bound, the provision stays and says so.
+        server->sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r2")));
+        QVERIFY(QTest::qWaitFor([&] { return client.responseInProgress(); }, 5000));
+        await();
+        clock.advance(3);
+        QCOMPARE(settled, (QList<bool>{true, true, false}));
+        client.close();
+        QVERIFY(recorder.usages.last().label().endsWith(u" · provision en cours incluse"));
+
+        // The server is gone: nothing more can come, so no waiting.
+        openReady(client, recorder);
+        server->sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r3")));
+        QVERIFY(QTest::qWaitFor([&] { return client.responseInProgress(); }, 5000));
+        await();
+        server->dropSession();
+        QVERIFY(QTest::qWaitFor([&] { return settled.size() == 4; }, 5000));
+        QCOMPARE(settled.last(), false);
+
+        // A close drops a wait without calling it.
+        openReady(client, recorder);
+        server->sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r4")));
+        QVERIFY(QTest::qWaitFor([&] { return client.responseInProgress(); }, 5000));
+        await();
+        client.close();
+        clock.advance(10);
+        QTest::qWait(20);
+        QCOMPARE(settled.size(), 4);
     }
 
     void instructionChangeIsConfirmedByItsEcho()

@@ -86,6 +86,24 @@ void StandinSession::receive(const QString& text)
                event[QLatin1String("response")].toObject().contains(QLatin1String("tools"))) {
         answerMessageRequest(event.value(QStringLiteral("response")).toObject(), arrived);
     } else if (type == QLatin1String("response.create")) {
+        const QJsonObject response = event.value(QStringLiteral("response")).toObject();
+        if (response.value(QStringLiteral("conversation")) == QLatin1String("none")) {
+            // A connection check's one-token text response: answered at once, script untouched.
+            const QString id = QStringLiteral("resp_check_%1").arg(m_index);
+            send({{QStringLiteral("type"), QStringLiteral("response.created")},
+                  {QStringLiteral("response"),
+                   QJsonObject{{QStringLiteral("id"), id},
+                               {QStringLiteral("status"), QStringLiteral("in_progress")}}}});
+            send({{QStringLiteral("type"), QStringLiteral("response.done")},
+                  {QStringLiteral("response"),
+                   QJsonObject{{QStringLiteral("id"), id},
+                               {QStringLiteral("status"), QStringLiteral("incomplete")},
+                               {QStringLiteral("usage"),
+                                QJsonObject{{QStringLiteral("total_tokens"), 25},
+                                            {QStringLiteral("input_tokens"), 24},
+                                            {QStringLiteral("output_tokens"), 1}}}}}});
+            return;
+        }
         mark(QStringLiteral("greetRequested"), arrived);
         startResponse();
     } else if (type == QLatin1String("input_audio_buffer.append")) {
