@@ -1,4 +1,5 @@
 #include "FakeAccessibility.h"
+#include "phone/CallPolicy.h"
 #include "phone/LabelText.h"
 #include "phone/PhoneAutomation.h"
 
@@ -227,6 +228,26 @@ private Q_SLOTS:
         QVERIFY(refused);
         QCOMPARE(refused->message(),
                  QStringLiteral("Le bouton Décrocher n’a pas répondu. Décrochez dans Téléphone."));
+    }
+
+    void numbersGroupedWithNoBreakSpacesAreRead()
+    {
+        const QString nbsp = QString(QChar(0x00A0));
+        const QString narrow = QString(QChar(0x202F));
+        const QString french = QStringLiteral("06") + narrow + QStringLiteral("12") + narrow +
+                               QStringLiteral("34") + narrow + QStringLiteral("56") + narrow +
+                               QStringLiteral("78");
+        const QString international = QStringLiteral("+33") + nbsp + QStringLiteral("6") + nbsp +
+                                      QStringLiteral("12") + nbsp + QStringLiteral("34") + nbsp +
+                                      QStringLiteral("56") + nbsp + QStringLiteral("78");
+        // Kept as written, like any other separator.
+        QCOMPARE(CallPolicy::phoneNumber({QStringLiteral("Appel de ") + french}),
+                 std::optional(french));
+        QCOMPARE(CallPolicy::phoneNumber({international}), std::optional(international));
+        // The digit count still rules: six digits are no number, whatever the spaces.
+        QCOMPARE(CallPolicy::phoneNumber({QStringLiteral("12") + nbsp + QStringLiteral("34") +
+                                          narrow + QStringLiteral("56")}),
+                 std::nullopt);
     }
 
     void hangUpButtonsInBothApostrophesEndTheCall()
