@@ -31,6 +31,15 @@ bool isSystemSettingItem(const QString& folded)
            folded == QStringLiteral("use system setting");
 }
 
+// The phone application may hang: every element of the menu sequence is bounded before it is
+// asked anything (each element object carries its own timeout).
+const AccessibilityElementPtr& bounded(const AccessibilityElementPtr& element)
+{
+    if (element)
+        element->setMessagingTimeout(NativeAudioSetup::kMenuTimeout);
+    return element;
+}
+
 AccessibilityElementPtr firstTitled(const std::vector<AccessibilityElementPtr>& items,
                                     const QString& name)
 {
@@ -97,7 +106,7 @@ std::vector<AccessibilityElementPtr> NativeAudioSetup::section(AccessibilityElem
     Part current = Part::None;
     std::vector<AccessibilityElementPtr> items;
     for (AccessibilityElementPtr& item : menu.children()) {
-        if (!item)
+        if (!bounded(item))
             continue;
         const QString folded = normalizedLabel(title(*item));
         if (isInputHeader(folded))
@@ -135,13 +144,15 @@ void NativeAudioSetup::audioMenu(MenuDone done)
             }
             const AccessibilityElementPtr& root = roots.front();
             root->setMessagingTimeout(kMenuTimeout);
-            const AccessibilityElementPtr bar = root->menuBar();
+            const AccessibilityElementPtr bar = bounded(root->menuBar());
             if (!bar) {
                 done(AppError(unreachable));
                 return;
             }
             const std::vector<AccessibilityElementPtr> barItems = bar->children();
             AccessibilityElementPtr video;
+            for (const AccessibilityElementPtr& item : barItems)
+                bounded(item);
             for (const AccessibilityElementPtr& item : barItems) {
                 if (item && item->identifier() == videoMenuIdentifier()) {
                     video = item;
@@ -171,7 +182,7 @@ void NativeAudioSetup::audioMenu(MenuDone done)
                     done(AppError(QStringLiteral("Le menu audio n’a pas répondu.")));
                     return;
                 }
-                done(opened.front());
+                done(bounded(opened.front()));
             });
         });
     });

@@ -31,6 +31,7 @@ FakeElementPtr FakeElement::add(const QString& role, const QString& title)
 void FakeElement::read()
 {
     ++log->reads;
+    log->requestTimeouts.push_back(timeout);
     if (log->onRead)
         log->onRead();
 }

@@ -17,6 +17,8 @@ struct FakeReadLog {
     int reads = 0;
     int childListReads = 0;
     double lastTimeout = -1;
+    // The messaging timeout in force on the element of each request, in order (-1: none set).
+    std::vector<double> requestTimeouts;
     std::function<void()> onRead;
 };
 

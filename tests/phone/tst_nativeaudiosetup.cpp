@@ -310,6 +310,21 @@ private Q_SLOTS:
         QCOMPARE(u.m.checkedTitles(), (QStringList{kIA, kMacSpeakers}));
     }
 
+    void everyRequestOfTheMenuIsBounded()
+    {
+        // A hung phone application holds each request for its messaging timeout at most: the
+        // bar, its items, the opened menu and each of its items, their presses and closings.
+        UsualMenu u = usualMenu();
+        install(u.m);
+        QCOMPARE(prepare(), Status());
+        QCOMPARE(failure(run([this](auto done) { setup->useSystemAudio(done); })), QString());
+        for (const auto& log : {u.m.application->log, u.m.menu->log}) {
+            QVERIFY(!log->requestTimeouts.empty());
+            for (const double timeout : log->requestTimeouts)
+                QCOMPARE(timeout, NativeAudioSetup::kMenuTimeout);
+        }
+    }
+
     void systemAudioInBothSections()
     {
         UsualMenu u = usualMenu();
