@@ -179,6 +179,9 @@ public:
 
     // Readiness.
     Q_INVOKABLE void refresh();
+    // The guided setup's accessibility step: the system's prompt the first time in a run (true
+    // then), nothing more afterwards (the caller shows the settings instead); then refresh().
+    Q_INVOKABLE bool requestAccessibility();
     Result<SessionPlan> validate(bool phoneMode);
 
     // Records, settings and key (the records store does the work).

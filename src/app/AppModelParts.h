@@ -47,6 +47,7 @@ struct AppModel::Parts {
     std::unique_ptr<NativeAudioSetup> audioSetup;
     std::unique_ptr<MacAudioRoute> macRoute;
     std::unique_ptr<AIConnectionCheck> probe;
+    bool accessibilityRequested = false;
     // Recorders still mixing their file, by record id.
     QHash<QUuid, std::shared_ptr<CallAudioRecorder>> finishing;
 };

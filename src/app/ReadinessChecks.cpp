@@ -11,6 +11,19 @@ void AppModel::refresh()
     m_keyPresent = d->keyStore.exists();
 }
 
+bool AppModel::requestAccessibility()
+{
+    // Once a run: the prompt also lists Vemira in the Accessibility settings, and asking again
+    // would only stack dialogs while the user is in System Settings.
+    const bool prompt = !d->accessibilityRequested;
+    if (prompt) {
+        d->accessibilityRequested = true;
+        d->dependencies.accessibility->requestTrust();
+    }
+    refresh();
+    return prompt;
+}
+
 ReadinessState AppModel::readinessState() const
 {
     ReadinessState s;

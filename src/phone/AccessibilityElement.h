@@ -99,6 +99,10 @@ public:
 
     // False when this process may not read other applications' interfaces.
     virtual bool isTrusted() = 0;
+    // Asks the system to put this application up for the user's approval (macOS shows its
+    // prompt and adds the application to the Accessibility list); answers isTrusted(). Where
+    // the system has no such prompt, only the answer.
+    virtual bool requestTrust() { return isTrusted(); }
     // Root elements of the running applications whose identifier (bundle identifier on
     // macOS, application name on Linux) is in `applicationIds`, in the platform's order.
     virtual std::vector<AccessibilityElementPtr>

@@ -137,11 +137,13 @@ void GuidedSetup::testMicrophone()
 
 void GuidedSetup::openAccessibilitySettings()
 {
+    // The first time, the system's own prompt (it lists Vemira and opens the settings itself).
+    if (m_model.requestAccessibility())
+        return;
 #if defined(Q_OS_MACOS)
     QDesktopServices::openUrl(QUrl(QStringLiteral(
         "x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility")));
 #endif
-    m_model.refresh();
 }
 
 void GuidedSetup::openMicrophoneSettings()

@@ -40,6 +40,20 @@ private Q_SLOTS:
         QVERIFY(!log.contains(before.value(0, QStringLiteral("∅"))));
     }
 
+    void theAccessibilityPromptIsAskedOnceARun()
+    {
+        AppRig rig;
+        rig.accessibility->trusted = false;
+        QVERIFY(rig.model->requestAccessibility());
+        QVERIFY(!rig.model->requestAccessibility());
+        QCOMPARE(rig.accessibility->trustRequests, 1);
+        // Granted meanwhile in the settings: the next request reads it without a prompt.
+        rig.accessibility->trusted = true;
+        QVERIFY(!rig.model->requestAccessibility());
+        QVERIFY(rig.model->accessibility());
+        QCOMPARE(rig.accessibility->trustRequests, 1);
+    }
+
     void armingPassesValidationThenTheAICheck()
     {
         AppRig rig;

@@ -71,11 +71,17 @@ using FakeElementPtr = std::shared_ptr<FakeElement>;
 class FakeAccessibility : public Accessibility {
 public:
     bool isTrusted() override { return trusted; }
+    bool requestTrust() override
+    {
+        ++trustRequests;
+        return trusted;
+    }
     std::vector<AccessibilityElementPtr> applicationRoots(const QStringList& ids) override;
     bool canOpenApplication(const QString& id) override { return knownApplications.contains(id); }
     void openApplication(const QString& id, std::function<void()> done) override;
 
     bool trusted = true;
+    int trustRequests = 0;
     std::vector<std::pair<QString, FakeElementPtr>> running;
     QStringList knownApplications;
     QStringList opened;

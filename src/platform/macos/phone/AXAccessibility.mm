@@ -147,6 +147,14 @@ class AXAccessibility final : public Accessibility {
 public:
     bool isTrusted() override { return AXIsProcessTrusted(); }
 
+    bool requestTrust() override
+    {
+        @autoreleasepool {
+            NSDictionary* options = @{(__bridge NSString*)kAXTrustedCheckOptionPrompt : @YES};
+            return AXIsProcessTrustedWithOptions((__bridge CFDictionaryRef)options);
+        }
+    }
+
     std::vector<AccessibilityElementPtr> applicationRoots(const QStringList& ids) override
     {
         std::vector<AccessibilityElementPtr> roots;
