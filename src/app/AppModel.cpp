@@ -63,6 +63,7 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
                               : QStringLiteral("Aucune clé enregistrée");
 
     bindRealtimeCallbacks();
+    bindMessageTaking();
 
     m_timer = m_clock.repeat(kTickPeriod, this, [this] { tick(); });
 

@@ -340,6 +340,7 @@ private:
     void wireDerivedNotifications();
     void notifyReadiness();
     void bindRealtimeCallbacks();
+    void bindMessageTaking();
     void appendToCurrent(const QString& speaker, const QString& text);
 
     // Shows `phase` with its own texts, or the ones given (a null text keeps the phase's).

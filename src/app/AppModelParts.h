@@ -4,6 +4,7 @@
 // screens compile against the model without the engines' headers. Private to src/app.
 
 #include "ai/AIConnectionCheck.h"
+#include "ai/MessageRequest.h"
 #include "ai/RealtimeClient.h"
 #include "app/AppModel.h"
 #include "app/MainThreadMailbox.h"
@@ -42,6 +43,7 @@ struct AppModel::Parts {
     LocalKeyStore keyStore;
     VoiceEQSettings voiceEQ;
     std::unique_ptr<RealtimeClient> realtime;
+    std::unique_ptr<MessageRequest> message; // after `realtime`: gone first
     std::unique_ptr<AudioBridge> audio;
     std::unique_ptr<PhoneAutomation> phone;
     std::unique_ptr<NativeAudioSetup> audioSetup;

@@ -336,6 +336,12 @@ private:
             return failWith(model.error().isEmpty()
                                 ? QStringLiteral("la conversation n’a pas démarré.")
                                 : model.error());
+        // When the call's record first reached the history: the end of the caller's wait, in
+        // effect, measured against the softphone's hang-up.
+        QObject::connect(&model, &AppModel::recordsChanged, &model, [this, &model] {
+            if (m_savedNs == 0 && !model.records().isEmpty())
+                m_savedNs = monotonicNs();
+        });
         const double cpuStart = cpuSecondsOfThisProcess();
         const qint64 wallStart = monotonicNs();
         say(QStringLiteral("Appel décroché, conversation en cours…"));
@@ -395,6 +401,8 @@ private:
             m_out << QStringLiteral("Enregistrement : ")
                   << record.recordingError.value_or(QStringLiteral("aucun")) << Qt::endl;
 
+        reportEndOfCall();
+
         const LatencyFigures latency = LatencyFigures::from(
             readJson(m_report.value(QStringLiteral("softphoneMarks")).toString()),
             readJson(m_report.value(QStringLiteral("standinMarks")).toString()));
@@ -425,8 +433,44 @@ private:
         return 0;
     }
 
+    // From the caller's hang-up to the record saved, and the message's share of it.
+    void reportEndOfCall()
+    {
+        const QJsonObject softphone =
+            readJson(m_report.value(QStringLiteral("softphoneMarks")).toString());
+        QJsonObject conversation;
+        for (const QJsonValue& session :
+             readJson(m_report.value(QStringLiteral("standinMarks")).toString())
+                 .value(QStringLiteral("sessions"))
+                 .toArray()) {
+            if (session.toObject().contains(QStringLiteral("greetRequested")))
+                conversation = session.toObject();
+        }
+        const double hungUp = softphone.value(QStringLiteral("hungUp")).toDouble();
+        const double asked = conversation.value(QStringLiteral("messageRequested")).toDouble();
+        const double answered = conversation.value(QStringLiteral("messageAnswered")).toDouble();
+        const double closed = conversation.value(QStringLiteral("closed")).toDouble();
+        if (hungUp > 0 && m_savedNs > 0) {
+            const double total = (double(m_savedNs) - hungUp) / 1e6;
+            m_out << QStringLiteral("Du raccroché de l’appelant à l’appel enregistré : %1 ms")
+                         .arg(total, 0, 'f', 0)
+                  << Qt::endl;
+            m_report.insert(QStringLiteral("hangUpToSavedMs"), total);
+        }
+        if (asked > 0 && closed > 0) {
+            const double wait = (closed - asked) / 1e6;
+            m_out << QStringLiteral("Message demandé au modèle : %1 ms de la demande à la "
+                                    "fermeture de la session (réponse en %2 ms)")
+                         .arg(wait, 0, 'f', 0)
+                         .arg(answered > 0 ? (answered - asked) / 1e6 : -1.0, 0, 'f', 0)
+                  << Qt::endl;
+            m_report.insert(QStringLiteral("messageRequestToCloseMs"), wait);
+        }
+    }
+
     QString m_folder;
     QTextStream& m_out;
+    qint64 m_savedNs = 0;
     QElapsedTimer m_clock;
     DemoEnvironment m_environment;
     QJsonObject m_report;

@@ -129,12 +129,17 @@ private Q_SLOTS:
         rig.tick();
         QCOMPARE(rig.model->missingActive(), 0);
 
-        // The caller hangs up: five ticks without a call end the conversation.
+        // The caller hangs up: five ticks without a call end the conversation. The message is
+        // asked for in the still open session, and the record saved once it came.
+        rig.server.behaviour().messageArguments = QStringLiteral(
+            R"({"identity":"Jean Dupuis","problem":"Fuite d’eau","urgency":"Urgent",)"
+            R"("callback":"06 12 34 56 78","summary":"Fuite d’eau chez Jean Dupuis."})");
         rig.phoneIdle();
         rig.tick(4);
         QVERIFY(rig.model->busy());
         rig.tick();
-        QVERIFY(!rig.model->busy());
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QVERIFY(rig.model->log().first().endsWith(QStringLiteral(" · Message de l’appel reçu.")));
         QVERIFY(rig.model->armed());
         QCOMPARE(rig.model->status(), QStringLiteral("À l’écoute des appels"));
         QCOMPARE(rig.model->detail(), kKept);
@@ -145,9 +150,15 @@ private Q_SLOTS:
         QCOMPARE(rig.speakers(saved),
                  (QStringList{QStringLiteral("Interlocuteur: J’ai une fuite d’eau."),
                               QStringLiteral("Vemira: Depuis quand ?")}));
+        QVERIFY(saved.message);
+        QCOMPARE(saved.message->identity, QStringLiteral("Jean Dupuis"));
+        QCOMPARE(saved.message->callback, QStringLiteral("06 12 34 56 78"));
+        QVERIFY(saved.message->address.isEmpty()); // not given: not invented
+        // The message's own tokens are in the estimate.
         QVERIFY(saved.usage);
-        QCOMPARE(saved.usage->inputTokens, 500);
-        QCOMPARE(saved.usage->outputTokens, 300);
+        QCOMPARE(saved.usage->inputTokens, 500 + 900);
+        QCOMPARE(saved.usage->outputTokens, 300 + 60);
+        QCOMPARE(saved.usage->pendingResponses, 0);
 
         // The recording is finished after the record was saved, then the record is updated.
         QVERIFY(waitFor([&] { return rig.model->finalizingRecordings().isEmpty(); }, 10));
@@ -166,6 +177,50 @@ private Q_SLOTS:
         QCOMPARE(rig.model->detail(), kKept);
         rig.tick();
         QCOMPARE(rig.model->detail(), QStringLiteral("Appel entrant · 06 98 76 54 32"));
+        QVERIFY(rig.server.violations().isEmpty());
+    }
+
+    void unansweredOrUnreadableMessageStillSavesTheCall()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        QVERIFY(rig.callerSays(QStringLiteral("Jean Dupuis, au 12 rue des Lilas.")));
+        // The model never answers: the record waits no longer than the bound.
+        rig.model->finish();
+        QVERIFY(waitFor([&] {
+            const auto asked = rig.server.eventsOfType(QStringLiteral("response.create"));
+            return std::any_of(asked.begin(), asked.end(),
+                               ScriptedRealtimeServer::isMessageRequest);
+        }));
+        // It starts an answer that never ends.
+        rig.server.sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r_msg")));
+        QVERIFY(waitFor([&] { return rig.model->conversationUsage().pendingResponses == 1; }));
+        rig.clock.advance(4.9);
+        QCoreApplication::processEvents();
+        QVERIFY(rig.model->busy());
+        QVERIFY(rig.model->records().isEmpty());
+        rig.clock.advance(0.2);
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.model->records().size(), 1);
+        QVERIFY(!rig.model->records().first().message);
+        QCOMPARE(rig.historyOnDisk().size(), 1);
+        QVERIFY(rig.model->log().join(u'\n').contains(QStringLiteral(
+            "Message de l’appel non reçu à temps : appel enregistré sans message.")));
+        // The unfinished answer stays reserved in the estimate rather than forgotten.
+        QCOMPARE(rig.model->records().first().usage->pendingResponses, 1);
+
+        // A 1 MB field with extra keys: saved, bounded.
+        rig.tick(9);
+        rig.server.behaviour().messageArguments =
+            QStringLiteral(R"({"problem":"%1","extra":[1]})").arg(QString(1 << 20, u'x'));
+        QVERIFY(rig.takeCall());
+        QVERIFY(rig.callerSays(QStringLiteral("Une fuite.")));
+        rig.model->finish();
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QCOMPARE(rig.model->records().size(), 2);
+        QCOMPARE(rig.model->records().first().message->problem.size(), CallMessage::maxFieldLength);
+        QCOMPARE(rig.historyOnDisk().first(), rig.model->records().first());
         QVERIFY(rig.server.violations().isEmpty());
     }
 
@@ -250,9 +305,10 @@ private Q_SLOTS:
             QVERIFY(waitFor([&] { return rig.server.receivedAudio().size() > before + 4800; }));
         }
 
+        rig.server.behaviour().messageArguments = QStringLiteral("{}");
         rig.io->engines().first()->platformStopCapture();
         rig.tick();
-        QVERIFY(!rig.model->busy());
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
         QVERIFY(!rig.model->armed());
         const QString error = rig.model->error();
         QVERIFY2(error.startsWith(QStringLiteral("Le son de l’appel est interrompu. ")),

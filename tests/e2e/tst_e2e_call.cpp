@@ -164,6 +164,7 @@ private Q_SLOTS:
     void recordHoldsBothSidesInOrder();
     void recordingHoldsBothVoicesWhenTheyWereSpoken();
     void callerHangupEndsTheConversationAfterFiveTicks();
+    void messageFromTheScriptIsSavedAndPrinted();
     void userFilesAreOwnerOnly();
     void reportFigures();
 
@@ -176,6 +177,7 @@ private:
     ConversationScript m_script;
     CallRecord m_record;
     QString m_dataFolder;
+    QString m_output;
 };
 
 void TestEndToEndCall::initTestCase()
@@ -206,6 +208,7 @@ void TestEndToEndCall::initTestCase()
     QVERIFY(demo.waitForStarted());
     const bool finished = demo.waitForFinished(180'000);
     const QString output = QString::fromUtf8(demo.readAll());
+    m_output = output;
     qInfo().noquote() << output;
     QVERIFY2(finished, "the demonstration did not end within three minutes");
     QCOMPARE(demo.exitStatus(), QProcess::NormalExit);
@@ -228,6 +231,30 @@ void TestEndToEndCall::initTestCase()
     QVERIFY2(records.ok(), qPrintable(records.ok() ? QString() : records.error().message()));
     QCOMPARE(records.value().size(), 1);
     m_record = records.value().first();
+}
+
+void TestEndToEndCall::messageFromTheScriptIsSavedAndPrinted()
+{
+    // The stand-in answers the request with the message the script's caller lines hold.
+    QVERIFY2(m_record.message.has_value(), "the record has no message");
+    auto expected = CallMessage::fromAnswer(m_script.message);
+    QVERIFY(expected.ok());
+    QCOMPARE(*m_record.message, expected.value());
+    QCOMPARE(m_record.message->identity, QStringLiteral("Jean Dupuis"));
+    QCOMPARE(m_record.message->callback, QStringLiteral("06 12 34 56 78"));
+    QVERIFY(
+        m_output.contains(QStringLiteral("MESSAGE\nNom : Jean Dupuis\nAdresse : 12 rue des "
+                                         "Lilas, Lyon\nProblème : Fuite d’eau sous l’évier\n")));
+
+    // Asked after the caller hung up, answered before the session closed, in the same session.
+    const double hungUp = ns(m_softphone.value(QStringLiteral("hungUp")));
+    const double asked = ns(m_conversation.value(QStringLiteral("messageRequested")));
+    const double closed = ns(m_conversation.value(QStringLiteral("closed")));
+    QVERIFY(hungUp > 0 && asked > hungUp);
+    QVERIFY(closed > ns(m_conversation.value(QStringLiteral("messageAnswered"))));
+    qInfo("hang-up to saved record: %.0f ms; message request to session closed: %.0f ms",
+          m_report.value(QStringLiteral("hangUpToSavedMs")).toDouble(),
+          m_report.value(QStringLiteral("messageRequestToCloseMs")).toDouble());
 }
 
 void TestEndToEndCall::callIsAnsweredOnlyAfterRingingAndReadiness()
@@ -285,6 +312,10 @@ void TestEndToEndCall::recordHoldsBothSidesInOrder()
         input += response[QStringLiteral("inputTokens")].toInteger();
         output += response[QStringLiteral("outputTokens")].toInteger();
     }
+    // The message's request is paid for too.
+    input += m_conversation.value(QStringLiteral("messageInputTokens")).toInteger();
+    output += m_conversation.value(QStringLiteral("messageOutputTokens")).toInteger();
+    QVERIFY(input > 0 && m_conversation.contains(QStringLiteral("messageInputTokens")));
     QCOMPARE(m_record.usage->inputTokens, input);
     QCOMPARE(m_record.usage->outputTokens, output);
     QCOMPARE(m_record.usage->pendingResponses, 0);

@@ -279,7 +279,8 @@ void StandinSession::answerMessageRequest(const QJsonObject& request, qint64 arr
                             {QStringLiteral("input_tokens"), inputTokens},
                             {QStringLiteral("output_tokens"), outputTokens}}}}}});
     mark(QStringLiteral("messageAnswered"), monotonicNs());
-    mark(QStringLiteral("messageTokens"), inputTokens + outputTokens);
+    mark(QStringLiteral("messageInputTokens"), inputTokens);
+    mark(QStringLiteral("messageOutputTokens"), outputTokens);
 }
 
 } // namespace vemira::e2e
