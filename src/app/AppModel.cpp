@@ -1,6 +1,7 @@
 #include "app/AppModel.h"
 
 #include "app/AppModelParts.h"
+#include "app/RecordingRecovery.h"
 
 #include <QElapsedTimer>
 #include <QLocale>
@@ -39,7 +40,12 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
     if (Status loaded = d->store.load()) {
         m_error = loaded->message();
         event(loaded->message());
+        if (const auto& reason = d->store.readFailure())
+            event(QStringLiteral("Cause : ") + reason->message());
     }
+    d->store.watchFile();
+    for (const QString& line : recoverRecordings(d->store))
+        event(line);
 
     // Engines.
     d->realtime = std::make_unique<RealtimeClient>(m_clock);

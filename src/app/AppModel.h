@@ -190,6 +190,9 @@ public:
     Q_INVOKABLE void updateNote(const QUuid& id, const QString& text);
     Q_INVOKABLE void updateDossier(const QUuid& id, const QString& name);
     Q_INVOKABLE void updateFollowUpStatus(const QUuid& id, const QString& status);
+    // Deletes the call: its record, transcript file and recording (not while its recording
+    // is being finished).
+    Q_INVOKABLE void deleteRecord(const QUuid& id);
     Q_INVOKABLE void saveKey(const QString& text);
     Q_INVOKABLE void deleteKey();
     Q_INVOKABLE void saveSettings();

@@ -267,10 +267,13 @@ void AppModel::finishRecorder(const QUuid& id, std::shared_ptr<CallAudioRecorder
 
 void AppModel::recordingFinished(const QUuid& id, const Result<QString>& outcome)
 {
-    d->store.modify(id, [&outcome](CallRecord& record) {
+    const auto recorder = d->finishing.value(id);
+    const std::optional<QString> incomplete =
+        recorder ? recorder->incompleteReason() : std::nullopt;
+    d->store.modify(id, [&outcome, &incomplete](CallRecord& record) {
         if (outcome) {
             record.recordingFile = QFileInfo(outcome.value()).fileName();
-            record.recordingError.reset();
+            record.recordingError = incomplete; // blocks lost, or cut short by a write error
         } else {
             record.recordingError = outcome.error().message();
         }

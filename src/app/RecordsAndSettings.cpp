@@ -35,6 +35,24 @@ void AppModel::updateDossier(const QUuid& id, const QString& name)
         m_error = s->message();
 }
 
+void AppModel::deleteRecord(const QUuid& id)
+{
+    if (m_finalizingRecordings.contains(id)) {
+        m_error = QStringLiteral("L’enregistrement de cet appel est en cours de finalisation : "
+                                 "réessayez dans un instant.");
+        return;
+    }
+    const CallRecord* record = d->store.find(id);
+    if (!record)
+        return;
+    const QString reference = record->reference();
+    if (Status s = d->store.deleteRecord(id)) {
+        m_error = s->message();
+        return;
+    }
+    event(QStringLiteral("Appel ") + reference + QStringLiteral(" supprimé"));
+}
+
 void AppModel::updateFollowUpStatus(const QUuid& id, const QString& status)
 {
     if (Status s = d->store.updateFollowUpStatus(id, status))

@@ -68,11 +68,23 @@ Result<std::unique_ptr<CallAudioRecorder>> CallAudioRecorder::create(const QStri
     return recorder;
 }
 
+std::array<QString, 2> CallAudioRecorder::temporaryFor(const QString& url)
+{
+    return {url + QStringLiteral(".input.caf"), url + QStringLiteral(".voice.caf")};
+}
+
+QString CallAudioRecorder::droppedMessage(std::int64_t blocks)
+{
+    return QStringLiteral("Enregistrement incomplet : %1 bloc(s) audio perdu(s), l’écriture sur "
+                          "le disque ayant pris trop de retard.")
+        .arg(blocks);
+}
+
 CallAudioRecorder::CallAudioRecorder(QString url, TimeSource clock)
     : m_url(std::move(url)), m_clock(std::move(clock))
 {
     m_origin = m_clock();
-    m_temporary = {m_url + QStringLiteral(".input.caf"), m_url + QStringLiteral(".voice.caf")};
+    m_temporary = temporaryFor(m_url);
     for (auto& track : m_tracks)
         track = std::make_unique<Track>();
 }
@@ -99,25 +111,21 @@ void CallAudioRecorder::append(const char* bytes, int byteCount, int track)
     if (track < 0 || track > 1 || byteCount < 2)
         return;
     Track& t = *m_tracks[std::size_t(track)];
-    int frames = byteCount / 2;
-    int offset = 0;
-    while (frames > 0) {
-        const int take = std::min(frames, kBlockFrames);
-        Block* block = t.fifo.beginPush();
-        if (!block) {
-            m_dropped.fetch_add(1, std::memory_order_relaxed);
-            return;
-        }
-        // A long block is cut into pieces that end where the whole would have reached.
-        block->elapsed = elapsed - double(frames - take) / kRate;
-        block->frames = take;
-        for (int i = 0; i < take; ++i)
-            block->samples[std::size_t(i)] = readWire(bytes + 2 * (offset + i));
-        t.fifo.commitPush();
-        t.pushed.fetch_add(1, std::memory_order_release);
-        offset += take;
-        frames -= take;
+    const auto frames = std::size_t(byteCount / 2);
+    const std::uint64_t free =
+        kQueueFrames - (t.written - t.consumed.load(std::memory_order_acquire));
+    Block* block = frames <= free ? t.fifo.beginPush() : nullptr;
+    if (!block) {
+        m_dropped.fetch_add(1, std::memory_order_relaxed);
+        return;
     }
+    for (std::size_t i = 0; i < frames; ++i)
+        t.ring[(t.written + i) & (kQueueFrames - 1)] = readWire(bytes + 2 * i);
+    t.written += frames;
+    block->elapsed = elapsed;
+    block->frames = int(frames);
+    t.fifo.commitPush(); // publishes the samples with the header
+    t.pushed.fetch_add(1, std::memory_order_release);
 }
 
 void CallAudioRecorder::finish(Completion completion)
@@ -170,6 +178,8 @@ void CallAudioRecorder::drain(int track, std::uint64_t upTo)
             return;
         if (!m_closed && !m_failure)
             writeBlock(track, *block);
+        else
+            skipBlock(track, *block);
         t.fifo.pop();
         ++t.drained;
     }
@@ -187,6 +197,12 @@ bool CallAudioRecorder::writeSamples(int track, const float* samples, int frames
     return true;
 }
 
+void CallAudioRecorder::skipBlock(int track, const Block& block)
+{
+    Track& t = *m_tracks[std::size_t(track)];
+    t.consumed.fetch_add(std::uint64_t(block.frames), std::memory_order_release);
+}
+
 void CallAudioRecorder::writeBlock(int track, const Block& block)
 {
     Track& t = *m_tracks[std::size_t(track)];
@@ -195,14 +211,22 @@ void CallAudioRecorder::writeBlock(int track, const Block& block)
     static_assert(std::endian::native == std::endian::little,
                   "track files store host floats as little-endian");
     std::array<float, kBlockFrames> buffer{};
-    while (t.length < target) {
+    bool ok = true;
+    while (ok && t.length < target) {
         const int silence = int(std::min<std::int64_t>(target - t.length, kBlockFrames));
-        if (!writeSamples(track, buffer.data(), silence))
-            return;
+        ok = writeSamples(track, buffer.data(), silence);
     }
-    for (int i = 0; i < block.frames; ++i)
-        buffer[std::size_t(i)] = float(block.samples[std::size_t(i)]) / 32768.0f;
-    writeSamples(track, buffer.data(), block.frames);
+    std::uint64_t from = t.consumed.load(std::memory_order_relaxed);
+    for (int done = 0; ok && done < block.frames;) {
+        const int take = std::min(block.frames - done, kBlockFrames);
+        for (int i = 0; i < take; ++i)
+            buffer[std::size_t(i)] =
+                float(t.ring[(from + std::uint64_t(i)) & (kQueueFrames - 1)]) / 32768.0f;
+        ok = writeSamples(track, buffer.data(), take);
+        from += std::uint64_t(take);
+        done += take;
+    }
+    skipBlock(track, block);
 }
 
 void CallAudioRecorder::doFinish(std::array<std::uint64_t, 2> counts, const Completion& completion)
@@ -212,30 +236,56 @@ void CallAudioRecorder::doFinish(std::array<std::uint64_t, 2> counts, const Comp
     drain(0, counts[0]);
     drain(1, counts[1]);
     m_closed = true;
-    Result<QString> result = m_failure ? Result<QString>(*m_failure) : mix();
+    for (auto& track : m_tracks)
+        track->file->close();
+    // After a write failure what reached the disk is still the call: it becomes the
+    // recording, said to be incomplete.
+    Result<QString> result = mixTracks(m_url, m_temporary);
+    if (m_failure) {
+        if (result)
+            m_incomplete = m_failure->message();
+        else if (result.error().message() == nothingRecordedMessage())
+            result = *m_failure;
+    }
+    if (const std::int64_t dropped = droppedBlocks(); dropped > 0 && result)
+        m_incomplete =
+            m_incomplete ? *m_incomplete + u' ' + droppedMessage(dropped) : droppedMessage(dropped);
     if (completion)
         completion(std::move(result));
 }
 
-Result<QString> CallAudioRecorder::mix()
+Result<QString> CallAudioRecorder::mixTracks(const QString& url,
+                                             const std::array<QString, 2>& tracks)
 {
     std::array<std::unique_ptr<QFile>, 2> readers;
     std::array<std::int64_t, 2> lengths{};
     for (int t = 0; t < 2; ++t) {
-        m_tracks[std::size_t(t)]->file->close();
-        auto reader = std::make_unique<QFile>(m_temporary[std::size_t(t)]);
-        if (!reader->open(QIODevice::ReadOnly) || !reader->seek(AudioFiles::kCafHeaderBytes))
-            return writeError(reader->errorString());
-        lengths[std::size_t(t)] = (reader->size() - AudioFiles::kCafHeaderBytes) / 4;
+        auto reader = std::make_unique<QFile>(tracks[std::size_t(t)]);
+        // A track that is missing or holds only part of its header counts as silence.
+        if (!reader->open(QIODevice::ReadOnly) || reader->size() < AudioFiles::kCafHeaderBytes ||
+            !reader->seek(AudioFiles::kCafHeaderBytes)) {
+            lengths[std::size_t(t)] = 0;
+        } else {
+            lengths[std::size_t(t)] = (reader->size() - AudioFiles::kCafHeaderBytes) / 4;
+        }
         readers[std::size_t(t)] = std::move(reader);
     }
+    const auto removeTracks = [&] {
+        for (int t = 0; t < 2; ++t) {
+            readers[std::size_t(t)]->close();
+            QFile::remove(tracks[std::size_t(t)]);
+        }
+    };
     const std::int64_t total = std::max(lengths[0], lengths[1]);
-    if (total < 1)
+    if (total < 1) {
+        removeTracks();
         return AppError(nothingRecordedMessage());
+    }
 
-    QSaveFile out(m_url);
+    // When the final file cannot be written the tracks stay: the next start tries again.
+    QSaveFile out(url);
     if (!out.open(QIODevice::WriteOnly) || !ownerOnly(out))
-        return createError(m_url, out.errorString());
+        return createError(url, out.errorString());
     if (out.write(AudioFiles::wavFloatHeader(kRate, total)) != AudioFiles::kWavHeaderBytes)
         return writeError(out.errorString());
 
@@ -262,11 +312,8 @@ Result<QString> CallAudioRecorder::mix()
     }
     if (!out.commit())
         return writeError(out.errorString());
-    for (int t = 0; t < 2; ++t) {
-        readers[std::size_t(t)]->close();
-        QFile::remove(m_temporary[std::size_t(t)]);
-    }
-    return m_url;
+    removeTracks();
+    return url;
 }
 
 } // namespace vemira

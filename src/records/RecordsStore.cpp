@@ -158,8 +158,12 @@ const CallRecord* RecordsStore::find(const QUuid& id) const
 
 Status RecordsStore::saveHistory()
 {
-    if (m_historyReadFailed)
+    if (m_historyReadFailed) {
+        // The transcript files are separate files: the calls of this run are kept on disk
+        // that way, while the unreadable history stays untouched.
+        (void)writeTranscriptFiles();
         return AppError(refusedWhileUnreadable());
+    }
     if (Status failed = PrivateFiles::ensureFolder(m_folder.path()))
         return cannotSave(*failed);
     if (Status failed = writeLocked())

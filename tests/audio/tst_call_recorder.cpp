@@ -82,6 +82,7 @@ private Q_SLOTS:
     void finishOnceAndNothingRecorded();
     void failuresAreReported();
     void appendsFromTwoAudioThreadsAreAllKept();
+    void queueHoldsSecondsWhateverTheBlockSize();
 };
 
 void CallRecorderTest::initTestCase()
@@ -175,6 +176,9 @@ void CallRecorderTest::finishOnceAndNothingRecorded()
     QCOMPARE(result.error().message(),
              QStringLiteral("Aucun son n’a été reçu pour cet enregistrement."));
     QVERIFY(!QFile::exists(path));
+    // No recording: no temporary track left behind either.
+    for (const QString& track : recorder->temporary())
+        QVERIFY(!QFile::exists(track));
 
     // The second finish does nothing, not even call its completion; later appends are ignored.
     std::atomic<int> calls{0};
@@ -234,6 +238,31 @@ void CallRecorderTest::appendsFromTwoAudioThreadsAreAllKept()
     QCOMPARE(samples.size(), std::size_t(47 * 1024));
     const float both = 0.5f * (4096.0f + 2048.0f) / 32768.0f;
     QVERIFY(std::all_of(samples.begin(), samples.end(), [both](float v) { return v == both; }));
+}
+
+void CallRecorderTest::queueHoldsSecondsWhateverTheBlockSize()
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("rafale.wav"));
+    double now = 0;
+    auto recorder = std::move(CallAudioRecorder::create(path, [&now] { return now; })).value();
+    // Fifteen seconds of 10 ms device blocks arrive at once (the disk stalled meanwhile):
+    // 1,500 blocks, all kept.
+    for (int block = 1; block <= 1500; ++block) {
+        now = block * 0.010;
+        recorder->append(wire(240, 1000), 0);
+    }
+    QCOMPARE(recorder->droppedBlocks(), std::int64_t(0));
+    // One block longer than the whole queue cannot be kept: it is counted, the rest stays.
+    recorder->append(wire(int(CallAudioRecorder::kQueueFrames) + 1, 1000), 1);
+    QCOMPARE(recorder->droppedBlocks(), std::int64_t(1));
+    const auto result = finishAndWait(*recorder);
+    QVERIFY(result);
+    QCOMPARE(soxSamples(path).size(), std::size_t(1500 * 240));
+    QCOMPARE(recorder->incompleteReason(),
+             std::optional<QString>(QStringLiteral(
+                 "Enregistrement incomplet : 1 bloc(s) audio perdu(s), l’écriture sur le disque "
+                 "ayant pris trop de retard.")));
 }
 
 QTEST_GUILESS_MAIN(CallRecorderTest)

@@ -108,7 +108,8 @@ void RecordsStoreTest::unreadableHistoryIsNeverOverwritten()
     QVERIFY(store.historyReadFailed());
     QVERIFY(store.records().isEmpty());
 
-    // Everything of this run stays in memory; every save is refused with its message.
+    // The history of this run stays in memory; every save is refused with its message, but
+    // each call's transcript file is still written beside it.
     const auto demo = store.addDemo(QDateTime::currentDateTime());
     QVERIFY(demo.saved);
     QCOMPARE(demo.saved->message(), refusedMessage);
@@ -125,7 +126,9 @@ void RecordsStoreTest::unreadableHistoryIsNeverOverwritten()
     } else {
         QCOMPARE(fileBytes(file), content);
     }
-    QVERIFY(!QFileInfo::exists(dataPath() + QStringLiteral("/Transcriptions")));
+    QVERIFY(fileBytes(dataPath() + QStringLiteral("/Transcriptions/Appel-") + uuidText(demo.id) +
+                      QStringLiteral(".txt"))
+                .endsWith("à exporter"));
 }
 
 void RecordsStoreTest::editsChangeOneRecordInPlace()

@@ -1,0 +1,65 @@
+#include "app/RecordingRecovery.h"
+
+#include "audio/CallAudioRecorder.h"
+#include "records/RecordsStore.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSet>
+
+namespace vemira {
+
+namespace {
+
+// "Appel-<UUID>.wav" → the id, when the name is one of ours.
+std::optional<QUuid> callOf(const QString& wavName)
+{
+    static const QString prefix = QStringLiteral("Appel-");
+    static const QString suffix = QStringLiteral(".wav");
+    if (!wavName.startsWith(prefix) || !wavName.endsWith(suffix))
+        return std::nullopt;
+    return parseUuid(
+        QStringView(wavName).mid(prefix.size(), wavName.size() - prefix.size() - suffix.size()));
+}
+
+} // namespace
+
+QStringList recoverRecordings(RecordsStore& store)
+{
+    const QDir folder(store.folder().recordingsFolder());
+    QSet<QString> urls;
+    for (const QString& track : folder.entryList(
+             {QStringLiteral("*.wav.input.caf"), QStringLiteral("*.wav.voice.caf")}, QDir::Files))
+        urls.insert(folder.filePath(track.left(track.lastIndexOf(u'.', track.size() - 5))));
+    QStringList lines;
+    bool changed = false;
+    for (const QString& url : std::as_const(urls)) {
+        const QString name = QFileInfo(url).fileName();
+        const auto id = callOf(name);
+        auto mixed = CallAudioRecorder::mixTracks(url, CallAudioRecorder::temporaryFor(url));
+        if (!mixed) {
+            lines.append(QStringLiteral("Pistes d’enregistrement de « ") + name +
+                         QStringLiteral(" » non récupérées : ") + mixed.error().message());
+            continue;
+        }
+        if (id && store.modify(*id, [&name](CallRecord& record) {
+                record.recordingFile = name;
+                record.recordingError = QStringLiteral(
+                    "Enregistrement récupéré au démarrage après un arrêt inattendu de Vemira.");
+            })) {
+            changed = true;
+            lines.append(QStringLiteral("Enregistrement de l’appel ") + uuidText(*id).left(8) +
+                         QStringLiteral(" récupéré après un arrêt inattendu."));
+        } else {
+            lines.append(QStringLiteral("Enregistrement récupéré sans fiche d’appel, conservé : ") +
+                         QDir::toNativeSeparators(mixed.value()));
+        }
+    }
+    if (changed) {
+        if (Status failed = store.saveHistory())
+            lines.append(failed->message());
+    }
+    return lines;
+}
+
+} // namespace vemira

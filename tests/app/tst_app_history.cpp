@@ -1,0 +1,219 @@
+// The application model and the `vemira` tool (the real executable) on one data folder, as a
+// user runs them side by side: edits survive each other's saves, the lists follow the file,
+// an unreadable file is never touched, and tracks left by a crash become a recording.
+
+#include "AppRig.h"
+#include "audio/AudioFiles.h"
+#include "audio/CallAudioRecorder.h"
+#include "records/HistoryCodec.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QTest>
+
+using namespace vemira;
+using namespace vemira::testing;
+
+namespace {
+
+QProcess* startTool(const QString& folder, const QStringList& arguments, QObject* parent)
+{
+    auto* process = new QProcess(parent);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("VEMIRA_DATA_DIR"), folder);
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), folder + QStringLiteral("/config"));
+    process->setProcessEnvironment(env);
+    process->start(QStringLiteral(VEMIRA_CLI_PATH), arguments);
+    return process;
+}
+
+// Runs the tool to its end while the model's events keep being handled.
+int tool(const QString& folder, const QStringList& arguments)
+{
+    QObject owner;
+    QProcess* process = startTool(folder, arguments, &owner);
+    QElapsedTimer timer;
+    timer.start();
+    while (process->state() != QProcess::NotRunning && timer.elapsed() < 30000)
+        QTest::qWait(10);
+    return process->exitStatus() == QProcess::NormalExit ? process->exitCode() : -1;
+}
+
+QList<CallRecord> onDisk(const QString& folder)
+{
+    auto records = RecordsStore::readFile(DataFolder(folder).historyFile());
+    return records ? records.value() : QList<CallRecord>();
+}
+
+const CallRecord* byId(const QList<CallRecord>& records, const QUuid& id)
+{
+    for (const CallRecord& record : records)
+        if (record.id == id)
+            return &record;
+    return nullptr;
+}
+
+QByteArray bytesOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Tracks as a recorder leaves them when its process dies mid-call: written, never mixed.
+void leaveTracks(const QString& url, int frames)
+{
+    auto recorder = std::move(CallAudioRecorder::create(url, [] { return 0.0; })).value();
+    QByteArray wire(frames * 2, '\0');
+    for (int i = 0; i < frames; ++i)
+        wire[2 * i + 1] = 0x10;
+    recorder->append(wire, 0);
+    recorder->append(wire, 1);
+    recorder.reset(); // the worker writes what was queued and stops: no finish
+}
+
+} // namespace
+
+class AppHistoryTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { QLocale::setDefault(QLocale(QLocale::French, QLocale::France)); }
+
+    void toolEditsSurviveTheApplicationsSaves()
+    {
+        AppRig rig;
+        rig.model->addDemo();
+        const QUuid id = rig.model->records().first().id;
+        const QString ref = rig.model->records().first().reference();
+
+        QCOMPARE(tool(rig.dir.path(), {QStringLiteral("note"), ref, QStringLiteral("par l’outil")}),
+                 0);
+        // The application's list follows the file…
+        QTRY_COMPARE(rig.model->records().first().note, QStringLiteral("par l’outil"));
+        // …and its next saves keep the tool's edit.
+        QCOMPARE(tool(rig.dir.path(), {QStringLiteral("status"), ref, QStringLiteral("Terminé")}),
+                 0);
+        rig.model->updateDossier(id, QStringLiteral("SCI Lilas"));
+        rig.model->addDemo();
+        const QList<CallRecord> saved = onDisk(rig.dir.path());
+        QCOMPARE(saved.size(), 2);
+        QCOMPARE(byId(saved, id)->note, QStringLiteral("par l’outil"));
+        QCOMPARE(byId(saved, id)->followUpStatus,
+                 std::optional<QString>(QStringLiteral("Terminé")));
+        QCOMPARE(byId(saved, id)->dossier, std::optional<QString>(QStringLiteral("SCI Lilas")));
+
+        // A call deleted with the tool leaves the application's list too.
+        QCOMPARE(tool(rig.dir.path(), {QStringLiteral("delete"), ref}), 0);
+        QTRY_VERIFY(!byId(rig.model->records(), id));
+        rig.model->addDemo();
+        QVERIFY(!byId(onDisk(rig.dir.path()), id));
+    }
+
+    void applicationAndToolEditingTogether()
+    {
+        AppRig rig;
+        for (int i = 0; i < 12; ++i)
+            rig.model->addDemo();
+        const QList<CallRecord> start = rig.model->records();
+        QList<QProcess*> running;
+        QObject owner;
+        QElapsedTimer timer;
+        timer.start();
+        // The tool notes every call (three at a time) while the model files them, one by
+        // one, and takes new ones.
+        for (int i = 0; i < start.size(); ++i) {
+            running.append(startTool(
+                rig.dir.path(),
+                {QStringLiteral("note"), start[i].reference(), QStringLiteral("outil %1").arg(i)},
+                &owner));
+            rig.model->updateDossier(start[i].id, QStringLiteral("dossier %1").arg(i));
+            if (i % 4 == 0)
+                rig.model->addDemo();
+            while (std::count_if(running.begin(), running.end(),
+                                 [](QProcess* p) { return p->state() != QProcess::NotRunning; }) >=
+                       3 &&
+                   timer.elapsed() < 60000)
+                QTest::qWait(5);
+        }
+        for (QProcess* process : std::as_const(running)) {
+            QVERIFY(process->state() == QProcess::NotRunning || process->waitForFinished(30000));
+            QCOMPARE(process->exitCode(), 0);
+        }
+        QVERIFY(timer.elapsed() < 90000);
+        rig.model->addDemo(); // one more save of the application after the tool's last edit
+        const QList<CallRecord> saved = onDisk(rig.dir.path());
+        QCOMPARE(saved.size(), 12 + 3 + 1);
+        for (int i = 0; i < start.size(); ++i) {
+            const CallRecord* record = byId(saved, start[i].id);
+            QVERIFY(record);
+            QCOMPARE(record->note, QStringLiteral("outil %1").arg(i));
+            QCOMPARE(record->dossier, std::optional<QString>(QStringLiteral("dossier %1").arg(i)));
+        }
+        QCOMPARE(rig.model->records().size(), saved.size());
+    }
+
+    void unreadableFileStaysByteIdentical()
+    {
+        const QByteArray broken = [] {
+            QByteArray second = encodeRecord(makeDemoRecord(QDateTime::currentDateTime())).value();
+            second.replace("\"note\":", "\"nota\":");
+            return joinHistory(
+                {encodeRecord(makeDemoRecord(QDateTime::currentDateTime())).value(), second});
+        }();
+        ModelRig rig(true, [&](RecordsStore& store) {
+            QDir().mkpath(store.folder().path());
+            QFile file(store.folder().historyFile());
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(broken);
+        });
+        rig.model = std::make_unique<AppModel>(rig.fakeDependencies());
+        const QString history = DataFolder(rig.dir.path()).historyFile();
+        QVERIFY(rig.model->historyReadFailed());
+        QVERIFY(rig.model->log().join(u'\n').contains(
+            QStringLiteral("Cause : enregistrement 2 : clé « note » manquante")));
+        rig.model->addDemo();
+        const QUuid id = rig.model->records().first().id;
+        rig.model->updateNote(id, QStringLiteral("x"));
+        rig.model->deleteRecord(id);
+        QCOMPARE(tool(rig.dir.path(), {QStringLiteral("add-demo")}), 1);
+        QCOMPARE(tool(rig.dir.path(), {QStringLiteral("check")}), 1);
+        QCOMPARE(bytesOf(history), broken);
+        // New calls' transcripts are still written beside it.
+        rig.model->addDemo();
+        QVERIFY(QFileInfo::exists(
+            DataFolder(rig.dir.path()).transcriptsFolder() + QStringLiteral("/Appel-") +
+            uuidText(rig.model->records().first().id) + QStringLiteral(".txt")));
+        QCOMPARE(bytesOf(history), broken);
+    }
+
+    void tracksLeftByACrashBecomeTheRecording()
+    {
+        QUuid saved;
+        const QUuid unknown = QUuid::createUuid();
+        ModelRig rig(true, [&](RecordsStore& store) {
+            QVERIFY(!store.load());
+            saved = store.addDemo(QDateTime::currentDateTime()).id;
+        });
+        const QString recordings = DataFolder(rig.dir.path()).recordingsFolder();
+        const auto wav = [&](const QUuid& id) {
+            return recordings + QStringLiteral("/Appel-") + uuidText(id) + QStringLiteral(".wav");
+        };
+        leaveTracks(wav(saved), 24000);
+        leaveTracks(wav(unknown), 12000);
+        QVERIFY(QFileInfo::exists(wav(saved) + QStringLiteral(".input.caf")));
+
+        rig.model = std::make_unique<AppModel>(rig.fakeDependencies());
+        const CallRecord* record = byId(rig.model->records(), saved);
+        QCOMPARE(record->recordingFile, std::optional<QString>(QFileInfo(wav(saved)).fileName()));
+        QCOMPARE(AudioFiles::wavFrames(wav(saved)).value(), std::int64_t(24000));
+        QCOMPARE(byId(onDisk(rig.dir.path()), saved)->recordingFile, record->recordingFile);
+        // No record for the other call: its audio is kept, playable, and the log says where.
+        QCOMPARE(AudioFiles::wavFrames(wav(unknown)).value(), std::int64_t(12000));
+        QVERIFY(rig.model->log().join(u'\n').contains(QFileInfo(wav(unknown)).fileName()));
+        QCOMPARE(QDir(recordings).entryList({QStringLiteral("*.caf")}, QDir::Files).size(), 0);
+    }
+};
+
+QTEST_MAIN(AppHistoryTest)
+#include "tst_app_history.moc"
