@@ -28,6 +28,7 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
     m_voiceStyle = d->settings.voiceStyle();
     d->voiceEQ = VoiceEQSettings::load(d->settings.voiceEQ().value_or(QByteArray()));
     m_recordingEnabled = d->settings.recordingEnabled();
+    m_recordingRetentionDays = d->settings.recordingRetentionDays();
     m_interventionMicUID = d->settings.interventionMicUID().value_or(QString());
     m_interventionOutputUID = d->settings.interventionOutputUID().value_or(QString());
     wireDerivedNotifications();
@@ -46,6 +47,7 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
     d->store.watchFile();
     for (const QString& line : recoverRecordings(d->store))
         event(line);
+    applyRecordingRetention();
 
     // Engines.
     d->realtime = std::make_unique<RealtimeClient>(m_clock);
@@ -150,6 +152,10 @@ void AppModel::wireDerivedNotifications()
     });
     connect(this, &AppModel::recordingEnabledChanged, this,
             [this] { d->settings.setRecordingEnabled(m_recordingEnabled); });
+    connect(this, &AppModel::recordingRetentionDaysChanged, this, [this] {
+        d->settings.setRecordingRetentionDays(m_recordingRetentionDays);
+        applyRecordingRetention();
+    });
 }
 
 void AppModel::notifyReadiness()

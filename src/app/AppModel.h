@@ -106,6 +106,9 @@ class AppModel : public GuidedSetupState {
     // Usage and recording. `conversationUsage`, `finalizingRecordings`: see the getters below.
     Q_PROPERTY(bool recordingEnabled READ recordingEnabled WRITE setRecordingEnabled NOTIFY
                    recordingEnabledChanged)
+    // Days recordings are kept (0: never deleted); applied at start, on change, once a day.
+    Q_PROPERTY(int recordingRetentionDays READ recordingRetentionDays WRITE
+                   setRecordingRetentionDays NOTIFY recordingRetentionDaysChanged)
     Q_PROPERTY(
         QString transcriptCopyStatus READ transcriptCopyStatus NOTIFY transcriptCopyStatusChanged)
 
@@ -284,6 +287,10 @@ public:
 
     const ConversationUsage& conversationUsage() const { return m_conversationUsage; }
     bool historyReadFailed() const;
+    int recordingRetentionDays() const { return m_recordingRetentionDays; }
+    void setRecordingRetentionDays(int days) { m_recordingRetentionDays = days; }
+    // Deletes the recordings older than the retention setting now, logging what went.
+    void applyRecordingRetention();
     bool recordingEnabled() const { return m_recordingEnabled; }
     void setRecordingEnabled(bool v) { m_recordingEnabled = v; }
     QSet<QUuid> finalizingRecordings() const { return m_finalizingRecordings; }
@@ -330,6 +337,7 @@ Q_SIGNALS:
     void audioDiagnosticChanged();
     void conversationUsageChanged();
     void recordingEnabledChanged();
+    void recordingRetentionDaysChanged();
     void finalizingRecordingsChanged();
     void transcriptCopyStatusChanged();
     void readinessIssuesChanged();
@@ -411,6 +419,7 @@ private:
     VEMIRA_OBSERVABLE(AppModel, QString, interventionOutputUID)
     VEMIRA_OBSERVABLE(AppModel, QString, audioDiagnostic)
     VEMIRA_OBSERVABLE_INIT(AppModel, bool, recordingEnabled, true)
+    VEMIRA_OBSERVABLE_INIT(AppModel, int, recordingRetentionDays, 0)
     VEMIRA_OBSERVABLE(AppModel, QString, transcriptCopyStatus)
 
     // Plain values.
@@ -419,6 +428,7 @@ private:
     double m_cooldownUntil = -1e9;
     ConversationUsage m_conversationUsage;
     QSet<QUuid> m_finalizingRecordings;
+    double m_nextRetention = 0; // uptime of the next daily pass over the recordings
 };
 
 } // namespace vemira

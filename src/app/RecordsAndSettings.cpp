@@ -1,6 +1,7 @@
 #include "app/AppModel.h"
 #include "app/AppModelParts.h"
 #include "records/AgentInstructions.h"
+#include "records/RecordingRetention.h"
 
 #include <QPointer>
 
@@ -33,6 +34,19 @@ void AppModel::updateDossier(const QUuid& id, const QString& name)
 {
     if (Status s = d->store.updateDossier(id, name))
         m_error = s->message();
+}
+
+void AppModel::applyRecordingRetention()
+{
+    m_nextRetention = m_clock.uptime() + 24 * 3600.0;
+    const int days = m_recordingRetentionDays;
+    const QStringList removed = RecordingRetention::purge(d->store, days, m_clock.now());
+    if (!removed.isEmpty()) {
+        event(QStringLiteral("Enregistrements de plus de %1 jours supprimés (%2) : ")
+                  .arg(days)
+                  .arg(removed.size()) +
+              removed.join(QStringLiteral(", ")));
+    }
 }
 
 void AppModel::deleteRecord(const QUuid& id)

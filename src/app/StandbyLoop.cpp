@@ -57,6 +57,8 @@ void AppModel::tick()
     ageRelayEvidence();
 
     const double now = m_clock.uptime();
+    if (now >= m_nextRetention)
+        applyRecordingRetention();
     if (m_call) {
         conversationTick(now);
         return; // one call at a time

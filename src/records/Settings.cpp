@@ -140,6 +140,19 @@ void Settings::setRecordingEnabled(bool enabled)
     m_store->sync();
 }
 
+int Settings::recordingRetentionDays() const
+{
+    bool ok = false;
+    const int days = m_store->value(key("recordingRetentionDays")).toInt(&ok);
+    return ok && (days == 30 || days == 90 || days == 365) ? days : 0;
+}
+
+void Settings::setRecordingRetentionDays(int days)
+{
+    m_store->setValue(key("recordingRetentionDays"), days);
+    m_store->sync();
+}
+
 std::optional<QString> Settings::interventionMicUID() const
 {
     return string(key("interventionMicUID"));

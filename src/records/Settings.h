@@ -46,6 +46,8 @@ public:
     void setVoiceEQ(const QByteArray& json);
     bool recordingEnabled() const; // true unless a boolean false is stored
     void setRecordingEnabled(bool enabled);
+    int recordingRetentionDays() const; // 0 (kept for ever) unless 30, 90 or 365 is stored
+    void setRecordingRetentionDays(int days);
     std::optional<QString> interventionMicUID() const;
     void setInterventionMicUID(const std::optional<QString>& uid);
     std::optional<QString> interventionOutputUID() const;

@@ -1,6 +1,7 @@
 #include "ui/ConnectionsPage.h"
 
 #include "app/AppModel.h"
+#include "records/RecordingRetention.h"
 #include "ui/Bind.h"
 #include "ui/GuidedSetup.h"
 #include "ui/Theme.h"
@@ -149,6 +150,15 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     auto* recording = new Card(QStringLiteral("Enregistrement et autorisations"), content);
     m_recording = new ToggleSwitch(QStringLiteral("Enregistrer l’audio des appels"), recording);
     recording->body()->addWidget(m_recording);
+    auto* retentionRow = new QHBoxLayout;
+    retentionRow->addWidget(makeLabel(RecordingRetention::title(), recording));
+    m_retention = new QComboBox(recording);
+    m_retention->setAccessibleName(RecordingRetention::title());
+    for (int days : RecordingRetention::choices())
+        m_retention->addItem(RecordingRetention::label(days), days);
+    retentionRow->addWidget(m_retention);
+    retentionRow->addStretch(1);
+    recording->body()->addLayout(retentionRow);
     m_permissions = makeLabel(QString(), recording);
     m_permissions->setAccessibleName(QStringLiteral("Autorisations"));
     recording->body()->addWidget(m_permissions);
@@ -182,6 +192,11 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     connect(saveSettings, &QPushButton::clicked, m_model, &AppModel::saveSettings);
     connect(prepare, &QPushButton::clicked, this, [this] { m_setup->prepareLink(); });
     connect(back, &QPushButton::clicked, this, [this] { m_setup->phoneBackToSystem(); });
+    connect(m_retention, &QComboBox::currentIndexChanged, this, [this] {
+        const int days = m_retention->currentData().toInt();
+        if (days != m_model->recordingRetentionDays())
+            m_model->setRecordingRetentionDays(days);
+    });
     connect(m_recording, &ToggleSwitch::toggled, this, [this](bool on) {
         if (on != m_model->recordingEnabled())
             m_model->setRecordingEnabled(on);
@@ -218,6 +233,11 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     connect(m_model, &AppModel::configurationStatusChanged, this, routing);
     bind(m_model, &AppModel::nativeAudioStatusChanged, this,
          [this] { setTextIfChanged(m_phoneStatus, m_model->nativeAudioStatus()); });
+    bind(m_model, &AppModel::recordingRetentionDaysChanged, this, [this] {
+        const QSignalBlocker block(m_retention);
+        m_retention->setCurrentIndex(
+            qMax(0, m_retention->findData(m_model->recordingRetentionDays())));
+    });
     bind(m_model, &AppModel::recordingEnabledChanged, this, [this] {
         const QSignalBlocker block(m_recording);
         m_recording->setChecked(m_model->recordingEnabled());

@@ -33,6 +33,7 @@ public:
     QComboBox* interventionMicPicker() const { return m_micPicker; }
     QComboBox* interventionOutputPicker() const { return m_listenPicker; }
     ToggleSwitch* recordingSwitch() const { return m_recording; }
+    QComboBox* retentionPicker() const { return m_retention; }
 
 private:
     void refreshDevices();
@@ -53,6 +54,7 @@ private:
     QComboBox* m_listenPicker;
     QLabel* m_phoneStatus;
     ToggleSwitch* m_recording;
+    QComboBox* m_retention;
     QLabel* m_permissions;
 };
 

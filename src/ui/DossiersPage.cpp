@@ -15,6 +15,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSplitter>
@@ -153,9 +154,13 @@ DossiersPage::DossiersPage(AppModel* model, QWidget* parent) : QWidget(parent), 
     m_listen = makeButton(QStringLiteral("É&couter…"), m_detail);
     m_listen->setAccessibleDescription(QStringLiteral("Ouvrir l’enregistrement de l’appel"));
     m_audioExport = makeButton(QStringLiteral("Exporter l’&audio…"), m_detail);
+    m_delete = makeButton(QStringLiteral("Supprimer…"), m_detail);
+    m_delete->setAccessibleDescription(
+        QStringLiteral("Supprimer l’appel, sa transcription et son enregistrement"));
     for (QPushButton* b : {m_copy, m_export, m_reveal, m_listen, m_audioExport})
         actions->addWidget(b);
     actions->addStretch(1);
+    actions->addWidget(m_delete);
     detail->addLayout(actions);
     m_message = makeLabel(QString(), m_detail);
     m_message->setAccessibleName(QStringLiteral("Message"));
@@ -214,6 +219,7 @@ DossiersPage::DossiersPage(AppModel* model, QWidget* parent) : QWidget(parent), 
         if (m_draft.selected)
             m_model->exportRecording(*m_draft.selected);
     });
+    connect(m_delete, &QPushButton::clicked, this, &DossiersPage::confirmDeletion);
     connect(m_listen, &QPushButton::clicked, this, [this] {
         if (m_draft.selected)
             Q_EMIT listenRequested(*m_draft.selected);
@@ -319,6 +325,31 @@ void DossiersPage::showSelected()
     m_listen->setEnabled(hasRecording);
     m_audioExport->setEnabled(hasRecording);
     m_updating = false;
+}
+
+void DossiersPage::confirmDeletion()
+{
+    if (!m_draft.selected)
+        return;
+    const CallRecord* record = m_draft.selectedRecord(m_model->records());
+    if (!record)
+        return;
+    const QUuid id = record->id;
+    QMessageBox box(QMessageBox::Warning, QStringLiteral("Supprimer l’appel"),
+                    QStringLiteral("Supprimer l’appel ") + record->reference() +
+                        QStringLiteral(" (") + record->caller +
+                        QStringLiteral(") ? Sa fiche, sa transcription et son enregistrement "
+                                       "seront effacés de ce Mac. Cette action est définitive."),
+                    QMessageBox::NoButton, this);
+    QPushButton* confirm = box.addButton(QStringLiteral("Supprimer"), QMessageBox::DestructiveRole);
+    box.addButton(QStringLiteral("Annuler"), QMessageBox::RejectRole);
+    box.setDefaultButton(qobject_cast<QPushButton*>(box.buttons().last()));
+    if (confirmDeletionForTests)
+        confirmDeletionForTests(box);
+    else
+        box.exec();
+    if (box.clickedButton() == confirm)
+        m_model->deleteRecord(id);
 }
 
 void DossiersPage::commitNote()

@@ -3,6 +3,9 @@
 #include "records/Dossiers.h"
 
 #include <QWidget>
+#include <functional>
+
+class QMessageBox;
 
 class QComboBox;
 class QLabel;
@@ -30,6 +33,8 @@ public:
     const DossiersDraft& draft() const { return m_draft; }
     // Saves a note still being typed (called before the selection moves or the window hides).
     void commitNote();
+    // Asks for confirmation, then deletes the selected call with its files.
+    void confirmDeletion();
 
     QLineEdit* searchField() const { return m_search; }
     QComboBox* folderPicker() const { return m_folder; }
@@ -46,6 +51,9 @@ public:
     QPushButton* revealButton() const { return m_reveal; }
     QPushButton* audioExportButton() const { return m_audioExport; }
     QPushButton* listenButton() const { return m_listen; }
+    QPushButton* deleteButton() const { return m_delete; }
+    // Answers the confirmation instead of a person (tests); unset, the box is modal.
+    std::function<void(QMessageBox&)> confirmDeletionForTests;
     QLabel* messageLabel() const { return m_message; }
 
     // Opens the dossier sheet for the selected call; returns once it is closed.
@@ -91,6 +99,7 @@ private:
     QPushButton* m_reveal;
     QPushButton* m_audioExport;
     QPushButton* m_listen;
+    QPushButton* m_delete;
     QLabel* m_message;
 };
 

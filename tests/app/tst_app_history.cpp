@@ -176,6 +176,7 @@ private Q_SLOTS:
         const QUuid id = rig.model->records().first().id;
         rig.model->updateNote(id, QStringLiteral("x"));
         rig.model->deleteRecord(id);
+        rig.model->setRecordingRetentionDays(30);
         QCOMPARE(tool(rig.dir.path(), {QStringLiteral("add-demo")}), 1);
         QCOMPARE(tool(rig.dir.path(), {QStringLiteral("check")}), 1);
         QCOMPARE(bytesOf(history), broken);
@@ -212,6 +213,58 @@ private Q_SLOTS:
         QCOMPARE(AudioFiles::wavFrames(wav(unknown)).value(), std::int64_t(12000));
         QVERIFY(rig.model->log().join(u'\n').contains(QFileInfo(wav(unknown)).fileName()));
         QCOMPARE(QDir(recordings).entryList({QStringLiteral("*.caf")}, QDir::Files).size(), 0);
+    }
+
+    void retentionDeletesOnlyOlderRecordings()
+    {
+        ModelRig rig;
+        const DataFolder folder(rig.dir.path());
+        QList<CallRecord> calls;
+        {
+            RecordsStore store(folder);
+            QVERIFY(!store.load());
+            QVERIFY(QDir().mkpath(folder.recordingsFolder()));
+            for (int age : {40, 20, 5}) {
+                CallRecord call = CallRecord::create(rig.clock.now().addDays(-age),
+                                                     QStringLiteral("+33 6 12 34 56 78"),
+                                                     QStringLiteral("Appel entrant"));
+                call.recordingFile =
+                    QStringLiteral("Appel-") + uuidText(call.id) + QStringLiteral(".wav");
+                QFile file(folder.recordingsFolder() + u'/' + *call.recordingFile);
+                QVERIFY(file.open(QIODevice::WriteOnly));
+                file.write("RIFF");
+                store.insertFront(call);
+                calls.append(call);
+            }
+            QVERIFY(!store.saveHistory());
+        }
+        const auto exists = [&](const CallRecord& call) {
+            return QFileInfo::exists(folder.recordingsFolder() + u'/' + *call.recordingFile);
+        };
+        rig.model = std::make_unique<AppModel>(rig.fakeDependencies());
+        QCOMPARE(rig.model->recordingRetentionDays(), 0); // never deleted unless chosen
+        QVERIFY(exists(calls[0]));
+
+        rig.model->setRecordingRetentionDays(30);
+        QVERIFY(!exists(calls[0]));
+        QVERIFY(exists(calls[1]) && exists(calls[2]));
+        QVERIFY(rig.model->log().first().contains(QFileInfo(*calls[0].recordingFile).fileName()));
+        // The record and its transcript stay; the record says where its audio went.
+        const CallRecord* old = byId(onDisk(rig.dir.path()), calls[0].id);
+        QVERIFY(old && !old->recordingFile);
+        QVERIFY(old->recordingError->contains(QStringLiteral("30 jours")));
+        QVERIFY(QFileInfo::exists(folder.transcriptsFolder() + QStringLiteral("/Appel-") +
+                                  uuidText(calls[0].id) + QStringLiteral(".txt")));
+
+        // Sixteen days later the daily pass takes the call that is now 36 days old.
+        rig.clock.advance(16 * 86400.0);
+        rig.model->tick();
+        QVERIFY(!exists(calls[1]));
+        QVERIFY(exists(calls[2]));
+        // The choice is kept for the next start.
+        rig.model = std::make_unique<AppModel>(rig.fakeDependencies());
+        QCOMPARE(rig.model->recordingRetentionDays(), 30);
+        QVERIFY(exists(calls[2]));
     }
 };
 
