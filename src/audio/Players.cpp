@@ -2,6 +2,8 @@
 
 #include "audio/AudioFormats.h"
 
+#include <algorithm>
+
 namespace vemira {
 
 BufferPlayer::BufferPlayer(Completion onPlayed)
@@ -98,26 +100,24 @@ void BufferPlayer::mixInto(float* out, int frames)
     }
 }
 
+FeedPlayer::FeedPlayer() : m_ring(std::size_t(kCapacityFrames), 0.0f) {}
+
 void FeedPlayer::pushWire(const char* bytes, int byteCount)
 {
-    int frames = byteCount / kWireBytesPerFrame;
+    const int frames = byteCount / kWireBytesPerFrame;
+    if (frames <= 0)
+        return;
     if (frames > m_largestPush.load(std::memory_order_relaxed))
         m_largestPush.store(frames, std::memory_order_relaxed);
-    while (frames > 0) {
-        Chunk* chunk = m_fifo.beginPush();
-        if (!chunk) {
-            m_dropped.fetch_add(1, std::memory_order_relaxed);
-            return;
-        }
-        const int take = frames < kChunkFrames ? frames : kChunkFrames;
-        for (int i = 0; i < take; ++i)
-            chunk->samples[std::size_t(i)] = wireToFloat(readWire(bytes + 2 * i));
-        chunk->frames = take;
-        m_fifo.commitPush();
-        m_pushedFrames.fetch_add(take, std::memory_order_release);
-        bytes += 2 * take;
-        frames -= take;
-    }
+    const std::int64_t written = m_written.load(std::memory_order_relaxed);
+    const std::int64_t room = kCapacityFrames - (written - m_read.load(std::memory_order_acquire));
+    const std::int64_t take = std::min<std::int64_t>(frames, room);
+    if (take < frames)
+        m_dropped.fetch_add(1, std::memory_order_relaxed);
+    for (std::int64_t i = 0; i < take; ++i)
+        m_ring[std::size_t((written + i) & (kCapacityFrames - 1))] =
+            wireToFloat(readWire(bytes + 2 * i));
+    m_written.store(written + take, std::memory_order_release);
 }
 
 void FeedPlayer::stop()
@@ -131,40 +131,24 @@ void FeedPlayer::mixInto(float* out, int frames)
     const std::uint32_t flushes = m_flushRequests.load(std::memory_order_acquire);
     if (flushes != m_flushesSeen) {
         m_flushesSeen = flushes;
-        while (Chunk* chunk = m_fifo.front()) {
-            m_playedFrames += chunk->frames - m_position;
-            m_position = 0;
-            m_fifo.pop();
-        }
+        m_read.store(m_written.load(std::memory_order_acquire), std::memory_order_release);
         m_starved = true;
     }
     if (!m_playing.load(std::memory_order_acquire))
         return;
+    const std::int64_t read = m_read.load(std::memory_order_relaxed);
+    const std::int64_t available = m_written.load(std::memory_order_acquire) - read;
     if (m_starved) {
-        // The count is read after the chunks it covers were published (release/acquire).
-        const std::int64_t wanted = m_largestPush.load(std::memory_order_relaxed) + kPrefillFrames;
-        if (m_pushedFrames.load(std::memory_order_acquire) - m_playedFrames < wanted)
+        if (available < m_largestPush.load(std::memory_order_relaxed) + kPrefillFrames)
             return;
         m_starved = false;
     }
-    int written = 0;
-    while (written < frames) {
-        Chunk* chunk = m_fifo.front();
-        if (!chunk) {
-            m_starved = true;
-            break;
-        }
-        const int take = std::min(chunk->frames - m_position, frames - written);
-        for (int i = 0; i < take; ++i)
-            out[written + i] += chunk->samples[std::size_t(m_position + i)];
-        written += take;
-        m_position += take;
-        m_playedFrames += take;
-        if (m_position >= chunk->frames) {
-            m_fifo.pop();
-            m_position = 0;
-        }
-    }
+    const std::int64_t take = std::min<std::int64_t>(frames, available);
+    for (std::int64_t i = 0; i < take; ++i)
+        out[i] += m_ring[std::size_t((read + i) & (kCapacityFrames - 1))];
+    m_read.store(read + take, std::memory_order_release);
+    if (take < frames)
+        m_starved = true;
 }
 
 } // namespace vemira

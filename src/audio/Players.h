@@ -69,15 +69,18 @@ private:
 
 // A stream of wire audio pushed by one audio thread (another engine's capture) and played by
 // the render thread: the manager's voice into the call, the caller into the manager's ears.
-// Fixed chunks in an SPSC FIFO, so neither side allocates; a full FIFO drops the newest chunk.
+// A single-producer single-consumer ring of samples sized in time, so a device that captures in
+// 10 ms blocks holds as much as one that captures in 2,048-frame blocks; neither side allocates
+// or blocks, and a full ring drops what does not fit of the newest push.
 class FeedPlayer {
 public:
-    static constexpr int kChunkFrames = 2048;
-    static constexpr std::size_t kChunks = 64; // about 5 s at 24 kHz
+    static constexpr std::int64_t kCapacityFrames = 131072; // 5.46 s at 24 kHz
     // The two sides run on different device clocks: after running dry, wait for one whole
     // producer block plus this margin (85 ms) before playing again, so jitter between them
     // does not chop the voice.
     static constexpr std::int64_t kPrefillFrames = 2048;
+
+    FeedPlayer();
 
     // Producer thread (one at a time).
     void pushWire(const char* bytes, int byteCount);
@@ -92,21 +95,25 @@ public:
     // Render thread (one at a time).
     void mixInto(float* out, int frames);
 
+    // Frames pushed and not yet played (approximate from the main thread).
+    std::int64_t queuedFrames() const
+    {
+        return m_written.load(std::memory_order_acquire) - m_read.load(std::memory_order_acquire);
+    }
+
 private:
-    struct Chunk {
-        std::array<float, kChunkFrames> samples;
-        int frames = 0;
-    };
-    SpscFifo<Chunk, kChunks> m_fifo;
+    static_assert((kCapacityFrames & (kCapacityFrames - 1)) == 0, "a power of two");
+    std::vector<float> m_ring;
+    // Positions grow without wrapping; the producer publishes samples by a release store of
+    // m_written after writing them, the consumer frees them by a release store of m_read.
+    std::atomic<std::int64_t> m_written{0}; // producer
+    std::atomic<std::int64_t> m_read{0};    // consumer
     std::atomic<bool> m_playing{false};
     std::atomic<std::uint32_t> m_flushRequests{0};
     std::uint32_t m_flushesSeen = 0; // render thread
-    int m_position = 0;              // render thread, within the front chunk
     std::atomic<std::int64_t> m_dropped{0};
-    std::atomic<std::int64_t> m_pushedFrames{0}; // producer
-    std::atomic<std::int64_t> m_largestPush{0};  // producer
-    std::int64_t m_playedFrames = 0;             // render thread, includes flushed frames
-    bool m_starved = true;                       // render thread
+    std::atomic<std::int64_t> m_largestPush{0}; // producer
+    bool m_starved = true;                      // render thread
 };
 
 } // namespace vemira

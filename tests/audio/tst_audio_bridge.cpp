@@ -88,6 +88,7 @@ private Q_SLOTS:
     void equaliserChangesApplyMidCall();
     void everyFailureReachesTheOwner();
     void stoppedEnginesResumeUnlessTheFormatChanged();
+    void interventionConnectsTheManager_data();
     void interventionConnectsTheManager();
     void conversationOnTheMacIsLimited();
 };
@@ -409,9 +410,22 @@ void AudioBridgeTest::stoppedEnginesResumeUnlessTheFormatChanged()
     QCOMPARE(bridge.mixerFormat(), std::optional<DeviceFormat>(DeviceFormat{48000, 2}));
 }
 
+void AudioBridgeTest::interventionConnectsTheManager_data()
+{
+    // The sound cards' capture blocks: the 2,048 frames the bridge asks for, or the 10 ms and
+    // 20 ms periods that Core Audio and PulseAudio devices really use.
+    QTest::addColumn<double>("blockSeconds");
+    QTest::newRow("2048 frames") << 0.0;
+    QTest::newRow("10 ms") << 0.010;
+    QTest::newRow("20 ms") << 0.020;
+}
+
 void AudioBridgeTest::interventionConnectsTheManager()
 {
+    QFETCH(double, blockSeconds);
     Rig rig;
+    if (blockSeconds > 0)
+        rig.io.captureBlockSeconds = blockSeconds;
     AudioBridge bridge(rig.io, rig.system);
     QVERIFY(!bridge.start(kCall, kVoice, false));
     const QByteArray tone = ProbeTone::testTone(1000);

@@ -4,6 +4,7 @@
 #include "audio/AudioFormats.h"
 #include "audio/MacAudioRoute.h"
 #include "audio/MicrophoneLimiter.h"
+#include "audio/Players.h"
 #include "audio/ProbeMeter.h"
 #include "audio/SoundDevice.h"
 #include "audio/SpscFifo.h"
@@ -68,6 +69,7 @@ private Q_SLOTS:
     void probeToneAndMeter();
     void wireConversionsAndRouteText();
     void spscFifoLosesNothingAcrossThreads();
+    void feedHoldsSecondsWhateverTheBlockSize();
 };
 
 void AudioUnitsTest::driverPairIsFoundByWholeUidOnDuplexDevices()
@@ -524,6 +526,49 @@ void AudioUnitsTest::wireConversionsAndRouteText()
     QCOMPARE(AudioBridge::routeText(devices, 71, 73, DeviceFormat{44100, 2}),
              QStringLiteral("entrée : Brelian — Appel vers IA / sortie : Brelian — IA vers appel "
                             "· source : 2 canaux, 44100 Hz"));
+}
+
+void AudioUnitsTest::feedHoldsSecondsWhateverTheBlockSize()
+{
+    // A device capturing 10 ms or 20 ms blocks pushes eight or four times as often as one
+    // capturing 2,048 frames: the feed between two engines holds the same five seconds.
+    const auto sample = [](std::int64_t n) { return std::int16_t(n % 30000 - 15000); };
+    for (const int block : {240, 480, 2048}) {
+        FeedPlayer feed;
+        QByteArray wire(qsizetype(block) * 2, Qt::Uninitialized);
+        std::int64_t pushed = 0;
+        while (pushed + block <= 5 * 24000) {
+            for (int i = 0; i < block; ++i)
+                writeWire(wire.data() + 2 * i, sample(pushed + i));
+            feed.pushWire(wire);
+            pushed += block;
+        }
+        QCOMPARE(feed.dropped(), std::int64_t(0));
+        QCOMPARE(feed.queuedFrames(), pushed);
+        // Played in 10 ms device periods, in order, nothing lost or repeated.
+        feed.play();
+        std::vector<float> out(480);
+        std::int64_t played = 0;
+        bool inOrder = true;
+        while (played < pushed) {
+            std::fill(out.begin(), out.end(), 0.0f);
+            feed.mixInto(out.data(), int(out.size()));
+            const std::int64_t n =
+                std::min<std::int64_t>(std::int64_t(out.size()), pushed - played);
+            for (std::int64_t i = 0; i < n; ++i)
+                inOrder = inOrder && out[std::size_t(i)] == wireToFloat(sample(played + i));
+            played += n;
+        }
+        QVERIFY2(inOrder, qPrintable(QString::number(block)));
+        QCOMPARE(feed.queuedFrames(), std::int64_t(0));
+    }
+    // Past its capacity the rest of the newest push is dropped, and counted once.
+    FeedPlayer full;
+    const QByteArray second(24000 * 2, '\0');
+    for (int i = 0; i < 6; ++i)
+        full.pushWire(second);
+    QCOMPARE(full.queuedFrames(), FeedPlayer::kCapacityFrames);
+    QCOMPARE(full.dropped(), std::int64_t(1));
 }
 
 void AudioUnitsTest::spscFifoLosesNothingAcrossThreads()

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QThread>
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <numbers>
@@ -89,7 +90,10 @@ Status FakeAudioEngine::startCapture()
     m_captureRunning = true;
     if (m_io.threaded) {
         const DeviceFormat format = captureFormat();
-        const int frames = std::min(m_request.blockFrames, AudioEngine::maxBlockFrames);
+        const int requested = m_io.captureBlockSeconds
+                                  ? int(std::lround(*m_io.captureBlockSeconds * format.sampleRate))
+                                  : m_request.blockFrames;
+        const int frames = std::clamp(requested, 1, AudioEngine::maxBlockFrames);
         const double period = double(frames) / format.sampleRate / m_io.speed;
         m_captureThread =
             std::thread([this, format, frames, period] { captureLoop(format, frames, period); });

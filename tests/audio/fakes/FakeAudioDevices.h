@@ -109,6 +109,9 @@ public:
     bool threaded = true;
     // Frames per playback callback (a 10 ms device period at 48 kHz by default).
     int renderFrames = 480;
+    // Capture blocks: the engine's requested block (2,048 frames) unless set; then this
+    // duration at the device's own rate, like a sound card with a 10 ms or 20 ms period.
+    std::optional<double> captureBlockSeconds;
     // 1.0 = real time; 4.0 = four times faster than the device would run.
     double speed = 1.0;
 
