@@ -1,10 +1,12 @@
 #pragma once
 
+#include <QRect>
 #include <QString>
 #include <QStringList>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace vemira {
@@ -60,6 +62,13 @@ inline constexpr LabelAttribute kLabelAttributes[] = {LabelAttribute::Title,
                                                       LabelAttribute::Description,
                                                       LabelAttribute::Help, LabelAttribute::Value};
 
+// Whether an element can be used now and is on screen. Softphones keep their call buttons
+// in place between calls, disabled, and build views they do not show yet.
+struct ElementState {
+    bool enabled = true;
+    bool showing = true;
+};
+
 class AccessibilityElement;
 using AccessibilityElementPtr = std::shared_ptr<AccessibilityElement>;
 
@@ -84,6 +93,12 @@ public:
     // Closes an opened menu ("AXCancel"); true on success.
     virtual bool cancel() = 0;
 
+    // For softphones whose buttons carry no name: absent (or empty) when the backend cannot
+    // tell. Each is one more request to the application.
+    virtual std::optional<ElementState> state() { return std::nullopt; }
+    virtual std::optional<QRect> frame() { return std::nullopt; } // screen coordinates
+    virtual QStringList actionNames() { return {}; }
+
     // Menu reading, for the phone application's audio menu.
     virtual AccessibilityElementPtr menuBar() = 0;
     virtual std::optional<QString> identifier() = 0;
@@ -107,6 +122,22 @@ public:
     // macOS, application name on Linux) is in `applicationIds`, in the platform's order.
     virtual std::vector<AccessibilityElementPtr>
     applicationRoots(const QStringList& applicationIds) = 0;
+    // The same roots, each with the identifier it was found under (as listed in
+    // `applicationIds`). The default lists once per identifier.
+    virtual std::vector<std::pair<QString, AccessibilityElementPtr>>
+    namedApplicationRoots(const QStringList& applicationIds)
+    {
+        std::vector<std::pair<QString, AccessibilityElementPtr>> named;
+        for (const QString& id : applicationIds) {
+            for (AccessibilityElementPtr& root : applicationRoots({id}))
+                named.emplace_back(id, std::move(root));
+        }
+        return named;
+    }
+    // Requests the backend makes on its own (one per listed application, one per child of
+    // a child list) stop once `timeRemains` answers false, so a search's budget also
+    // bounds them. Empty: no bound. The default backend makes no such requests.
+    virtual void setDeadline(std::function<bool()> timeRemains) { (void)timeRemains; }
     // True when the platform knows where to find the application (it may not be running).
     virtual bool canOpenApplication(const QString& applicationId) = 0;
     // Launches or brings forward the application with activation; `done` runs on the main

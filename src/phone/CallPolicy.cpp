@@ -30,3 +30,36 @@ std::optional<QString> CallPolicy::phoneNumber(const QStringList& texts)
 }
 
 } // namespace vemira
+
+namespace vemira {
+
+std::optional<SipCaller> CallPolicy::sipCaller(const QStringList& texts)
+{
+    // [display name] <sip:user[;params]@host...>, or a bare sip:user@host.
+    static const QRegularExpression address(
+        QStringLiteral("(?:^|[\\s<\"])sips?:([^@;>\\s]+)(?:;[^@>\\s]*)?@"),
+        QRegularExpression::CaseInsensitiveOption | QRegularExpression::UseUnicodePropertiesOption);
+    Q_ASSERT(address.isValid());
+    for (const QString& text : texts) {
+        const QRegularExpressionMatch match = address.match(text);
+        if (!match.hasMatch())
+            continue;
+        SipCaller caller;
+        const QString user = match.captured(1);
+        if (const std::optional<QString> number = phoneNumber({user}); number && *number == user)
+            caller.number = *number;
+        const qsizetype angle = text.lastIndexOf(QLatin1Char('<'), match.capturedStart(1));
+        if (angle > 0) {
+            QString name = text.left(angle).trimmed();
+            if (name.size() >= 2 && name.startsWith(QLatin1Char('"')) &&
+                name.endsWith(QLatin1Char('"')))
+                name = name.mid(1, name.size() - 2).trimmed();
+            caller.name = name;
+        }
+        if (caller.number || !caller.name.isEmpty())
+            return caller;
+    }
+    return std::nullopt;
+}
+
+} // namespace vemira

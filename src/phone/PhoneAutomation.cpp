@@ -3,22 +3,46 @@
 #include "phone/CallPolicy.h"
 #include "phone/LabelText.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace vemira {
 
 namespace {
+
 QString offerGoneMessage()
 {
     return QStringLiteral("L’appel n’est plus disponible.");
 }
+
+bool anyIn(const QStringList& labels, const QStringList& table)
+{
+    return anyLabelIn(labels, table);
+}
+
+// Two buttons share a row when their vertical spans overlap by half the smaller height.
+bool sameRow(const QRect& a, const QRect& b)
+{
+    const int overlap = std::min(a.bottom(), b.bottom()) - std::max(a.top(), b.top());
+    return overlap * 2 >= std::min(a.height(), b.height());
+}
+
 } // namespace
 
 PhoneAutomation::PhoneAutomation(Accessibility& accessibility, Clock& clock,
                                  QStringList searchedApplications)
-    : m_accessibility(accessibility), m_clock(clock),
-      m_searchedApplications(std::move(searchedApplications))
+    : PhoneAutomation(accessibility, clock, softphones::forApplications(searchedApplications))
 {}
+
+PhoneAutomation::PhoneAutomation(Accessibility& accessibility, Clock& clock,
+                                 std::vector<SoftphoneProfile> profiles)
+    : m_accessibility(accessibility), m_clock(clock), m_profiles(std::move(profiles))
+{}
+
+PhoneAutomation::~PhoneAutomation()
+{
+    m_accessibility.setDeadline({});
+}
 
 bool PhoneAutomation::timeRemains() const
 {
@@ -28,39 +52,67 @@ bool PhoneAutomation::timeRemains() const
 void PhoneAutomation::startBudget()
 {
     m_deadline = m_clock.uptime() + kBudgetSeconds;
+    m_accessibility.setDeadline([this] { return timeRemains(); });
 }
 
-std::vector<AccessibilityElementPtr> PhoneAutomation::roots()
+std::vector<PhoneAutomation::Root> PhoneAutomation::roots()
 {
-    std::vector<AccessibilityElementPtr> found =
-        m_accessibility.applicationRoots(m_searchedApplications);
-    for (const AccessibilityElementPtr& root : found)
-        root->setMessagingTimeout(kRootTimeout);
+    std::vector<Root> found;
+    if (m_profiles.empty())
+        return found;
+    if (m_profiles.size() == 1) {
+        // One listing, in the platform's order.
+        for (AccessibilityElementPtr& root :
+             m_accessibility.applicationRoots(m_profiles.front().applications))
+            found.push_back({&m_profiles.front(), std::move(root)});
+    } else {
+        for (auto& [id, root] :
+             m_accessibility.namedApplicationRoots(softphones::applicationsOf(m_profiles))) {
+            const auto profile =
+                std::find_if(m_profiles.begin(), m_profiles.end(), [&](const auto& p) {
+                    return p.applications.contains(id, Qt::CaseInsensitive);
+                });
+            if (profile != m_profiles.end())
+                found.push_back({&*profile, std::move(root)});
+        }
+    }
+    for (const Root& root : found)
+        root.element->setMessagingTimeout(kRootTimeout);
     return found;
 }
 
 // Depth-first with an explicit stack: the last child pushed is visited first, so siblings
 // come last to first. Elements at the depth limit are listed but not opened.
-std::vector<AccessibilityElementPtr>
-PhoneAutomation::descendants(const AccessibilityElementPtr& root)
+std::vector<PhoneAutomation::Entry> PhoneAutomation::walk(const AccessibilityElementPtr& root)
 {
-    std::vector<AccessibilityElementPtr> result;
-    std::vector<Entry> stack{{root, 0}};
+    std::vector<Entry> result;
+    std::vector<Entry> stack{{root, 0, -1}};
+    int windows = 0;
     while (!stack.empty()) {
         Entry entry = std::move(stack.back());
         stack.pop_back();
         if (int(result.size()) >= kMaxElementsPerRoot || !timeRemains())
             break;
-        result.push_back(entry.element);
+        result.push_back(entry);
         if (entry.depth < kMaxDepth && timeRemains()) {
             entry.element->setMessagingTimeout(kReadTimeout);
             for (AccessibilityElementPtr& child : entry.element->children()) {
                 if (child)
-                    stack.push_back({std::move(child), entry.depth + 1});
+                    stack.push_back({std::move(child), entry.depth + 1,
+                                     entry.depth == 0 ? windows++ : entry.window});
             }
         }
     }
     return result;
+}
+
+std::vector<AccessibilityElementPtr>
+PhoneAutomation::descendants(const AccessibilityElementPtr& root)
+{
+    std::vector<AccessibilityElementPtr> elements;
+    for (Entry& entry : walk(root))
+        elements.push_back(std::move(entry.element));
+    return elements;
 }
 
 QStringList PhoneAutomation::labels(AccessibilityElement& element)
@@ -86,6 +138,22 @@ bool PhoneAutomation::isButton(AccessibilityElement& element)
     return element.role() == axrole::button();
 }
 
+// Softphones that keep disabled call buttons in view are only trusted with enabled ones; a
+// button recognised by its place must be on screen as well.
+bool PhoneAutomation::usable(AccessibilityElement& element, const SoftphoneProfile& profile,
+                             bool mustShow)
+{
+    if (!profile.enabledButtonsOnly && !mustShow)
+        return true;
+    if (!timeRemains())
+        return false;
+    element.setMessagingTimeout(kReadTimeout);
+    const std::optional<ElementState> state = element.state();
+    if (!state)
+        return !mustShow && !profile.enabledButtonsOnly;
+    return (state->enabled || !profile.enabledButtonsOnly) && (state->showing || !mustShow);
+}
+
 // The offer's container is up to three parents above its answer button: high enough to
 // include the caller's number and the "incoming call" text, low enough to leave out
 // unrelated notifications.
@@ -102,26 +170,143 @@ AccessibilityElementPtr PhoneAutomation::offerContainer(const AccessibilityEleme
     return container;
 }
 
+// Among the unnamed buttons of each window that offer the rule's action, the one at the
+// rule's place. Windows are tried in walk order.
+AccessibilityElementPtr PhoneAutomation::unnamedButton(const std::vector<Entry>& unnamed,
+                                                       const UnnamedButtonRule& rule,
+                                                       const SoftphoneProfile& profile)
+{
+    struct Placed {
+        AccessibilityElementPtr element;
+        QRect frame;
+    };
+    std::vector<std::pair<int, std::vector<Placed>>> windows;
+    for (const Entry& entry : unnamed) {
+        if (!usable(*entry.element, profile, true) || !timeRemains())
+            continue;
+        entry.element->setMessagingTimeout(kReadTimeout);
+        if (!entry.element->actionNames().contains(rule.action, Qt::CaseInsensitive) ||
+            !timeRemains())
+            continue;
+        entry.element->setMessagingTimeout(kReadTimeout);
+        const std::optional<QRect> frame = entry.element->frame();
+        if (!frame || frame->isEmpty())
+            continue;
+        auto window = std::find_if(windows.begin(), windows.end(),
+                                   [&](const auto& w) { return w.first == entry.window; });
+        if (window == windows.end())
+            window = windows.insert(windows.end(), {entry.window, {}});
+        window->second.push_back({entry.element, *frame});
+    }
+    for (const auto& [index, placed] : windows) {
+        const auto lowest = std::max_element(placed.begin(), placed.end(), [](auto& a, auto& b) {
+            return a.frame.top() < b.frame.top();
+        });
+        std::vector<const Placed*> row;
+        for (const Placed& p : placed) {
+            if (sameRow(p.frame, lowest->frame))
+                row.push_back(&p);
+        }
+        switch (rule.position) {
+        case UnnamedButtonRule::Position::RightOfLowestRow:
+            if (row.size() >= 2)
+                return (*std::max_element(
+                            row.begin(), row.end(),
+                            [](auto* a, auto* b) { return a->frame.left() < b->frame.left(); }))
+                    ->element;
+            break;
+        case UnnamedButtonRule::Position::AloneInLowestRow:
+            if (row.size() == 1)
+                return row.front()->element;
+            break;
+        }
+    }
+    return nullptr;
+}
+
+// Named buttons are taken in walk order as they are met, so a search stops at the first
+// that `take` accepts; buttons known only by their place come after the walk.
+bool PhoneAutomation::findButton(
+    const Root& root, Kind kind,
+    const std::function<bool(const AccessibilityElementPtr&, bool)>& take)
+{
+    const SoftphoneProfile& profile = *root.profile;
+    const QStringList& table = kind == Kind::Answer ? profile.answerLabels : profile.hangUpLabels;
+    const std::optional<UnnamedButtonRule>& rule =
+        kind == Kind::Answer ? profile.unnamedAnswer : profile.unnamedHangUp;
+    std::vector<Entry> unnamed;
+    for (const Entry& entry : walk(root.element)) {
+        if (!isButton(*entry.element))
+            continue;
+        const QStringList read = labels(*entry.element);
+        if (anyIn(read, table)) {
+            if (usable(*entry.element, profile, false) && take(entry.element, false))
+                return true;
+        } else if (rule && read.isEmpty()) {
+            unnamed.push_back(entry);
+        }
+    }
+    if (rule && !unnamed.empty()) {
+        if (AccessibilityElementPtr button = unnamedButton(unnamed, *rule, profile))
+            return take(button, true);
+    }
+    return false;
+}
+
+// The caller: the profile's caller text when it has one (the topmost such text that is
+// not empty), else every text around the offer. A SIP address gives a name and a number.
+std::optional<IncomingCall> PhoneAutomation::offer(const SoftphoneProfile& profile,
+                                                   const AccessibilityElementPtr& button)
+{
+    QStringList gathered;
+    std::optional<std::pair<int, QString>> callerText;
+    for (const AccessibilityElementPtr& near : descendants(offerContainer(button))) {
+        const QStringList read = labels(*near);
+        gathered.append(read);
+        if (profile.callerTextNames.isEmpty() || read.size() < 2 ||
+            !profile.callerTextNames.contains(normalizedLabel(read.front())) || !timeRemains())
+            continue;
+        near->setMessagingTimeout(kReadTimeout);
+        const std::optional<QRect> frame = near->frame();
+        const int top = frame ? frame->top() : 0;
+        if (!callerText || top < callerText->first)
+            callerText = std::make_pair(top, read.back());
+    }
+    // A "Répondre" of a message notification has no call word around it.
+    if (!anyIn(gathered, profile.callContext))
+        return std::nullopt;
+    IncomingCall call{button, QStringLiteral("Identité à confirmer"), {}, profile.id, false};
+    const QStringList callerTexts = callerText ? QStringList{callerText->second} : gathered;
+    if (const std::optional<SipCaller> sip = CallPolicy::sipCaller(callerTexts)) {
+        call.callerName = sip->name;
+        if (sip->number)
+            call.caller = *sip->number;
+    }
+    if (call.caller == QStringLiteral("Identité à confirmer")) {
+        if (const std::optional<QString> number = CallPolicy::phoneNumber(callerTexts))
+            call.caller = *number;
+    }
+    return call;
+}
+
 std::optional<IncomingCall> PhoneAutomation::incoming()
 {
     if (!m_accessibility.isTrusted())
         return std::nullopt;
     startBudget();
-    for (const AccessibilityElementPtr& root : roots()) {
-        for (const AccessibilityElementPtr& element : descendants(root)) {
-            if (!isButton(*element) || !anyLabelIn(labels(*element), phonelabels::answer()))
-                continue;
-            QStringList gathered;
-            for (const AccessibilityElementPtr& near : descendants(offerContainer(element)))
-                gathered.append(labels(*near));
-            // A "Répondre" of a message notification has no call word around it.
-            if (!anyLabelIn(gathered, phonelabels::callContext()))
-                continue;
-            const std::optional<QString> number = CallPolicy::phoneNumber(gathered);
-            return IncomingCall{element, number ? *number : QStringLiteral("Identité à confirmer")};
-        }
+    std::optional<IncomingCall> call;
+    for (const Root& root : roots()) {
+        const bool found = findButton(root, Kind::Answer,
+                                      [&](const AccessibilityElementPtr& button, bool unnamed) {
+                                          call = offer(*root.profile, button);
+                                          if (call)
+                                              call->unnamedButton = unnamed;
+                                          return call.has_value();
+                                      });
+        if (found)
+            break;
     }
-    return std::nullopt;
+    return call;
 }
 
 Status PhoneAutomation::answer(const IncomingCall& call)
@@ -129,24 +314,39 @@ Status PhoneAutomation::answer(const IncomingCall& call)
     startBudget();
     if (!m_accessibility.isTrusted() || !call.button)
         return AppError(offerGoneMessage());
-    // The offer may have gone, or its button may now mean something else.
-    if (!anyLabelIn(labels(*call.button), phonelabels::answer()))
+    const auto profile = std::find_if(m_profiles.begin(), m_profiles.end(),
+                                      [&](const auto& p) { return p.id == call.profileId; });
+    const SoftphoneProfile rules =
+        profile != m_profiles.end() ? *profile : softphones::standard({});
+    // The offer may have gone, or its button may now mean something else. A button known by
+    // its place must still be nameless, enabled and on screen.
+    const QStringList read = labels(*call.button);
+    const bool stillOffered =
+        call.unnamedButton ? read.isEmpty() && usable(*call.button, rules, true)
+                           : anyIn(read, rules.answerLabels) && usable(*call.button, rules, false);
+    if (!stillOffered)
         return AppError(offerGoneMessage());
     if (!call.button->press())
-        return AppError(
-            QStringLiteral("Le bouton Décrocher n’a pas répondu. Décrochez dans Téléphone."));
+        return AppError(QStringLiteral("Le bouton Décrocher n’a pas répondu. Décrochez dans %1.")
+                            .arg(rules.name));
     return std::nullopt;
 }
 
-AccessibilityElementPtr PhoneAutomation::firstHangUpButton()
+std::pair<AccessibilityElementPtr, QString> PhoneAutomation::firstHangUpButton()
 {
-    for (const AccessibilityElementPtr& root : roots()) {
-        for (const AccessibilityElementPtr& element : descendants(root)) {
-            if (isButton(*element) && anyLabelIn(labels(*element), phonelabels::hangUp()))
-                return element;
-        }
+    std::pair<AccessibilityElementPtr, QString> found{nullptr, QString()};
+    for (const Root& root : roots()) {
+        if (found.second.isEmpty())
+            found.second = root.profile->name;
+        const bool pressable =
+            findButton(root, Kind::HangUp, [&](const AccessibilityElementPtr& button, bool) {
+                found = {button, root.profile->name};
+                return true;
+            });
+        if (pressable)
+            break;
     }
-    return nullptr;
+    return found;
 }
 
 bool PhoneAutomation::hasActiveCall()
@@ -154,19 +354,31 @@ bool PhoneAutomation::hasActiveCall()
     if (!m_accessibility.isTrusted())
         return false;
     startBudget();
-    return firstHangUpButton() != nullptr;
+    return firstHangUpButton().first != nullptr;
 }
 
+// The messages name the application that shows (or should show) the call.
 Status PhoneAutomation::hangup()
 {
     startBudget();
-    const AccessibilityElementPtr button = firstHangUpButton();
+    auto [button, where] = firstHangUpButton();
+    if (where.isEmpty())
+        where = m_profiles.size() == 1 ? m_profiles.front().name
+                                       : QStringLiteral("votre application de téléphonie");
     if (!button)
         return AppError(
-            QStringLiteral("Bouton Raccrocher introuvable : terminez l’appel dans Téléphone."));
+            QStringLiteral("Bouton Raccrocher introuvable : terminez l’appel dans %1.").arg(where));
     if (!button->press())
-        return AppError(QStringLiteral("Raccrochez dans Téléphone."));
+        return AppError(QStringLiteral("Raccrochez dans %1.").arg(where));
     return std::nullopt;
+}
+
+bool PhoneAutomation::anyApplicationVisible()
+{
+    if (!m_accessibility.isTrusted())
+        return false;
+    startBudget();
+    return !roots().empty();
 }
 
 } // namespace vemira

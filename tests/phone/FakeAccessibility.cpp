@@ -122,6 +122,24 @@ std::optional<bool> FakeElement::selected()
     return selectedValue;
 }
 
+std::optional<ElementState> FakeElement::state()
+{
+    read();
+    return stateValue;
+}
+
+std::optional<QRect> FakeElement::frame()
+{
+    read();
+    return frameValue;
+}
+
+QStringList FakeElement::actionNames()
+{
+    read();
+    return actions;
+}
+
 std::vector<AccessibilityElementPtr> FakeAccessibility::applicationRoots(const QStringList& ids)
 {
     std::vector<AccessibilityElementPtr> roots;

@@ -45,6 +45,9 @@ public:
     std::optional<QString> identifier() override;
     std::optional<QString> markCharacter() override;
     std::optional<bool> selected() override;
+    std::optional<ElementState> state() override;
+    std::optional<QRect> frame() override;
+    QStringList actionNames() override;
 
     QString roleName;
     std::optional<QString> title, description, help, value;
@@ -60,6 +63,9 @@ public:
     std::shared_ptr<FakeElement> menuBarElement;
     std::optional<QString> identifierValue, markChar;
     std::optional<bool> selectedValue;
+    std::optional<ElementState> stateValue;
+    std::optional<QRect> frameValue;
+    QStringList actions;
     std::shared_ptr<FakeReadLog> log;
 
 private:

@@ -4,6 +4,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
 #include <QDBusReply>
+#include <algorithm>
 #include <atspi/atspi.h>
 #include <cmath>
 
@@ -67,9 +68,14 @@ QString axRole(AtspiRole role)
     }
 }
 
+// Bounds one press (seconds); see press().
+constexpr double kPressTimeout = 0.5;
+
 class AtspiElement final : public AccessibilityElement {
 public:
-    explicit AtspiElement(AtspiAccessible* accessible) : m_accessible(accessible) {}
+    AtspiElement(AtspiAccessible* accessible, AtspiAccessibility::Deadline deadline)
+        : m_accessible(accessible), m_deadline(std::move(deadline))
+    {}
     ~AtspiElement() override { g_object_unref(m_accessible); }
     AtspiElement(const AtspiElement&) = delete;
     AtspiElement& operator=(const AtspiElement&) = delete;
@@ -115,7 +121,8 @@ public:
         if (error.failed() || count <= 0)
             return result;
         result.reserve(size_t(count));
-        for (gint i = 0; i < count; ++i) {
+        // One request per child: a window with hundreds of them must not outlast the budget.
+        for (gint i = 0; i < count && timeRemains(); ++i) {
             GErrorSlot childError;
             AtspiAccessible* child =
                 atspi_accessible_get_child_at_index(m_accessible, i, &childError);
@@ -124,7 +131,7 @@ public:
                     g_object_unref(child);
                 continue;
             }
-            result.push_back(AtspiAccessibility::adopt(child));
+            result.push_back(AtspiAccessibility::adopt(child, m_deadline));
         }
         return result;
     }
@@ -140,12 +147,67 @@ public:
         }
         // Above an application is the desktop of all applications: not part of any offer.
         GErrorSlot roleError;
-        if (atspi_accessible_get_role(parent, &roleError) == ATSPI_ROLE_DESKTOP_FRAME ||
+        if (!timeRemains() ||
+            atspi_accessible_get_role(parent, &roleError) == ATSPI_ROLE_DESKTOP_FRAME ||
             roleError.failed()) {
             g_object_unref(parent);
             return nullptr;
         }
-        return AtspiAccessibility::adopt(parent);
+        return AtspiAccessibility::adopt(parent, m_deadline);
+    }
+
+    std::optional<ElementState> state() override
+    {
+        // Only states are cached (see useOnlyStateCache): this element's are read afresh.
+        atspi_accessible_clear_cache(m_accessible);
+        AtspiStateSet* states = atspi_accessible_get_state_set(m_accessible);
+        if (!states)
+            return std::nullopt;
+        ElementState state;
+        state.enabled = atspi_state_set_contains(states, ATSPI_STATE_SENSITIVE) ||
+                        atspi_state_set_contains(states, ATSPI_STATE_ENABLED);
+        state.showing = atspi_state_set_contains(states, ATSPI_STATE_SHOWING);
+        // A dead or unreachable object answers with the single state "defunct".
+        const bool defunct = atspi_state_set_contains(states, ATSPI_STATE_DEFUNCT);
+        g_object_unref(states);
+        if (defunct)
+            return std::nullopt;
+        return state;
+    }
+
+    std::optional<QRect> frame() override
+    {
+        AtspiComponent* component = atspi_accessible_get_component_iface(m_accessible);
+        if (!component)
+            return std::nullopt;
+        GErrorSlot error;
+        AtspiRect* rect = atspi_component_get_extents(component, ATSPI_COORD_TYPE_SCREEN, &error);
+        g_object_unref(component);
+        if (error.failed() || !rect) {
+            g_free(rect);
+            return std::nullopt;
+        }
+        const QRect frame(rect->x, rect->y, rect->width, rect->height);
+        g_free(rect);
+        return frame;
+    }
+
+    QStringList actionNames() override
+    {
+        QStringList names;
+        AtspiAction* action = atspi_accessible_get_action_iface(m_accessible);
+        if (!action)
+            return names;
+        GErrorSlot countError;
+        const gint count = atspi_action_get_n_actions(action, &countError);
+        for (gint i = 0; !countError.failed() && i < count && timeRemains(); ++i) {
+            GErrorSlot error;
+            if (std::optional<QString> name =
+                    takeString(atspi_action_get_action_name(action, i, &error), error))
+                names.append(*name);
+        }
+        g_object_unref(action);
+        return names;
     }
 
     bool press() override
@@ -157,8 +219,17 @@ public:
         const gint actions = atspi_action_get_n_actions(action, &countError);
         bool pressed = false;
         if (!countError.failed() && actions > 0) {
+            // A softphone handles the press before it replies: answering opens its audio
+            // devices, which outlasts a read's short timeout. The press gets a longer one,
+            // and a press delivered but not yet confirmed counts as done: the call's state,
+            // read on the next tick, tells what came of it.
+            setMessagingTimeout(kPressTimeout);
             GErrorSlot error;
             pressed = atspi_action_do_action(action, 0, &error) && !error.failed();
+            if (error.failed() &&
+                QString::fromUtf8(error.error->message)
+                    .contains(QStringLiteral("did not receive a reply"), Qt::CaseInsensitive))
+                pressed = true;
         }
         g_object_unref(action);
         return pressed;
@@ -188,6 +259,7 @@ public:
 
     std::optional<bool> selected() override
     {
+        atspi_accessible_clear_cache(m_accessible);
         AtspiStateSet* states = atspi_accessible_get_state_set(m_accessible);
         if (!states)
             return std::nullopt;
@@ -198,6 +270,8 @@ public:
     }
 
 private:
+    bool timeRemains() const { return !m_deadline || !*m_deadline || (*m_deadline)(); }
+
     std::optional<QString> textContent()
     {
         AtspiText* text = atspi_accessible_get_text_iface(m_accessible);
@@ -213,6 +287,7 @@ private:
     }
 
     AtspiAccessible* m_accessible;
+    AtspiAccessibility::Deadline m_deadline;
 };
 
 // The accessibility bus is announced on the session bus by at-spi-bus-launcher; without
@@ -225,13 +300,53 @@ bool accessibilityBusAvailable()
     return session.interface()->isServiceRegistered(QStringLiteral("org.a11y.Bus")).value();
 }
 
+// When libatspi first meets an application it fetches the application's whole tree at once
+// and, handling that reply, checks each element's states; with states left uncached that
+// check is a request made from inside the reply's handling, which waits forever for the
+// connection it holds (seen with GNOME Calls). So states stay cached, and are dropped
+// before each state read of ours; everything else is always asked afresh.
+void useOnlyStateCache(AtspiAccessible* root)
+{
+    atspi_accessible_set_cache_mask(root, ATSPI_CACHE_STATES);
+    atspi_accessible_clear_cache(root);
+}
+
+// libatspi subscribes to every application's object events to keep its caches. It handles
+// them while it waits for the reply to one of our requests, and for some it makes a request
+// of its own from inside that wait, which never returns: a busy GTK softphone (GNOME Calls)
+// froze the search for good. We read everything afresh and need none of those events.
+void ignoreObjectEvents()
+{
+    DBusConnection* bus = atspi_get_a11y_bus();
+    if (!bus)
+        return;
+    for (const char* rule :
+         {"type='signal',interface='org.a11y.atspi.Event.Object',member='ChildrenChanged'",
+          "type='signal',interface='org.a11y.atspi.Event.Object',member='PropertyChange'",
+          "type='signal',interface='org.a11y.atspi.Event.Object',member='StateChanged'",
+          "type='signal',interface='org.a11y.atspi.Cache',member='AddAccessible'",
+          "type='signal',interface='org.a11y.atspi.Cache',member='RemoveAccessible'"})
+        dbus_bus_remove_match(bus, rule, nullptr);
+    dbus_connection_flush(bus);
+}
+
 } // namespace
 
-AtspiAccessibility::AtspiAccessibility() = default;
+AtspiAccessibility::AtspiAccessibility() : m_deadline(std::make_shared<std::function<bool()>>()) {}
 
-AccessibilityElementPtr AtspiAccessibility::adopt(AtspiAccessible* accessible)
+AccessibilityElementPtr AtspiAccessibility::adopt(AtspiAccessible* accessible, Deadline deadline)
 {
-    return std::make_shared<AtspiElement>(accessible);
+    return std::make_shared<AtspiElement>(accessible, std::move(deadline));
+}
+
+void AtspiAccessibility::setDeadline(std::function<bool()> timeRemains)
+{
+    *m_deadline = std::move(timeRemains);
+}
+
+bool AtspiAccessibility::timeRemains() const
+{
+    return !*m_deadline || (*m_deadline)();
 }
 
 bool AtspiAccessibility::isTrusted()
@@ -241,6 +356,14 @@ bool AtspiAccessibility::isTrusted()
             return false;
         const int status = atspi_init();
         m_initialised = status == 0 || status == 1; // 1: already initialised
+        if (status == 0) {
+            ignoreObjectEvents();
+            // Turns libatspi's caching on before any application's tree arrives.
+            if (AtspiAccessible* desktop = atspi_get_desktop(0)) {
+                useOnlyStateCache(desktop);
+                g_object_unref(desktop);
+            }
+        }
     }
     return m_initialised;
 }
@@ -248,17 +371,30 @@ bool AtspiAccessibility::isTrusted()
 std::vector<AccessibilityElementPtr> AtspiAccessibility::applicationRoots(const QStringList& names)
 {
     std::vector<AccessibilityElementPtr> roots;
-    if (!isTrusted())
+    for (auto& [name, root] : namedApplicationRoots(names))
+        roots.push_back(std::move(root));
+    return roots;
+}
+
+// One listing of the desktop for all names: two requests per running application, each
+// bounded by the last messaging timeout, and none once the search's budget is spent.
+std::vector<std::pair<QString, AccessibilityElementPtr>>
+AtspiAccessibility::namedApplicationRoots(const QStringList& names)
+{
+    std::vector<std::pair<QString, AccessibilityElementPtr>> roots;
+    if (!isTrusted() || !timeRemains())
         return roots;
     AtspiAccessible* desktop = atspi_get_desktop(0);
     if (!desktop)
         return roots;
+    // Without the events that kept it current, the list of applications is asked each time.
+    useOnlyStateCache(desktop);
     GErrorSlot countError;
     const gint count = atspi_accessible_get_child_count(desktop, &countError);
-    for (gint i = 0; !countError.failed() && i < count; ++i) {
+    for (gint i = 0; !countError.failed() && i < count && timeRemains(); ++i) {
         GErrorSlot error;
         AtspiAccessible* app = atspi_accessible_get_child_at_index(desktop, i, &error);
-        if (error.failed() || !app) {
+        if (error.failed() || !app || !timeRemains()) {
             if (app)
                 g_object_unref(app);
             continue;
@@ -266,11 +402,13 @@ std::vector<AccessibilityElementPtr> AtspiAccessibility::applicationRoots(const 
         GErrorSlot nameError;
         const std::optional<QString> name =
             takeString(atspi_accessible_get_name(app, &nameError), nameError);
-        if (name && names.contains(*name, Qt::CaseInsensitive)) {
+        const auto listed = std::find_if(names.begin(), names.end(), [&](const QString& n) {
+            return name && n.compare(*name, Qt::CaseInsensitive) == 0;
+        });
+        if (listed != names.end()) {
             // Read afresh every time: a cached tree would keep showing a call that ended.
-            atspi_accessible_set_cache_mask(app, ATSPI_CACHE_NONE);
-            atspi_accessible_clear_cache(app);
-            roots.push_back(adopt(app));
+            useOnlyStateCache(app);
+            roots.emplace_back(*listed, adopt(app, m_deadline));
         } else {
             g_object_unref(app);
         }
@@ -281,10 +419,8 @@ std::vector<AccessibilityElementPtr> AtspiAccessibility::applicationRoots(const 
 
 QStringList linuxPhoneApplications(const QByteArray& extraNames)
 {
-    // Common softphones, and the end-to-end tests' own softphone window.
-    QStringList names{QStringLiteral("GNOME Calls"), QStringLiteral("Calls"),
-                      QStringLiteral("gnome-calls"), QStringLiteral("Linphone"),
-                      QStringLiteral("Softphone de test")};
+    // The known softphones (the end-to-end tests' own included), then the user's.
+    QStringList names = softphones::applicationsOf(softphones::known());
     for (const QString& extra : QString::fromUtf8(extraNames).split(QLatin1Char(','))) {
         const QString name = extra.trimmed();
         if (!name.isEmpty() && !names.contains(name, Qt::CaseInsensitive))

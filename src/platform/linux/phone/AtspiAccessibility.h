@@ -1,6 +1,7 @@
 #pragma once
 
 #include "phone/AccessibilityElement.h"
+#include "phone/SoftphoneProfile.h"
 
 #include <QStringList>
 
@@ -13,22 +14,32 @@ namespace vemira {
 // call bounded by the messaging timeout last set. Main thread only.
 class AtspiAccessibility final : public Accessibility {
 public:
+    // Shared with every element handed out, so that their own request loops stop too.
+    using Deadline = std::shared_ptr<std::function<bool()>>;
+
     AtspiAccessibility();
 
     bool isTrusted() override;
     std::vector<AccessibilityElementPtr> applicationRoots(const QStringList& names) override;
+    std::vector<std::pair<QString, AccessibilityElementPtr>>
+    namedApplicationRoots(const QStringList& names) override;
+    void setDeadline(std::function<bool()> timeRemains) override;
     // Linux softphones have no audio menu to drive: nothing here is opened.
     bool canOpenApplication(const QString&) override { return false; }
     void openApplication(const QString&, std::function<void()> done) override { done(); }
 
     // Wraps an accessible, taking over the caller's reference.
-    static AccessibilityElementPtr adopt(AtspiAccessible* accessible);
+    static AccessibilityElementPtr adopt(AtspiAccessible* accessible, Deadline deadline);
 
 private:
+    bool timeRemains() const;
+
     bool m_initialised = false;
+    Deadline m_deadline;
 };
 
-// The softphones searched by default, plus the names in VEMIRA_PHONE_APPS (comma-separated).
+// The applications of the known softphones, plus the names in VEMIRA_PHONE_APPS
+// (comma-separated), searched under the standard rules.
 QStringList linuxPhoneApplications(const QByteArray& extraNames);
 
 } // namespace vemira
