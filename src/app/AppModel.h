@@ -350,6 +350,7 @@ private:
     Settings& settingsStore();
     void wireDerivedNotifications();
     void notifyReadiness();
+    void refreshPhoneApplication();
     void bindRealtimeCallbacks();
     void bindMessageTaking();
     void appendToCurrent(const QString& speaker, const QString& text);
@@ -424,6 +425,7 @@ private:
 
     // Plain values.
     QStringList m_log;
+    bool m_phoneApplicationVisible = true;
     std::optional<double> m_ringSince;
     double m_cooldownUntil = -1e9;
     ConversationUsage m_conversationUsage;

@@ -7,8 +7,25 @@ void AppModel::refresh()
 {
     m_devices = d->dependencies.audioSystem->devices();
     m_accessibility = d->dependencies.accessibility->isTrusted();
+    refreshPhoneApplication();
     m_micAllowed = d->dependencies.workspace->microphoneAuthorized();
     m_keyPresent = d->keyStore.exists();
+}
+
+// A Linux softphone is seen only if it runs and was started with accessibility on; the
+// user is told once each time it goes out of sight. The Phone application of macOS is
+// opened by the system when a call comes: there is nothing to tell.
+void AppModel::refreshPhoneApplication()
+{
+#if defined(Q_OS_LINUX)
+    const bool visible = m_accessibility && d->phone && d->phone->anyApplicationVisible();
+    if (visible == m_phoneApplicationVisible)
+        return;
+    m_phoneApplicationVisible = visible;
+    if (!visible && m_accessibility)
+        event(setup::noPhoneApplicationMessage());
+    notifyReadiness();
+#endif
 }
 
 bool AppModel::requestAccessibility()
@@ -40,6 +57,7 @@ ReadinessState AppModel::readinessState() const
     s.observingRelay = m_observingRelay;
     s.model = m_model;
     s.testCallValidated = !m_validatedCallID.value().isNull();
+    s.phoneApplicationVisible = m_phoneApplicationVisible;
     return s;
 }
 

@@ -52,6 +52,8 @@ void AppModel::tick()
     if (m_guidedSetup)
         m_guidedSetup->resumeSetupIfReady();
     m_accessibility = d->dependencies.accessibility->isTrusted();
+    if (!m_call)
+        refreshPhoneApplication();
     if (m_observingRelay && m_guidedSetup)
         m_guidedSetup->observeRelay();
     ageRelayEvidence();

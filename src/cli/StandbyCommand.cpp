@@ -6,6 +6,7 @@
 #include "app/AppDependencies.h"
 #include "app/AppModel.h"
 #include "audio/SoundDevice.h"
+#include "phone/SoftphoneProfile.h"
 #include "records/CallRecord.h"
 #include "records/InstanceLock.h"
 
@@ -61,7 +62,7 @@ int runStandbyCommand(const QStringList& arguments)
     parser.setApplicationDescription(QStringLiteral("Standard Vemira sans fenêtre"));
     const QCommandLineOption phoneApp(
         QStringLiteral("phone-app"),
-        QStringLiteral("Nom d’une application de téléphonie à surveiller en plus."),
+        QStringLiteral("Application de téléphonie à surveiller (twinkle, gnome-calls ou un nom)."),
         QStringLiteral("name"));
     parser.addOption(phoneApp);
     QStringList withProgram = arguments;
@@ -79,11 +80,22 @@ int runStandbyCommand(const QStringList& arguments)
         return cli::fail(instance.error().message());
 
     AppDependencies deps = createPlatformDependencies();
-    for (const QString& name : parser.values(phoneApp)) {
-        if (!deps.phoneApplications.contains(name, Qt::CaseInsensitive))
-            deps.phoneApplications.append(name);
+    // A known softphone by its name, or any other application under the standard rules;
+    // without the option every known softphone is watched.
+    if (parser.isSet(phoneApp)) {
+        deps.phoneApplications.clear();
+        for (const QString& name : parser.values(phoneApp)) {
+            for (const QString& id : softphones::applicationsOf(softphones::chosen(name))) {
+                if (!deps.phoneApplications.contains(id, Qt::CaseInsensitive))
+                    deps.phoneApplications.append(id);
+            }
+        }
     }
     AppModel model(std::move(deps));
+    // What the start-up already said (no softphone in sight, a history file unread).
+    const QStringList atStart = model.log();
+    for (qsizetype i = atStart.size() - 1; i >= 0; --i)
+        out << atStart.at(i) << Qt::endl;
     SessionLogPrinter printer(model, out);
     chooseVirtualDevices(model, out);
 
@@ -172,8 +184,9 @@ void registerStandbyCommands(CommandTable& table)
              "conservant sa fiche, sa transcription et son enregistrement.\n"
              "Le softphone doit jouer l’appel vers « Brelian — Appel vers IA » et prendre\n"
              "« Brelian — IA vers appel » comme micro (scripts/env/pulseaudio.sh up les crée).\n\n"
-             "  --phone-app NOM   nom d’une application de téléphonie à surveiller en plus\n"
-             "                    (aussi : VEMIRA_PHONE_APPS, noms séparés par des virgules)"),
+             "  --phone-app NOM   l’application de téléphonie à surveiller : twinkle,\n"
+             "                    gnome-calls, ou le nom d’une autre application (par défaut :\n"
+             "                    Twinkle, GNOME Calls et les noms de VEMIRA_PHONE_APPS)"),
          &runStandbyCommand});
 }
 

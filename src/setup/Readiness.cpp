@@ -40,6 +40,20 @@ QString trimBlanks(const QString& text)
 
 } // namespace
 
+QString noPhoneApplicationLabel()
+{
+    return QStringLiteral("Ouvrir l’application de téléphonie (Twinkle, GNOME Calls…)");
+}
+
+QString noPhoneApplicationMessage()
+{
+    return QStringLiteral(
+        "Aucune application de téléphonie visible : ouvrez Twinkle ou GNOME Calls. Déjà "
+        "ouverte ? Quittez-la et relancez-la : une application ne se montre que si "
+        "l’accessibilité était active à son démarrage, et Vemira vient de l’activer. Pour "
+        "une autre application : vemira standby --phone-app NOM.");
+}
+
 QStringList readinessIssues(const ReadinessState& state)
 {
     QStringList issues;
@@ -47,6 +61,8 @@ QStringList readinessIssues(const ReadinessState& state)
         issues << QStringLiteral("Installer le module audio");
     if (!state.accessibility)
         issues << QStringLiteral("Autoriser le décrochage dans Accessibilité");
+    else if (!state.phoneApplicationVisible)
+        issues << noPhoneApplicationLabel();
     if (!state.micAllowed)
         issues << QStringLiteral("Autoriser l’accès audio");
     if (!state.routingConfirmed)

@@ -28,6 +28,9 @@ struct ReadinessState {
     QString model;
     // The guided setup's proof that a whole test call went through.
     bool testCallValidated = false;
+    // A phone application where calls are looked for is running and readable (always true
+    // where the platform's own Phone application is used).
+    bool phoneApplicationVisible = true;
 };
 
 // The devices and key a conversation will use.
@@ -46,6 +49,11 @@ struct ValidationSources {
 };
 
 namespace setup {
+
+// The readiness label, and the session log's explanation, when no phone application can be
+// seen (Linux softphones).
+QString noPhoneApplicationLabel();
+QString noPhoneApplicationMessage();
 
 // The action labels the main page lists under "Le standard ne peut pas encore répondre",
 // in display order; empty when everything is ready.

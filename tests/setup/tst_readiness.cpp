@@ -75,6 +75,20 @@ private Q_SLOTS:
         halfDriver.devices[2].output = false;
         QCOMPARE(setup::readinessIssues(halfDriver).value(0),
                  QStringLiteral("Installer le module audio"));
+
+        // A softphone out of sight is said after the permission, and only once it is given:
+        // without accessibility no application can be seen anyway.
+        ReadinessState noSoftphone = readyState();
+        noSoftphone.phoneApplicationVisible = false;
+        noSoftphone.aiVerified = false;
+        QCOMPARE(setup::readinessIssues(noSoftphone),
+                 (QStringList{
+                     QStringLiteral("Ouvrir l’application de téléphonie (Twinkle, GNOME Calls…)"),
+                     QStringLiteral("Vérifier la connexion IA")}));
+        noSoftphone.accessibility = false;
+        QCOMPARE(setup::readinessIssues(noSoftphone).value(0),
+                 QStringLiteral("Autoriser le décrochage dans Accessibilité"));
+        QCOMPARE(setup::readinessIssues(noSoftphone).size(), 2);
     }
 
     void phoneValidationRunsItsChecksInOrder()

@@ -3,7 +3,9 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
+#include <QDBusMessage>
 #include <QDBusReply>
+#include <QDBusVariant>
 #include <algorithm>
 #include <atspi/atspi.h>
 #include <cmath>
@@ -292,6 +294,23 @@ private:
 
 // The accessibility bus is announced on the session bus by at-spi-bus-launcher; without
 // it libatspi has nowhere to ask and must not be started.
+// Switches the desktop's accessibility on (org.a11y.Status.IsEnabled), as a screen reader
+// does: toolkits then expose the applications started from now on (a Qt 5 softphone already
+// running stays invisible until it is restarted). Where the bus launcher starts on demand,
+// this starts it.
+void switchAccessibilityOn()
+{
+    QDBusConnection session = QDBusConnection::sessionBus();
+    if (!session.isConnected())
+        return;
+    QDBusMessage set = QDBusMessage::createMethodCall(
+        QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
+        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Set"));
+    set << QStringLiteral("org.a11y.Status") << QStringLiteral("IsEnabled")
+        << QVariant::fromValue(QDBusVariant(true));
+    session.call(set, QDBus::Block, 2000);
+}
+
 bool accessibilityBusAvailable()
 {
     QDBusConnection session = QDBusConnection::sessionBus();
@@ -349,9 +368,19 @@ bool AtspiAccessibility::timeRemains() const
     return !*m_deadline || (*m_deadline)();
 }
 
+bool AtspiAccessibility::requestTrust()
+{
+    switchAccessibilityOn();
+    return isTrusted();
+}
+
 bool AtspiAccessibility::isTrusted()
 {
     if (!m_initialised) {
+        if (!m_switchedOn) {
+            m_switchedOn = true;
+            switchAccessibilityOn();
+        }
         if (!accessibilityBusAvailable())
             return false;
         const int status = atspi_init();

@@ -19,7 +19,10 @@ public:
 
     AtspiAccessibility();
 
+    // The first call switches the desktop's accessibility on.
     bool isTrusted() override;
+    // Switches it on again (the user may have turned it off) and answers isTrusted().
+    bool requestTrust() override;
     std::vector<AccessibilityElementPtr> applicationRoots(const QStringList& names) override;
     std::vector<std::pair<QString, AccessibilityElementPtr>>
     namedApplicationRoots(const QStringList& names) override;
@@ -35,6 +38,7 @@ private:
     bool timeRemains() const;
 
     bool m_initialised = false;
+    bool m_switchedOn = false;
     Deadline m_deadline;
 };
 
