@@ -1,11 +1,21 @@
 // Cost of the call search: incoming() and hasActiveCall() over fake trees of several sizes
 // with a per-request delay (the 1.0 s budget must hold whatever the tree), then one idle
-// tick's scan of a real softphone window over AT-SPI on a private Xvfb desktop.
+// tick's scan of a real softphone window over AT-SPI on a private Xvfb desktop, and the real
+// softphones Twinkle and GNOME Calls: idle scan, answer delay, a frozen softphone's scan.
 #include "FakeAccessibility.h"
 #include "phone/PhoneAutomation.h"
 
 #ifdef VEMIRA_RINGING_PHONE
 #include "platform/linux/phone/AtspiAccessibility.h"
+#endif
+#ifdef VEMIRA_REAL_SOFTPHONES
+#include "common/PrivateDesktop.h"
+#include "common/PrivateNetwork.h"
+#include "common/RealSoftphone.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <csignal>
 #endif
 
 #include <QCoreApplication>
@@ -159,14 +169,132 @@ void realWindow()
 }
 #endif
 
+#ifdef VEMIRA_REAL_SOFTPHONES
+double msSince(const QElapsedTimer& t)
+{
+    return t.nsecsElapsed() / 1e6;
+}
+
+// For each real softphone: one idle tick's scan (incoming() + hasActiveCall()), the answer
+// delay from the ring first seen to the press done and to the caller's "established", and
+// the scan of a softphone that stopped answering (SIGSTOP): bounded by the 1.0 s budget
+// plus one request.
+void realSoftphones()
+{
+    out << "\nreal softphones (Xvfb, AT-SPI, called by baresip over loopback)\n";
+    QTemporaryDir dir;
+    e2e::PrivateDesktop desktop(QStringLiteral(VEMIRA_SCRIPTS), dir.filePath(QStringLiteral("d")));
+    QString error;
+    if (!desktop.start(&error)) {
+        out << "  no desktop: " << error << "\n";
+        return;
+    }
+    const QProcessEnvironment env = desktop.environment();
+    for (const QString& name : env.keys())
+        qputenv(name.toUtf8().constData(), env.value(name).toUtf8());
+    const QString voice = dir.filePath(QStringLiteral("voice.wav"));
+    QProcess::execute(QStringLiteral("sox"),
+                      {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("8000"), voice,
+                       QStringLiteral("synth"), QStringLiteral("30"), QStringLiteral("sine"),
+                       QStringLiteral("440")});
+    AtspiAccessibility accessibility;
+    for (const auto kind :
+         {e2e::RealSoftphone::Kind::Twinkle, e2e::RealSoftphone::Kind::GnomeCalls}) {
+        e2e::RealSoftphone phone(QStringLiteral(VEMIRA_SCRIPTS),
+                                 dir.filePath(QString::number(int(kind))), kind,
+                                 QStringLiteral("fr"));
+        if (!phone.start(env, &error) || !phone.startCaller(voice, {}, &error)) {
+            out << "  " << phone.id() << ": " << error << "\n";
+            continue;
+        }
+        PhoneAutomation automation(accessibility, SystemClock::instance(), softphones::known());
+        for (int i = 0; i < 200 && !automation.anyApplicationVisible(); ++i)
+            QThread::msleep(100);
+        std::vector<double> idle;
+        for (int i = 0; i < 30; ++i) {
+            QElapsedTimer t;
+            t.start();
+            automation.incoming();
+            automation.hasActiveCall();
+            idle.push_back(msSince(t));
+        }
+        std::sort(idle.begin(), idle.end());
+        phone.dial(&error);
+        std::optional<IncomingCall> call;
+        QElapsedTimer sinceRing;
+        for (int i = 0; i < 300 && !call; ++i) {
+            call = automation.incoming();
+            if (!call)
+                QThread::msleep(20);
+        }
+        sinceRing.start();
+        double pressed = -1, established = -1;
+        if (call && !automation.answer(*call)) {
+            pressed = msSince(sinceRing);
+            for (int i = 0; i < 500 && established < 0; ++i) {
+                QFile log(phone.folder() + QStringLiteral("/caller.log"));
+                if (log.open(QIODevice::ReadOnly) && log.readAll().contains("Call established"))
+                    established = msSince(sinceRing);
+                else
+                    QThread::msleep(10);
+            }
+        }
+        QThread::msleep(1500);
+        double hungUp = -1;
+        QElapsedTimer t;
+        t.start();
+        if (!automation.hangup())
+            hungUp = msSince(t);
+        // A softphone that stopped answering: every request runs into its timeout.
+        ::kill(pid_t(phone.phonePid()), SIGSTOP);
+        t.restart();
+        automation.incoming();
+        const double frozen = msSince(t);
+        ::kill(pid_t(phone.phonePid()), SIGCONT);
+        out << QStringLiteral("  %1: idle tick median %2 ms, max %3 ms (%4 scans); answer "
+                              "delay (ring seen → pressed) %5 ms, → caller connected %6 ms; "
+                              "hang-up %7 ms; frozen softphone: incoming() %8 ms\n")
+                   .arg(phone.id())
+                   .arg(idle[idle.size() / 2], 0, 'f', 1)
+                   .arg(idle.back(), 0, 'f', 1)
+                   .arg(idle.size())
+                   .arg(pressed, 0, 'f', 1)
+                   .arg(established, 0, 'f', 1)
+                   .arg(hungUp, 0, 'f', 1)
+                   .arg(frozen, 0, 'f', 1);
+        out.flush();
+    }
+}
+#endif
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+#ifdef VEMIRA_REAL_SOFTPHONES
+    // libatspi binds to one accessibility bus per process: the real softphones get a
+    // process (and a private network namespace, their SIP ports being fixed) of their own.
+    if (argc > 1 && qstrcmp(argv[1], "--softphones") == 0) {
+        QString error;
+        if (!e2e::enterPrivateNetwork(&error)) {
+            out << "\nreal softphones skipped: " << error << "\n";
+            return 0;
+        }
+        QCoreApplication app(argc, argv);
+        realSoftphones();
+        return 0;
+    }
+#endif
     QCoreApplication app(argc, argv);
     fakeTrees();
 #ifdef VEMIRA_RINGING_PHONE
     realWindow();
+#endif
+#ifdef VEMIRA_REAL_SOFTPHONES
+    QProcess softphones;
+    softphones.setProcessChannelMode(QProcess::ForwardedChannels);
+    softphones.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--softphones")});
+    softphones.waitForFinished(300000);
 #endif
     return 0;
 }

@@ -72,6 +72,8 @@ QString axRole(AtspiRole role)
 
 // Bounds one press (seconds); see press().
 constexpr double kPressTimeout = 0.5;
+// Bounds each request of the application listing (ms), as a root's requests are bounded.
+constexpr int kListTimeoutMs = 150;
 
 class AtspiElement final : public AccessibilityElement {
 public:
@@ -413,6 +415,9 @@ AtspiAccessibility::namedApplicationRoots(const QStringList& names)
     std::vector<std::pair<QString, AccessibilityElementPtr>> roots;
     if (!isTrusted() || !timeRemains())
         return roots;
+    // An application that stopped answering must not hold the listing longer than it
+    // would hold a search of its own tree.
+    atspi_set_timeout(kListTimeoutMs, kListTimeoutMs);
     AtspiAccessible* desktop = atspi_get_desktop(0);
     if (!desktop)
         return roots;
