@@ -11,7 +11,7 @@ namespace vemira {
 
 QString LocalKeyStore::keyFile() const
 {
-    return m_folder + QStringLiteral("/openai.key");
+    return m_folder + QLatin1Char('/') + m_fileName;
 }
 
 bool LocalKeyStore::exists() const

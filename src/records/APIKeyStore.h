@@ -9,9 +9,12 @@ namespace vemira {
 
 // The provider key in a private file of its own: <folder>/openai.key, the key's UTF-8 bytes
 // and nothing else. Folder 0700, file 0600, written atomically. Never in a keychain.
+// Other secrets (the mail server's password) are kept the same way under another file name.
 class LocalKeyStore {
 public:
-    explicit LocalKeyStore(QString folder) : m_folder(std::move(folder)) {}
+    explicit LocalKeyStore(QString folder, QString fileName = QStringLiteral("openai.key"))
+        : m_folder(std::move(folder)), m_fileName(std::move(fileName))
+    {}
 
     QString keyFile() const;
     bool exists() const;
@@ -24,6 +27,7 @@ public:
 
 private:
     QString m_folder;
+    QString m_fileName;
 };
 
 // The key store of the standard data folder ("Brelian/Credentials").

@@ -208,6 +208,38 @@ void Settings::setPhonePreviousInput(const std::optional<QString>& uid)
     m_store->sync();
 }
 
+std::optional<Settings::Mail> Settings::mail() const
+{
+    const std::optional<QString> server = string(key("mailServer"));
+    if (!server || server->isEmpty())
+        return std::nullopt;
+    Mail mail;
+    mail.server = *server;
+    mail.from = string(key("mailFrom")).value_or(QString());
+    mail.to = string(key("mailTo")).value_or(QString());
+    mail.user = string(key("mailUser")).value_or(QString());
+    mail.caFile = string(key("mailCaFile")).value_or(QString());
+    mail.attachRecording = boolean(key("mailAttachRecording")).value_or(false);
+    return mail;
+}
+
+void Settings::setMail(const std::optional<Mail>& mail)
+{
+    if (!mail) {
+        for (const char* name :
+             {"mailServer", "mailFrom", "mailTo", "mailUser", "mailCaFile", "mailAttachRecording"})
+            m_store->remove(key(name));
+    } else {
+        m_store->setValue(key("mailServer"), mail->server);
+        m_store->setValue(key("mailFrom"), mail->from);
+        m_store->setValue(key("mailTo"), mail->to);
+        m_store->setValue(key("mailUser"), mail->user);
+        m_store->setValue(key("mailCaFile"), mail->caFile);
+        m_store->setValue(key("mailAttachRecording"), mail->attachRecording);
+    }
+    m_store->sync();
+}
+
 void Settings::sync()
 {
     m_store->sync();

@@ -59,6 +59,21 @@ public:
     std::optional<QString> phonePreviousInput() const;
     void setPhonePreviousInput(const std::optional<QString>& uid);
 
+    // The e-mail sent to the owner after each call ("mailServer", "mailFrom", "mailTo",
+    // "mailUser", "mailCaFile", "mailAttachRecording"); no server stored = no e-mail. The
+    // password is not a preference: it lives in its own private file.
+    struct Mail {
+        QString server; // smtps://host:port or smtp://host:port
+        QString from;
+        QString to;
+        QString user;   // empty = the server takes mail without logging in
+        QString caFile; // an extra certificate authority for the server, empty = the system's
+        bool attachRecording = false;
+        bool operator==(const Mail&) const = default;
+    };
+    std::optional<Mail> mail() const;
+    void setMail(const std::optional<Mail>& mail); // absent removes every mail key
+
     void sync();
 
 private:
