@@ -4,6 +4,7 @@
 #include "audio/AudioDeviceIO.h"
 #include "audio/AudioSystem.h"
 #include "core/Clock.h"
+#include "notify/DesktopNotifier.h"
 #include "phone/AccessibilityElement.h"
 #include "records/DesktopServices.h"
 
@@ -26,6 +27,8 @@ struct AppDependencies {
     std::unique_ptr<Workspace> workspace;
     std::unique_ptr<SleepNotifier> sleepNotifier;
     std::unique_ptr<DesktopServices> desktop;
+    // Tells the owner about each finished call; null where there is no desktop to notify.
+    std::unique_ptr<DesktopNotifier> notifier;
     // The user's "Brelian" folder: history, transcripts, recordings, credentials.
     QString dataFolder;
     // Preferences file; empty = the platform's user preferences.

@@ -65,6 +65,14 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
         d->settings.setPhonePreviousOutput(v);
     };
     d->macRoute = std::make_unique<MacAudioRoute>(*deps.audioSystem);
+    d->notices = std::make_unique<AfterCallNotices>(m_clock, d->settings, d->folder,
+                                                    std::move(deps.notifier));
+    d->notices->onLog = [this](const QString& line) { event(line); };
+    d->notices->onOpenCall = [this](const QUuid& id) {
+        m_selectedRecord = id;
+        m_page = QStringLiteral("Conversations");
+        Q_EMIT callOpenRequested(id);
+    };
 
     refresh();
     m_aiStatus = m_keyPresent ? QStringLiteral("Clé enregistrée · connexion à vérifier")

@@ -23,6 +23,7 @@
 
 namespace vemira {
 
+class AfterCallNotices;
 class AudioBridge;
 class CallAudioRecorder;
 class MacAudioRoute;
@@ -302,6 +303,8 @@ public:
     QString macTestRoute() const;
     // Where recordings are written ("<data folder>/Enregistrements").
     QString recordingsFolder() const;
+    // The owner's notification and e-mail after each call (and the test e-mail).
+    AfterCallNotices& afterCallNotices();
 
 Q_SIGNALS:
     void statusChanged();
@@ -326,6 +329,8 @@ Q_SIGNALS:
     void customInstructionsChanged();
     void instructionsChanged();
     void recordsChanged();
+    // The owner clicked a call's notification: the window comes forward on that call.
+    void callOpenRequested(const QUuid& id);
     void currentChanged();
     void selectedRecordChanged();
     void accessibilityChanged();

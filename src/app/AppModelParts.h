@@ -12,6 +12,7 @@
 #include "audio/CallAudioRecorder.h"
 #include "audio/MacAudioRoute.h"
 #include "audio/VoiceEQSettings.h"
+#include "notify/AfterCallNotices.h"
 #include "phone/NativeAudioSetup.h"
 #include "phone/PhoneAutomation.h"
 #include "records/APIKeyStore.h"
@@ -50,6 +51,8 @@ struct AppModel::Parts {
     std::unique_ptr<MacAudioRoute> macRoute;
     std::unique_ptr<AIConnectionCheck> probe;
     bool accessibilityRequested = false;
+    // The desktop notification and the e-mail once a call's record is complete.
+    std::unique_ptr<AfterCallNotices> notices;
     // Recorders still mixing their file, by record id.
     QHash<QUuid, std::shared_ptr<CallAudioRecorder>> finishing;
 };

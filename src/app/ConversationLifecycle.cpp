@@ -236,8 +236,12 @@ void AppModel::closeAndSave()
     call->windDownBound.reset();
     d->store.insertFront(call->record);
     saveHistory();
+    // The owner hears of the call once its record is complete: now, or when the recording
+    // has been written.
     if (call->recorder)
         finishRecorder(call->record.id, std::move(call->recorder));
+    else
+        d->notices->callSaved(call->record);
     d->audio->setRecorder(nullptr);
 
     m_intervening = false;
@@ -282,6 +286,8 @@ void AppModel::recordingFinished(const QUuid& id, const Result<QString>& outcome
     Q_EMIT finalizingRecordingsChanged();
     saveHistory();
     d->finishing.remove(id);
+    if (const CallRecord* record = d->store.find(id))
+        d->notices->callSaved(*record);
 }
 
 } // namespace vemira

@@ -13,6 +13,7 @@ AppDependencies createPlatformDependencies()
     deps.phoneApplication = phoneApplicationId();
     deps.workspace = createPlatformWorkspace();
     deps.sleepNotifier = createPlatformSleepNotifier();
+    deps.notifier = createPlatformDesktopNotifier();
     deps.dataFolder = DataFolder::standard().path();
     // Clipboard and save dialogs need the widgets: the application window supplies them.
     return deps;

@@ -86,6 +86,11 @@ int AppModel::setupPercent() const
     return setup::setupPercent(readinessState());
 }
 
+AfterCallNotices& AppModel::afterCallNotices()
+{
+    return *d->notices;
+}
+
 QString AppModel::recordingsFolder() const
 {
     return d->folder.recordingsFolder();

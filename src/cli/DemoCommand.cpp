@@ -12,6 +12,8 @@
 #include "SessionLogPrinter.h"
 #include "app/AppDependencies.h"
 #include "app/AppModel.h"
+#include "notify/AfterCallNotices.h"
+#include "notify/MailAccount.h"
 #include "records/APIKeyStore.h"
 #include "records/DataFolder.h"
 #include "records/Settings.h"
@@ -275,6 +277,8 @@ private:
         // Vemira itself, with the platform's real parts, in this process.
         qputenv("VEMIRA_PHONE_APPS", kSoftphoneName);
         AppDependencies deps = createPlatformDependencies();
+        // The private desktop has no notification daemon to show anything.
+        deps.notifier.reset();
         deps.dataFolder = dataFolder;
         deps.settingsFile = settingsFile;
         if (!deps.phoneApplications.contains(QLatin1String(kSoftphoneName)))
@@ -299,6 +303,17 @@ private:
                                  .save(QStringLiteral("sk-demonstration-locale")))
             return failure;
         settings.setKeySaved(true);
+        // The owner's e-mail after each call, when they set one up: the demonstration's call
+        // is mailed like a real one.
+        if (const std::optional<Settings::Mail> mail = Settings().mail()) {
+            auto password = mailPasswordStore(DataFolder::standard()).read();
+            if (password && password.value()) {
+                if (Status failure =
+                        mailPasswordStore(DataFolder(dataFolder)).save(*password.value()))
+                    return failure;
+            }
+            settings.setMail(mail);
+        }
         settings.sync();
         return std::nullopt;
     }
@@ -376,7 +391,25 @@ private:
         say(QStringLiteral(
             "Conversation terminée, enregistrement audio en cours de finalisation…"));
         waitUntil([&] { return model.finalizingRecordings().isEmpty(); }, 10, false);
+        waitForMail(model);
         return present(model, cpuSeconds, wallSeconds);
+    }
+
+    // The after-call e-mail's first attempt (its line reaches the session log printed above);
+    // a later retry is not waited for.
+    void waitForMail(AppModel& model)
+    {
+        if (model.records().isEmpty() || model.afterCallNotices().sender().pending() == 0)
+            return;
+        say(QStringLiteral("Envoi de l’e-mail de l’appel au gérant…"));
+        const QString tag =
+            QStringLiteral("E-mail de l’appel ") + model.records().first().reference();
+        waitUntil(
+            [&] {
+                return std::any_of(model.log().cbegin(), model.log().cend(),
+                                   [&tag](const QString& line) { return line.contains(tag); });
+            },
+            40, false);
     }
 
     int present(AppModel& model, double cpuSeconds, double wallSeconds)

@@ -106,21 +106,10 @@ int runTest()
                                    "« vemira notify set »."));
     if (Status invalid = checkMailSettings(*mail))
         return fail(invalid->message());
-    SmtpRequest request;
-    request.server = mail->server;
-    request.user = mail->user;
-    request.caFile = mail->caFile;
-    request.from = mail->from;
-    request.to = mail->to;
-    if (!mail->user.isEmpty()) {
-        auto password = mailPasswordStore(DataFolder::standard()).read();
-        if (!password)
-            return fail(password.error().message());
-        if (!password.value())
-            return fail(QStringLiteral("Le mot de passe du serveur d’envoi n’est pas enregistré : "
-                                       "reprenez « vemira notify set »."));
-        request.password = *password.value();
-    }
+    auto built = mailRequest(*mail, mailPasswordStore(DataFolder::standard()));
+    if (!built)
+        return fail(built.error().message());
+    SmtpRequest request = std::move(built.value());
     request.message = encodeMail(testMail(*mail, QDateTime::currentDateTime()));
     const SmtpOutcome outcome = sendMail(request);
     if (outcome.error)

@@ -19,9 +19,17 @@ QString orNotGiven(const QString& text)
 CallHeadline callHeadline(const CallRecord& record)
 {
     CallHeadline headline;
-    headline.caller =
-        record.caller.trimmed().isEmpty() ? QStringLiteral("Appelant inconnu") : record.caller;
-    headline.urgency = kNotGiven;
+    const CallMessage message = record.message.value_or(CallMessage());
+    // The name the caller gave comes first; the caller label (often a number) otherwise.
+    if (!message.identity.trimmed().isEmpty())
+        headline.caller = message.identity;
+    else if (!record.caller.trimmed().isEmpty())
+        headline.caller = record.caller;
+    else
+        headline.caller = QStringLiteral("Appelant inconnu");
+    headline.urgency = message.urgency.trimmed().isEmpty() ? kNotGiven : message.urgency;
+    headline.summary = message.summary;
+    headline.callback = message.callback;
     return headline;
 }
 

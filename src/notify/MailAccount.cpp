@@ -87,6 +87,28 @@ Status checkMailSettings(const Settings::Mail& mail)
     return std::nullopt;
 }
 
+Result<SmtpRequest> mailRequest(const Settings::Mail& mail, const LocalKeyStore& passwords)
+{
+    if (Status invalid = checkMailSettings(mail))
+        return *invalid;
+    SmtpRequest request;
+    request.server = mail.server;
+    request.user = mail.user;
+    request.caFile = mail.caFile;
+    request.from = mail.from;
+    request.to = mail.to;
+    if (!mail.user.isEmpty()) {
+        auto password = passwords.read();
+        if (!password)
+            return password.error();
+        if (!password.value())
+            return AppError(QStringLiteral("Le mot de passe du serveur d’envoi n’est pas "
+                                           "enregistré : saisissez-le de nouveau."));
+        request.password = *password.value();
+    }
+    return request;
+}
+
 LocalKeyStore mailPasswordStore(const DataFolder& folder)
 {
     return LocalKeyStore(folder.credentialsFolder(), QStringLiteral("smtp.password"));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/AppError.h"
+#include "notify/SmtpTransport.h"
 #include "records/APIKeyStore.h"
 #include "records/Settings.h"
 
@@ -30,6 +31,10 @@ bool isMailAddress(const QString& address);
 
 // Every field of the settings, with the French sentence for the first one that is wrong.
 Status checkMailSettings(const Settings::Mail& mail);
+
+// Everything to reach the server for these settings, the password read from its file;
+// the message itself is left to the caller.
+Result<SmtpRequest> mailRequest(const Settings::Mail& mail, const LocalKeyStore& passwords);
 
 // The mail server's password, kept like the provider key: Credentials/smtp.password, 0600.
 LocalKeyStore mailPasswordStore(const DataFolder& folder);

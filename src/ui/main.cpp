@@ -98,6 +98,7 @@ int main(int argc, char* argv[])
     });
     QObject::connect(&status, &ui::StatusIcon::recordRequested, &window,
                      &ui::MainWindow::showRecord);
+    QObject::connect(&model, &AppModel::callOpenRequested, &window, &ui::MainWindow::showRecord);
     QObject::connect(&setup, &ui::GuidedSetup::macAssistantRequested, &window,
                      [&window] { window.openSetupAssistant()->showStep(1); });
 

@@ -69,6 +69,7 @@ class MailTest : public QObject {
 
 private Q_SLOTS:
     void serverAddressesAndSecurity();
+    void headlineComesFromTheMessage();
     void afterCallMailArrivesAsWritten();
     void recordingIsAttachedOnlyWhenAsked();
     void startTlsWithLoginAndTrustedCertificate();
@@ -116,6 +117,31 @@ void MailTest::serverAddressesAndSecurity()
                             "<gerant@exemple.fr>", "gerant@exemple"})
         QVERIFY2(!isMailAddress(QString::fromLatin1(bad)), bad);
     QVERIFY(isMailAddress(QStringLiteral("jean.dupont+appels@plomberie-martin.fr")));
+}
+
+void MailTest::headlineComesFromTheMessage()
+{
+    CallRecord record = sampleCall();
+    CallMessage message;
+    message.identity = QStringLiteral("Jeanne Lévêque");
+    message.urgency = QStringLiteral("Urgent");
+    message.summary = QStringLiteral("Fuite sous l’évier, robinet fermé.");
+    message.callback = QStringLiteral("06 12 34 56 78");
+    record.message = message;
+    const MailContent mail =
+        afterCallMail(record, mailSettings(QStringLiteral("smtps://smtp.exemple.fr")), QString(),
+                      QDateTime::currentDateTime());
+    QCOMPARE(mail.subject, QStringLiteral("Vemira · Urgent · Jeanne Lévêque"));
+    QVERIFY(mail.body.startsWith(QStringLiteral(
+        "Appelant : Jeanne Lévêque\nUrgence : Urgent\nRésumé : Fuite sous l’évier, robinet "
+        "fermé.\nRappel : 06 12 34 56 78\nEnregistrement : Appel-")));
+    // A message without a name keeps the caller label; a line break cannot reach the header.
+    message.identity.clear();
+    message.urgency.clear();
+    record.message = message;
+    record.caller = QStringLiteral("Inconnu\r\nBcc: tous@exemple.fr");
+    QCOMPARE(afterCallSubject(callHeadline(record)),
+             QStringLiteral("Vemira · Non précisé · Inconnu  Bcc: tous@exemple.fr"));
 }
 
 void MailTest::afterCallMailArrivesAsWritten()

@@ -4,5 +4,9 @@ add_library(vemira_platform_system STATIC
     ${CMAKE_CURRENT_LIST_DIR}/system/LogindSleepNotifier.h
     ${CMAKE_CURRENT_LIST_DIR}/system/LogindSleepNotifier.cpp
     ${CMAKE_CURRENT_LIST_DIR}/system/LinuxWorkspace.h
-    ${CMAKE_CURRENT_LIST_DIR}/system/LinuxWorkspace.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/system/LinuxWorkspace.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/system/FreedesktopNotifier.h
+    ${CMAKE_CURRENT_LIST_DIR}/system/FreedesktopNotifier.cpp)
 target_link_libraries(vemira_platform_system PUBLIC vemira_core Qt6::Core Qt6::DBus)
+# The after-call desktop notification (freedesktop Notifications over the session bus).
+target_link_libraries(vemira_platform_system PUBLIC vemira_notify)

@@ -1,5 +1,7 @@
 # The workspace (open an address, reveal a file), the will-sleep notification and the
-# microphone permission, through AppKit and AVFoundation.
-add_library(vemira_platform_system STATIC ${CMAKE_CURRENT_LIST_DIR}/system/MacSystemServices.mm)
-target_link_libraries(vemira_platform_system PUBLIC vemira_core Qt6::Core
-    PRIVATE "-framework AppKit" "-framework AVFoundation")
+# microphone permission, through AppKit and AVFoundation; the after-call notification through
+# UserNotifications.
+add_library(vemira_platform_system STATIC ${CMAKE_CURRENT_LIST_DIR}/system/MacSystemServices.mm
+    ${CMAKE_CURRENT_LIST_DIR}/system/MacUserNotifier.mm)
+target_link_libraries(vemira_platform_system PUBLIC vemira_core vemira_notify Qt6::Core
+    PRIVATE "-framework AppKit" "-framework AVFoundation" "-framework UserNotifications")

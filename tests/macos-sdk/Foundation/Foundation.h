@@ -1,6 +1,6 @@
 // Model of <Foundation/Foundation.h>: the parts of objc/objc.h, NSObjCRuntime.h, NSObject.h,
 // NSEnumerator.h, NSString.h, NSArray.h, NSDictionary.h, NSValue.h (NSNumber), NSURL.h,
-// NSError.h, NSNotification.h and NSOperation.h that the macOS backends use.
+// NSError.h, NSNotification.h, NSOperation.h and NSBundle.h that the macOS backends use.
 // Declaration-only model for scripts/check-macos.sh; never used to build a product.
 #pragma once
 #include <CoreFoundation/CoreFoundation.h>
@@ -21,6 +21,9 @@ typedef unsigned long NSUInteger;
 #define NS_ENUM(_type, _name)                                                                      \
     enum _name : _type _name;                                                                      \
     enum _name : _type
+#define NS_OPTIONS(_type, _name)                                                                   \
+    _type _name;                                                                                   \
+    enum : _type
 #define FOUNDATION_EXPORT extern "C"
 
 NS_ASSUME_NONNULL_BEGIN
@@ -56,6 +59,7 @@ typedef struct {
 
 // NSString.h
 @interface NSString : NSObject <NSCopying>
+- (BOOL)isEqualToString:(NSString*)aString;
 @end
 
 // NSArray.h
@@ -85,6 +89,13 @@ typedef struct {
 
 // NSError.h
 @interface NSError : NSObject <NSCopying>
+@property(readonly, copy) NSString* localizedDescription;
+@end
+
+// NSBundle.h
+@interface NSBundle : NSObject
+@property(class, readonly, strong) NSBundle* mainBundle;
+@property(nullable, readonly, copy) NSString* bundleIdentifier;
 @end
 
 // NSOperation.h

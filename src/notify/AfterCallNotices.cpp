@@ -1,0 +1,74 @@
+#include "notify/AfterCallNotices.h"
+
+#include "notify/AfterCallMail.h"
+#include "notify/MailAccount.h"
+#include "records/Settings.h"
+
+#include <QDir>
+
+namespace vemira {
+
+AfterCallNotices::AfterCallNotices(Clock& clock, Settings& settings, DataFolder folder,
+                                   std::unique_ptr<DesktopNotifier> notifier, QObject* parent)
+    : QObject(parent), m_settings(settings), m_folder(std::move(folder)), m_clock(clock),
+      m_notifier(std::move(notifier)), m_sender(std::make_unique<MailSender>(clock)),
+      m_tester(std::make_unique<MailSender>(clock, QList<double>{}))
+{
+    m_sender->setLog([this](const QString& line) { log(line); });
+    if (m_notifier) {
+        m_notifier->onActivated = [this](const QUuid& id) {
+            if (onOpenCall)
+                onOpenCall(id);
+        };
+        m_notifier->onError = [this](const QString& message) { log(message); };
+    }
+}
+
+AfterCallNotices::~AfterCallNotices() = default;
+
+void AfterCallNotices::callSaved(const CallRecord& record)
+{
+    if (m_notifier)
+        m_notifier->show(callNotice(record));
+
+    const std::optional<Settings::Mail> mail = m_settings.mail();
+    if (!mail)
+        return;
+    const QString label = QStringLiteral("de l’appel ") + record.reference();
+    auto request = mailRequest(*mail, mailPasswordStore(m_folder));
+    if (!request) {
+        log(QStringLiteral("E-mail ") + label + QStringLiteral(" non envoyé : ") +
+            request.error().message());
+        return;
+    }
+    const QString recording =
+        record.recordingFile ? QDir(m_folder.recordingsFolder()).filePath(*record.recordingFile)
+                             : QString();
+    request.value().message = encodeMail(afterCallMail(record, *mail, recording, m_clock.now()));
+    m_sender->send(std::move(request.value()), label);
+}
+
+void AfterCallNotices::sendTest(std::function<void(const Status&)> done)
+{
+    const std::optional<Settings::Mail> mail = m_settings.mail();
+    if (!mail) {
+        done(AppError(QStringLiteral("Renseignez d’abord le serveur d’envoi, l’expéditeur et le "
+                                     "destinataire.")));
+        return;
+    }
+    auto request = mailRequest(*mail, mailPasswordStore(m_folder));
+    if (!request) {
+        done(request.error());
+        return;
+    }
+    request.value().message = encodeMail(testMail(*mail, m_clock.now()));
+    m_tester->send(std::move(request.value()), QStringLiteral("d’essai"), std::move(done));
+}
+
+void AfterCallNotices::log(const QString& line) const
+{
+    if (onLog)
+        onLog(line);
+}
+
+} // namespace vemira

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "core/AppError.h"
+#include "core/Clock.h"
+#include "notify/DesktopNotifier.h"
+#include "notify/MailSender.h"
+#include "records/CallRecord.h"
+#include "records/DataFolder.h"
+
+#include <QObject>
+#include <functional>
+#include <memory>
+
+namespace vemira {
+
+class Settings;
+
+// What happens once a call's record is complete and saved: the desktop notification and,
+// when the owner set one up, the e-mail. Both leave at once and in the background; neither
+// can hold up or harm the record. Main thread only.
+class AfterCallNotices : public QObject {
+    Q_OBJECT
+
+public:
+    // `settings` must outlive this object; `notifier` may be null (no desktop to notify).
+    AfterCallNotices(Clock& clock, Settings& settings, DataFolder folder,
+                     std::unique_ptr<DesktopNotifier> notifier, QObject* parent = nullptr);
+    ~AfterCallNotices() override;
+
+    // A line for the session log (French; never a password).
+    std::function<void(const QString&)> onLog;
+    // The owner clicked the notification of this call.
+    std::function<void(const QUuid&)> onOpenCall;
+
+    void callSaved(const CallRecord& record);
+    // "Envoyer un e-mail d’essai": one attempt, `done` gets the server's verdict.
+    void sendTest(std::function<void(const Status&)> done);
+
+    MailSender& sender() { return *m_sender; }
+
+private:
+    void log(const QString& line) const;
+
+    Settings& m_settings;
+    DataFolder m_folder;
+    Clock& m_clock;
+    std::unique_ptr<DesktopNotifier> m_notifier;
+    std::unique_ptr<MailSender> m_sender; // retries calls' mails
+    std::unique_ptr<MailSender> m_tester; // the test mail: one attempt, no retry
+};
+
+} // namespace vemira
