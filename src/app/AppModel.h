@@ -197,6 +197,7 @@ public:
     // Deletes the call: its record, transcript file and recording (not while its recording
     // is being finished).
     Q_INVOKABLE void deleteRecord(const QUuid& id);
+    void updateMessage(const QUuid& id, const CallMessage& message);
     Q_INVOKABLE void saveKey(const QString& text);
     Q_INVOKABLE void deleteKey();
     Q_INVOKABLE void saveSettings();

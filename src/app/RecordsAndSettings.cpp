@@ -67,6 +67,12 @@ void AppModel::deleteRecord(const QUuid& id)
     event(QStringLiteral("Appel ") + reference + QStringLiteral(" supprimé"));
 }
 
+void AppModel::updateMessage(const QUuid& id, const CallMessage& message)
+{
+    if (Status s = d->store.updateMessage(id, message))
+        m_error = s->message();
+}
+
 void AppModel::updateFollowUpStatus(const QUuid& id, const QString& status)
 {
     if (Status s = d->store.updateFollowUpStatus(id, status))

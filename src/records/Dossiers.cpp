@@ -100,6 +100,11 @@ QString searchText(const CallRecord& record)
                    record.kind + u' ' + record.folderLabel() + u' ' + record.note;
     for (const TranscriptLine& line : record.transcript)
         text += u' ' + line.text;
+    if (const auto& m = record.message) {
+        for (const QString* field :
+             {&m->identity, &m->address, &m->problem, &m->since, &m->callback, &m->summary})
+            text += u' ' + *field;
+    }
     return text;
 }
 

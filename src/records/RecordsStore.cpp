@@ -302,6 +302,13 @@ Status RecordsStore::updateNote(const QUuid& id, const QString& text)
     return saveHistory();
 }
 
+Status RecordsStore::updateMessage(const QUuid& id, const CallMessage& message)
+{
+    if (!modify(id, [&](CallRecord& r) { r.message = message.cleaned(); }))
+        return std::nullopt;
+    return saveHistory();
+}
+
 Status RecordsStore::updateDossier(const QUuid& id, const QString& name)
 {
     const QString trimmed = name.trimmed();

@@ -73,6 +73,8 @@ public:
     Status updateNote(const QUuid& id, const QString& text);
     Status updateDossier(const QUuid& id, const QString& name); // trimmed; empty = unfiled
     Status updateFollowUpStatus(const QUuid& id, const QString& status);
+    // The owner's correction of the call's message, cleaned like a model's answer.
+    Status updateMessage(const QUuid& id, const CallMessage& message);
     // Deletes the record, its transcript file and its recording; unknown id → nothing.
     Status deleteRecord(const QUuid& id);
 

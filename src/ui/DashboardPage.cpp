@@ -4,6 +4,7 @@
 #include "audio/AudioBridge.h"
 #include "setup/Readiness.h"
 #include "ui/Bind.h"
+#include "ui/PendingCallsCard.h"
 #include "ui/SetupProgress.h"
 #include "ui/Theme.h"
 #include "ui/UiTexts.h"
@@ -56,6 +57,11 @@ DashboardPage::DashboardPage(AppModel* model, Clock& clock, QWidget* parent)
     m_error->setAccessibleName(QStringLiteral("Erreur"));
     state->body()->addWidget(m_error);
     layout->addWidget(state);
+
+    // The calls still to be dealt with, most urgent first.
+    m_pending = new PendingCallsCard(m_model, content);
+    layout->addWidget(m_pending);
+    connect(m_pending, &PendingCallsCard::openRequested, this, &DashboardPage::recordRequested);
 
     // What is missing before calls can be answered, and the setup progression.
     m_readiness = new Card(texts::notReadyHeading(), content);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QUuid>
 #include <QWidget>
 
 class QLabel;
@@ -18,6 +19,7 @@ namespace vemira::ui {
 
 class Card;
 class LevelMeter;
+class PendingCallsCard;
 class UsagePanel;
 
 // What the owner looks at: the switchboard's state, what is missing before it can answer,
@@ -39,10 +41,12 @@ public:
     QLabel* interventionLabel() const { return m_interventionText; }
     UsagePanel* usagePanel() const { return m_usage; }
     QListWidget* logList() const { return m_log; }
+    PendingCallsCard* pendingCalls() const { return m_pending; }
 
 Q_SIGNALS:
     void setupRequested();
     void testRequested();
+    void recordRequested(const QUuid& id);
 
 private:
     void refreshReadiness();
@@ -60,6 +64,7 @@ private:
     QLabel* m_issues;
     QProgressBar* m_progress;
     QLabel* m_steps;
+    PendingCallsCard* m_pending;
     Card* m_call;
     QLabel* m_caller;
     QLabel* m_elapsed;

@@ -4,6 +4,7 @@
 #include "records/TranscriptDocument.h"
 #include "ui/AssignmentDialog.h"
 #include "ui/Bind.h"
+#include "ui/MessageEditor.h"
 #include "ui/RecordTableModel.h"
 #include "ui/Theme.h"
 #include "ui/UiTexts.h"
@@ -124,6 +125,9 @@ DossiersPage::DossiersPage(AppModel* model, QWidget* parent) : QWidget(parent), 
     form->addRow(new QLabel(QStringLiteral("Dossier :"), m_detail), dossierRow);
     detail->addLayout(form);
 
+    m_messageEditor = new MessageEditor(m_detail);
+    detail->addWidget(m_messageEditor);
+
     m_document = new QPlainTextEdit(m_detail);
     m_document->setReadOnly(true);
     m_document->setAccessibleName(QStringLiteral("Transcription de l’appel"));
@@ -198,6 +202,10 @@ DossiersPage::DossiersPage(AppModel* model, QWidget* parent) : QWidget(parent), 
             m_saveNote->setEnabled(m_note->toPlainText() != m_loadedNote);
     });
     connect(m_saveNote, &QPushButton::clicked, this, &DossiersPage::commitNote);
+    connect(m_messageEditor, &MessageEditor::saveRequested, this,
+            [this](const QUuid& id, const CallMessage& message) {
+                m_model->updateMessage(id, message);
+            });
     connect(m_recordStatus, &QComboBox::currentTextChanged, this, [this](const QString& status) {
         if (!m_updating && m_draft.selected)
             m_model->updateFollowUpStatus(*m_draft.selected, status);
@@ -321,6 +329,7 @@ void DossiersPage::showSelected()
         m_noteFor = record->id;
     }
     m_saveNote->setEnabled(m_note->toPlainText() != m_loadedNote);
+    m_messageEditor->show(record->id, record->message);
     const bool hasRecording = record->recordingFile.has_value();
     m_listen->setEnabled(hasRecording);
     m_audioExport->setEnabled(hasRecording);

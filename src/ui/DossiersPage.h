@@ -20,6 +20,7 @@ class AppModel;
 
 namespace vemira::ui {
 
+class MessageEditor;
 class RecordTableModel;
 
 // All call records in a sortable table, filtered by dossier, status and free text, with
@@ -55,6 +56,7 @@ public:
     // Answers the confirmation instead of a person (tests); unset, the box is modal.
     std::function<void(QMessageBox&)> confirmDeletionForTests;
     QLabel* messageLabel() const { return m_message; }
+    MessageEditor* messageEditor() const { return m_messageEditor; }
 
     // Opens the dossier sheet for the selected call; returns once it is closed.
     void openAssignment();
@@ -88,6 +90,7 @@ private:
     QWidget* m_detail;
     QLabel* m_detailTitle;
     QLabel* m_empty;
+    MessageEditor* m_messageEditor;
     QPlainTextEdit* m_document;
     QPlainTextEdit* m_note;
     QPushButton* m_saveNote;

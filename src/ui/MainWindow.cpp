@@ -132,6 +132,7 @@ MainWindow::MainWindow(AppModel* model, Clock& clock, GuidedSetup* setup, QWidge
          [this] { setTextIfChanged(m_company, m_model->company()); });
 
     connect(m_dashboard, &DashboardPage::setupRequested, this, &MainWindow::openSetupAssistant);
+    connect(m_dashboard, &DashboardPage::recordRequested, this, &MainWindow::showRecord);
     connect(m_guide, &GuidePage::setupRequested, this, &MainWindow::openSetupAssistant);
     connect(m_guide, &GuidePage::testRequested, this, &MainWindow::openTestWindow);
     connect(m_agent, &AgentPage::voiceWindowRequested, this, &MainWindow::openVoiceWindow);

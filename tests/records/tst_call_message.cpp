@@ -1,4 +1,5 @@
 #include "records/CallMessage.h"
+#include "records/PendingCalls.h"
 
 #include <QTest>
 
@@ -12,6 +13,7 @@ private Q_SLOTS:
     void cleansWhatTheModelGotWrong();
     void refusesWhatIsNoMessage();
     void urgencyRankSortsUrgentFirst();
+    void pendingCallsMostUrgentFirst();
 };
 
 void CallMessageTest::readsAWellFormedAnswer()
@@ -95,6 +97,37 @@ void CallMessageTest::urgencyRankSortsUrgentFirst()
     QCOMPARE(m.urgencyRank(), 0);
     m.urgency = QStringLiteral("Normal");
     QCOMPARE(m.urgencyRank(), 2);
+}
+
+void CallMessageTest::pendingCallsMostUrgentFirst()
+{
+    const QDateTime nine(QDate(2026, 3, 14), QTime(9, 0));
+    auto call = [&](int minutes, const QString& urgency, const QString& caller) {
+        CallRecord record =
+            CallRecord::create(nine.addSecs(minutes * 60), caller, QStringLiteral("Appel"));
+        if (!urgency.isNull())
+            record.message = CallMessage{QStringLiteral("Nom ") + caller,   {}, {}, {}, urgency, {},
+                                         QStringLiteral("Résumé ") + caller};
+        return record;
+    };
+    QList<CallRecord> records{call(50, QStringLiteral("Normal"), QStringLiteral("a")),
+                              call(40, QString(), QStringLiteral("b")), // no message
+                              call(30, QStringLiteral("Urgent"), QStringLiteral("c")),
+                              call(20, QStringLiteral("Rapide"), QStringLiteral("d")),
+                              call(10, QStringLiteral("Urgent"), QStringLiteral("e")),
+                              call(5, QStringLiteral("Urgent"), QStringLiteral("f"))};
+    records[5].followUpStatus = QStringLiteral("Terminé"); // dealt with: not listed
+    records[3].followUpStatus = QStringLiteral("À traiter");
+    QStringList order;
+    for (const CallRecord* r : pendingCalls(records))
+        order << r->caller;
+    QCOMPARE(order, (QStringList{QStringLiteral("c"), QStringLiteral("e"), QStringLiteral("d"),
+                                 QStringLiteral("a"), QStringLiteral("b")}));
+
+    const QLocale french(QLocale::French, QLocale::France);
+    QCOMPARE(pendingLine(records[2], french),
+             QStringLiteral("Urgent · 14/03/2026 09:30 · Nom c — Résumé c"));
+    QCOMPARE(pendingLine(records[1], french), QStringLiteral("14/03/2026 09:40 · b — Sans résumé"));
 }
 
 QTEST_GUILESS_MAIN(CallMessageTest)

@@ -5,7 +5,10 @@
 #include "UiRig.h"
 #include "records/TranscriptDocument.h"
 #include "ui/AssignmentDialog.h"
+#include "ui/DashboardPage.h"
 #include "ui/DossiersPage.h"
+#include "ui/MessageEditor.h"
+#include "ui/PendingCallsCard.h"
 #include "ui/RecordTableModel.h"
 
 #include <QApplication>
@@ -325,6 +328,74 @@ private Q_SLOTS:
         QTest::keyClick(page->noteEditor(), Qt::Key_Delete);
         rig.mainWindow->showPage(QStringLiteral("Accueil")); // leaving the page saves
         QCOMPARE(onDisk(rig, rig.model->records()[0].id)->note, QString());
+    }
+
+    void messageIsListedOpenedCorrectedAndFound()
+    {
+        UiRig rig;
+        rig.model->addDemo();
+        rig.model->addDemo();
+        const QUuid older = rig.model->records()[1].id;
+        const QUuid newer = rig.model->records()[0].id;
+        rig.model->updateMessage(older, CallMessage{QStringLiteral("Jean Dupuis"),
+                                                    {},
+                                                    QStringLiteral("Fuite"),
+                                                    {},
+                                                    QStringLiteral("Urgent"),
+                                                    {},
+                                                    QStringLiteral("Fuite chez Jean Dupuis.")});
+
+        // Accueil: the urgent call first, though older; one click opens it.
+        ui::PendingCallsCard* pending = rig.mainWindow->dashboardPage()->pendingCalls();
+        QCOMPARE(pending->list()->count(), 2);
+        QVERIFY(pending->list()->item(0)->text().startsWith(QStringLiteral("Urgent · ")));
+        QVERIFY(pending->list()->item(0)->text().endsWith(
+            QStringLiteral(" · Jean Dupuis — Fuite chez Jean Dupuis.")));
+        QVERIFY(pending->list()->item(1)->text().endsWith(QStringLiteral(" — Sans résumé")));
+        rig.mainWindow->showPage(QStringLiteral("Accueil"));
+        const QRect first = pending->list()->visualItemRect(pending->list()->item(0));
+        QTest::mouseClick(pending->list()->viewport(), Qt::LeftButton, {}, first.center());
+        QCOMPARE(rig.mainWindow->currentPage(), QStringLiteral("Conversations"));
+        QCOMPARE(rig.model->selectedRecord(), older);
+
+        // Conversations: the message above the transcript, corrected field by field.
+        ui::DossiersPage* page = rig.mainWindow->dossiersPage();
+        ui::MessageEditor* editor = page->messageEditor();
+        QVERIFY(editor->isVisibleTo(page));
+        QCOMPARE(editor->field(QStringLiteral("identity"))->text(), QStringLiteral("Jean Dupuis"));
+        QCOMPARE(editor->field(QStringLiteral("address"))->placeholderText(),
+                 QStringLiteral("Non précisé"));
+        QVERIFY(!editor->saveButton()->isEnabled());
+        QTest::keyClicks(editor->field(QStringLiteral("address")),
+                         QStringLiteral("8 avenue Foch"));
+        QTest::keyClicks(editor->field(QStringLiteral("callback")), QStringLiteral("demain"));
+        editor->saveButton()->click();
+        // Not a number: refused with a French sentence, nothing lost, nothing saved.
+        QCOMPARE(editor->problemLabel()->text(),
+                 QStringLiteral(
+                     "Numéro de rappel non reconnu : indiquez un numéro de 8 à 15 chiffres."));
+        QCOMPARE(editor->field(QStringLiteral("address"))->text(),
+                 QStringLiteral("8 avenue Foch"));
+        QVERIFY(onDisk(rig, older)->message->address.isEmpty());
+        editor->field(QStringLiteral("callback"))->setText(QStringLiteral("06 12 34 56 78"));
+        editor->saveButton()->click();
+        QVERIFY(editor->problemLabel()->text().isEmpty());
+        const CallMessage saved = *onDisk(rig, older)->message;
+        QCOMPARE(saved.address, QStringLiteral("8 avenue Foch"));
+        QCOMPARE(saved.callback, QStringLiteral("06 12 34 56 78"));
+        QCOMPARE(saved.urgency, QStringLiteral("Urgent"));
+        QVERIFY(page->documentView()->toPlainText().contains(
+            QStringLiteral("\nAdresse : 8 avenue Foch\n")));
+
+        // Found by what the message holds, not only by what was said.
+        search(page, QStringLiteral("AVENUE FOCH"));
+        QCOMPARE(page->countLabel()->text(), QStringLiteral("1") + kCountTail);
+        page->searchField()->clear();
+
+        // Dealt with: it leaves the list.
+        rig.model->updateFollowUpStatus(older, QStringLiteral("Terminé"));
+        QCOMPARE(pending->list()->count(), 1);
+        QCOMPARE(pending->list()->item(0)->data(Qt::UserRole).toUuid(), newer);
     }
 
     void statusCopyExportAndReveal()
