@@ -181,19 +181,9 @@ void RealtimeClient::awaitResponses(double seconds, std::function<void(bool sett
         });
         return;
     }
-    // Nothing to wait for, or nobody left to answer: said after the caller has returned.
-    const quint64 session = m_session;
-    const bool settled = m_inProgress.isEmpty();
-    QMetaObject::invokeMethod(
-        this,
-        [this, session, settled] {
-            if (session == m_session && m_settled) {
-                m_settleTimeout.reset();
-                auto done = std::exchange(m_settled, nullptr);
-                done(settled);
-            }
-        },
-        Qt::QueuedConnection);
+    // Nothing to wait for, or nobody left to answer.
+    if (auto settled = std::exchange(m_settled, nullptr))
+        settled(m_inProgress.isEmpty());
 }
 
 void RealtimeClient::settleIfIdle()

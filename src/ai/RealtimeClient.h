@@ -83,8 +83,9 @@ public:
     // Asks for the smallest billable response (text, one token, outside the conversation).
     void requestProbeResponse();
     // Calls `done` once no response is being generated any more (true), or after `seconds`
-    // when one still is, or at once when the server can no longer answer (false). A later
-    // call replaces an earlier wait; close() and connect() drop it without calling it.
+    // when one still is (false). With nothing under way, or no server left to answer, `done`
+    // runs before this returns. A later call replaces an earlier wait; close() and connect()
+    // drop it without calling it.
     void awaitResponses(double seconds, std::function<void(bool settled)> done);
     bool responseInProgress() const { return !m_inProgress.isEmpty(); }
     // Replaces the instructions mid-call; false (nothing sent) when not ready.

@@ -1,5 +1,6 @@
 #include "app/AppModel.h"
 
+#include "ai/RealtimeProtocol.h"
 #include "app/AppModelParts.h"
 #include "app/RecordingRecovery.h"
 
@@ -82,6 +83,7 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
     bindMessageTaking();
 
     m_timer = m_clock.repeat(kTickPeriod, this, [this] { tick(); });
+    addResponseSettling();
 
     if (deps.sleepNotifier) {
         QPointer<AppModel> self(this);
@@ -119,6 +121,8 @@ AppModel::~AppModel()
     d->realtime->onError = nullptr;
     d->realtime->onUsage = nullptr;
     d->realtime->onInstructionsApplied = nullptr;
+    d->realtime->onNotice = nullptr;
+    d->realtime->onAILineCut = nullptr;
     d->realtime->close();
     d->macRoute->restore();
     // Recordings still being mixed are filed in the history before the model goes: their
@@ -224,6 +228,46 @@ void AppModel::bindRealtimeCallbacks()
         if (self)
             self->sessionReady();
     };
+    client.onNotice = [self](const QString& line) {
+        if (self)
+            self->event(line);
+    };
+    client.onAILineCut = [self] {
+        if (self)
+            self->markLastAILineCut();
+    };
+}
+
+void AppModel::markLastAILineCut()
+{
+    if (!m_call)
+        return;
+    QList<TranscriptLine>& lines = m_call->record.transcript;
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        if (line->speaker != realtime::aiSpeaker())
+            continue;
+        if (!line->text.endsWith(realtime::cutMark())) {
+            line->text += realtime::cutMark();
+            Q_EMIT currentChanged();
+        }
+        return;
+    }
+}
+
+void AppModel::addResponseSettling()
+{
+    // A response still being generated when the call ends is reserved in the estimate as a
+    // whole context plus a maximal answer (about 1.60 $); its bilan usually follows within a
+    // second and replaces that with what it cost. Waited for briefly, after the steps that
+    // ask the model for more; without it the record keeps the provision, and its label says so.
+    addWindDownStep(kResponseSettle + 0.5, [this](CallRecord&, std::function<void()> done) {
+        d->realtime->awaitResponses(kResponseSettle, [this, done](bool settled) {
+            if (!settled)
+                event(QStringLiteral("Bilan de la dernière réponse non reçu : la provision "
+                                     "reste comptée."));
+            done();
+        });
+    });
 }
 
 void AppModel::appendToCurrent(const QString& speaker, const QString& text)

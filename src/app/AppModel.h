@@ -130,6 +130,8 @@ public:
     static constexpr int kMaxAudioRestarts = 2;
     static constexpr double kPostAnswerCheck = 1.5;
     static constexpr double kAICheckTimeout = 15.0;
+    // How long an ending call waits for the bilan of a response still being generated.
+    static constexpr double kResponseSettle = 3.0;
     static constexpr int kLogLines = 50;
 
     // Loads settings and history, binds the realtime callbacks, starts the one-second tick
@@ -237,9 +239,10 @@ public:
     QString voiceStyleStatus() const { return m_voiceStyleStatus; }
     const VoiceEQSettings& voiceEQ() const;
     QString voice() const { return m_voice; }
-    void setVoice(const QString& v) { m_voice = v; }
+    // A new voice or model is not what the last check proved: see forgetAICheck().
+    void setVoice(const QString& v);
     QString model() const { return m_model; }
-    void setModel(const QString& v) { m_model = v; }
+    void setModel(const QString& v);
     QString company() const { return m_company; }
     void setCompany(const QString& v) { m_company = v; }
     QString customInstructions() const { return m_customInstructions; }
@@ -380,6 +383,10 @@ private:
     void recordingFinished(const QUuid& id, const Result<QString>& outcome);
 
     void completeAICheck(const std::optional<QString>& message, bool armAfter);
+    // The key, model or voice changed: a running check stops and nothing counts as verified.
+    void forgetAICheck();
+    void markLastAILineCut();
+    void addResponseSettling();
     ReadinessState readinessState() const;
     QString shortTime(const QDateTime& time) const;
 

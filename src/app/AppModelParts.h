@@ -53,6 +53,7 @@ struct AppModel::Parts {
     bool accessibilityRequested = false;
     // The desktop notification and the e-mail once a call's record is complete.
     std::unique_ptr<AfterCallNotices> notices;
+    QString probeKey; // the key the running check proves
     // Recorders still mixing their file, by record id.
     QHash<QUuid, std::shared_ptr<CallAudioRecorder>> finishing;
 };

@@ -9,8 +9,8 @@ void AppModel::verifyAI(bool armAfter)
 {
     if (m_call || m_checkingAI || m_preparingAudio || m_testingMicrophone)
         return;
-    Result<std::optional<QString>> stored = d->keyStore.read();
-    if (!stored || !stored.value() || stored.value()->trimmed().isEmpty()) {
+    Result<std::optional<QString>> stored = d->keyStore.readKey();
+    if (!stored || !stored.value()) {
         setError(QStringLiteral(
             "Aucune clé n’est enregistrée. Saisissez votre clé existante dans Connexions."));
         return;
@@ -25,7 +25,25 @@ void AppModel::verifyAI(bool armAfter)
         if (self)
             self->completeAICheck(failure, armAfter);
     };
-    d->probe->start(*stored.value(), m_model, m_voice);
+    d->probeKey = *stored.value();
+    d->probe->start(d->probeKey, m_model, m_voice);
+}
+
+void AppModel::forgetAICheck()
+{
+    const bool wasChecking = d->probe != nullptr;
+    const bool wasVerified = m_aiVerified;
+    if (wasChecking) {
+        d->probe->onComplete = nullptr;
+        d->probe->cancel();
+        d->probe.reset();
+        m_checkingAI = false;
+    }
+    m_aiVerified = false;
+    if (wasChecking || wasVerified) {
+        m_aiStatus = QStringLiteral("Réglages modifiés · connexion à vérifier");
+        notifyReadiness();
+    }
 }
 
 void AppModel::completeAICheck(const std::optional<QString>& failure, bool armAfter)
@@ -42,6 +60,15 @@ void AppModel::completeAICheck(const std::optional<QString>& failure, bool armAf
     }
     if (!armAfter)
         return;
+    // The key file may have changed behind the check (the command-line tool writes it too).
+    Result<std::optional<QString>> stored = d->keyStore.readKey();
+    if (!stored || !stored.value() || *stored.value() != d->probeKey) {
+        m_aiVerified = false;
+        m_aiStatus = QStringLiteral("Clé enregistrée · connexion à vérifier");
+        m_error = QStringLiteral("La clé a changé pendant la vérification. Vérifiez de nouveau "
+                                 "la connexion avant d’activer le standard.");
+        return;
+    }
     Result<SessionPlan> plan = validate(true);
     if (!plan) {
         m_error = plan.error().message();

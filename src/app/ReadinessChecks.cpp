@@ -72,7 +72,7 @@ Result<SessionPlan> AppModel::validate(bool phoneMode)
     ValidationSources sources;
     sources.defaultInputID = [readDefault] { return readDefault(AudioSelector::defaultInput); };
     sources.defaultOutputID = [readDefault] { return readDefault(AudioSelector::defaultOutput); };
-    sources.readKey = [this] { return d->keyStore.read(); };
+    sources.readKey = [this] { return d->keyStore.readKey(); };
     return setup::validate(readinessState(), phoneMode, sources);
 }
 

@@ -90,7 +90,7 @@ void AppModel::saveKey(const QString& text)
         m_error = saved->message();
         return;
     }
-    m_aiVerified = false;
+    forgetAICheck();
     m_aiStatus = QStringLiteral("Clé enregistrée · connexion à vérifier");
     m_keyPresent = true;
     d->settings.setKeySaved(true);
@@ -105,9 +105,25 @@ void AppModel::deleteKey()
         m_error = removed->message();
         return;
     }
-    m_aiVerified = false;
+    forgetAICheck();
     m_keyPresent = false;
     d->settings.setKeySaved(false);
+}
+
+void AppModel::setVoice(const QString& v)
+{
+    if (m_voice == v)
+        return;
+    m_voice = v;
+    forgetAICheck();
+}
+
+void AppModel::setModel(const QString& v)
+{
+    if (m_model == v)
+        return;
+    m_model = v;
+    forgetAICheck();
 }
 
 void AppModel::saveSettings()

@@ -17,10 +17,10 @@ int runVerify(const QStringList& arguments)
 {
     if (!arguments.isEmpty())
         return UsageError;
-    const auto key = LocalKeyStore(DataFolder::standard().credentialsFolder()).read();
+    const auto key = LocalKeyStore(DataFolder::standard().credentialsFolder()).readKey();
     if (!key)
         return fail(key.error().message());
-    if (!key.value() || key.value()->trimmed().isEmpty())
+    if (!key.value())
         return fail(QStringLiteral(
             "Aucune clé n’est enregistrée. Saisissez votre clé existante dans Connexions."));
 
@@ -35,7 +35,7 @@ int runVerify(const QStringList& arguments)
         failure = result;
         loop.quit();
     };
-    check.start(key.value()->trimmed(), settings.model, settings.voice);
+    check.start(*key.value(), settings.model, settings.voice);
     loop.exec();
     if (failure)
         return fail(*failure);
@@ -47,8 +47,10 @@ void registerAiCommands(CommandTable& table)
 {
     table.add({QStringLiteral("verify"), QString(),
                QStringLiteral("Vérifie la connexion à l’IA avec la clé et le modèle enregistrés."),
-               QStringLiteral("Ouvre une session temps réel de vérification, sans audio ni "
-                              "réponse, et attend sa confirmation (15 secondes au plus).\n"
+               QStringLiteral("Ouvre une session temps réel de vérification, sans audio, puis "
+                              "demande une réponse texte d’un seul token hors conversation "
+                              "(environ 0,0002 $ US) pour vérifier que le compte peut répondre ; "
+                              "15 secondes au plus.\n"
                               "Code de sortie 0 seulement si la connexion est vérifiée.\n"
                               "VEMIRA_REALTIME_URL remplace l’adresse du service (ws:// "
                               "seulement en local)."),

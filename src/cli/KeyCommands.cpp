@@ -42,7 +42,7 @@ int runKey(const QStringList& arguments)
         return Success;
     }
     if (action == QLatin1String("status")) {
-        auto key = keyStore().read();
+        auto key = keyStore().readKey();
         if (!key)
             return fail(key.error().message());
         out() << (key.value() ? "présente" : "absente") << '\n';

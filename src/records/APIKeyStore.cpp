@@ -36,6 +36,17 @@ Result<std::optional<QString>> LocalKeyStore::read() const
     return std::optional<QString>(std::move(text));
 }
 
+Result<std::optional<QString>> LocalKeyStore::readKey() const
+{
+    Result<std::optional<QString>> stored = read();
+    if (!stored || !stored.value())
+        return stored;
+    const QString key = stored.value()->trimmed();
+    if (key.isEmpty())
+        return std::optional<QString>();
+    return std::optional<QString>(key);
+}
+
 Status LocalKeyStore::save(const QString& key) const
 {
     // A new folder is created 0700; an existing one is set back to 0700.

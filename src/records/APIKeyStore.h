@@ -20,6 +20,10 @@ public:
     bool exists() const;
     // No file → no key; unreadable or not UTF-8 → error.
     Result<std::optional<QString>> read() const;
+    // The key as it is sent: the file's text without surrounding white space or final newline
+    // (a key pasted into the file by hand has them); nothing left → no key. Everything that
+    // uses the key reads it through here.
+    Result<std::optional<QString>> readKey() const;
     Status save(const QString& key) const;
     Status remove() const; // an absent file is success
 
@@ -36,6 +40,7 @@ public:
     static LocalKeyStore standard();
     static bool exists() { return standard().exists(); }
     static Result<std::optional<QString>> read() { return standard().read(); }
+    static Result<std::optional<QString>> readKey() { return standard().readKey(); }
     static Status save(const QString& key) { return standard().save(key); }
     static Status remove() { return standard().remove(); }
 };

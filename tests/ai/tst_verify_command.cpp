@@ -54,10 +54,11 @@ private Q_SLOTS:
                  qPrintable(run.err));
         QCOMPARE(server.connectionCount(), 0);
 
-        // The stored key and model are the ones used.
+        // The stored key and model are the ones used; the key as the application reads it,
+        // without the spaces and newline of a hand-edited file.
         LocalKeyStore keys(
             DataFolder(home.filePath(QStringLiteral("Brelian"))).credentialsFolder());
-        QVERIFY(!keys.save(QStringLiteral("sk-stored")));
+        QVERIFY(!keys.save(QStringLiteral(" sk-stored\n")));
         {
             Settings settings(home.filePath(QStringLiteral("config/Brelian/Vemira.conf")));
             Settings::Group group = settings.group();
@@ -87,6 +88,13 @@ private Q_SLOTS:
                                                  "le modèle et votre accès Internet.")),
                  qPrintable(run.err));
         QVERIFY(!run.out.contains(QStringLiteral("vérifiée")));
+
+        // A key the provider will not bill: the session opens, the test response fails.
+        server.setUpgrade(ScriptedRealtimeServer::Upgrade::Accept);
+        server.behaviour().probeFailure = QStringLiteral("insufficient_quota");
+        run = verify(home, server);
+        QCOMPARE(run.exitCode, 1);
+        QVERIFY2(run.err.contains(QStringLiteral("Crédit OpenAI épuisé")), qPrintable(run.err));
         QVERIFY(server.violations().isEmpty());
     }
 };

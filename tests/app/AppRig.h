@@ -216,7 +216,9 @@ struct ModelRig {
         ring();
         tick(4);
         // The probe's session.update, then the call's.
-        return model->busy() && server.waitForEvents(2);
+        return model->busy() && waitFor([this] {
+                   return server.eventsOfType(QStringLiteral("session.update")).size() >= 2;
+               });
     }
 
     // The caller's words reach the current call's transcript as one more line.

@@ -137,6 +137,67 @@ private Q_SLOTS:
         QVERIFY(rig.model->keyPresent());
     }
 
+    void theCheckProvesTheKeyModelAndVoiceInUse()
+    {
+        AppRig rig;
+        const LocalKeyStore keys(DataFolder(rig.dir.path()).credentialsFolder());
+        // A key pasted into the file by hand, with its newline: read as the tool reads it.
+        keys.save(QStringLiteral("  sk-colle\n"));
+        rig.model->verifyAI(false);
+        QVERIFY(waitFor([&] { return !rig.model->checkingAI(); }));
+        QVERIFY(rig.model->aiVerified());
+        QCOMPARE(rig.server.handshakes().last().header("Authorization"),
+                 QByteArray("Bearer sk-colle"));
+
+        // Changing the model, the voice or the key undoes the proof, and stops a check under
+        // way, which then never completes.
+        const auto undoes = [&](const std::function<void()>& change) {
+            rig.server.behaviour().confirmSessions = true;
+            rig.model->verifyAI(false);
+            if (!waitFor([&] { return rig.model->aiVerified(); }))
+                return false;
+            change();
+            if (rig.model->aiVerified())
+                return false;
+            rig.server.behaviour().confirmSessions = false;
+            const int connections = rig.server.connectionCount();
+            rig.model->verifyAI(false);
+            if (!rig.server.waitForConnections(connections + 1) || !rig.model->checkingAI())
+                return false;
+            change();
+            rig.clock.advance(AppModel::kAICheckTimeout);
+            QCoreApplication::processEvents();
+            return !rig.model->checkingAI() && !rig.model->aiVerified() &&
+                   rig.model->error().isEmpty() && !rig.model->hasConnectionProbe();
+        };
+        int round = 0;
+        QVERIFY(
+            undoes([&] { rig.model->setModel(QStringLiteral("gpt-realtime-%1").arg(++round)); }));
+        QVERIFY(undoes([&] { rig.model->setVoice(QStringLiteral("voix-%1").arg(++round)); }));
+        QVERIFY(undoes([&] { rig.model->saveKey(QStringLiteral("sk-%1").arg(++round)); }));
+        QVERIFY(undoes([&] {
+            rig.model->deleteKey();
+            keys.save(QStringLiteral("sk-%1").arg(++round));
+        }));
+
+        // The key file replaced behind a check (by the command-line tool): nothing is armed.
+        rig.server.behaviour().confirmSessions = false;
+        const auto configurations = [&] {
+            return rig.server.eventsOfType(QStringLiteral("session.update")).size();
+        };
+        const qsizetype before = configurations();
+        rig.model->verifyAI(true);
+        QVERIFY(waitFor([&] { return configurations() > before; }));
+        keys.save(QStringLiteral("sk-autre"));
+        rig.server.sendEvent(ScriptedRealtimeServer::sessionUpdated());
+        QVERIFY(waitFor([&] { return !rig.model->checkingAI(); }));
+        QVERIFY(!rig.model->armed());
+        QVERIFY(!rig.model->aiVerified());
+        QCOMPARE(rig.model->error(),
+                 QStringLiteral("La clé a changé pendant la vérification. Vérifiez de nouveau la "
+                                "connexion avant d’activer le standard."));
+    }
+
     void macConversationRunsOnTheBuiltInDevicesUntilTheLimit()
     {
         AppRig rig;

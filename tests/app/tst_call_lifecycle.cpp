@@ -99,11 +99,18 @@ private Q_SLOTS:
         // The greeting is asked for once the answered call had 1.5 s to settle.
         rig.clock.advance(1.4);
         QCoreApplication::processEvents();
-        QVERIFY(rig.server.eventsOfType(QStringLiteral("response.create")).isEmpty());
+        // (The connection check's one-token request is kept out of the conversation.)
+        const auto greetings = [&] {
+            return std::count_if(
+                rig.server.events().begin(), rig.server.events().end(), [](const QJsonObject& e) {
+                    return e[QLatin1String("type")] == QLatin1String("response.create") &&
+                           !e[QLatin1String("response")].toObject().contains(
+                               QLatin1String("conversation"));
+                });
+        };
+        QCOMPARE(greetings(), 0);
         rig.clock.advance(0.2);
-        QVERIFY(waitFor([&] {
-            return rig.server.eventsOfType(QStringLiteral("response.create")).size() == 1;
-        }));
+        QVERIFY(waitFor([&] { return greetings() == 1; }));
 
         // Both voices travel: the caller up to the server, the AI down to the voice device.
         rig.io->feedTone(kCallDevice, 300, 0.5, 0.5);
@@ -201,7 +208,10 @@ private Q_SLOTS:
         QVERIFY(rig.model->busy());
         QVERIFY(rig.model->records().isEmpty());
         rig.clock.advance(0.2);
-        QVERIFY(!rig.model->busy());
+        // Then that answer's bilan is waited for, as briefly, before the session closes.
+        QVERIFY(rig.model->busy());
+        rig.clock.advance(AppModel::kResponseSettle);
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
         QCOMPARE(rig.model->records().size(), 1);
         QVERIFY(!rig.model->records().first().message);
         QCOMPARE(rig.historyOnDisk().size(), 1);
@@ -221,6 +231,98 @@ private Q_SLOTS:
         QCOMPARE(rig.model->records().size(), 2);
         QCOMPARE(rig.model->records().first().message->problem.size(), CallMessage::maxFieldLength);
         QCOMPARE(rig.historyOnDisk().first(), rig.model->records().first());
+        QVERIFY(rig.server.violations().isEmpty());
+    }
+
+    void theAIsTroublesReachTheRecordTheLogAndTheCost()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        using S = ScriptedRealtimeServer;
+        const qsizetype lines = rig.model->current()->transcript.size();
+        auto send = [&](const QList<QJsonObject>& events, qsizetype linesAfter) {
+            for (const QJsonObject& event : events)
+                rig.server.sendEvent(event);
+            return waitFor([&] {
+                return rig.model->current() &&
+                       rig.model->current()->transcript.size() == lines + linesAfter;
+            });
+        };
+        // A caller turn the provider could not transcribe, then an answer the caller cut:
+        // the record keeps both, in spoken order, the cut line marked.
+        QVERIFY(send({S::callerTranscript(QStringLiteral("Bonjour, c’est pour une fuite.")),
+                      S::callerTranscriptFailed(QStringLiteral("item_2")),
+                      S::responseCreated(QStringLiteral("r1")),
+                      S::audioDelta(tonePCM(1.0), QStringLiteral("r1")),
+                      S::aiTranscript(QStringLiteral("Je note. Quelle est votre adresse ?"),
+                                      QStringLiteral("r1")),
+                      S::responseDone(QStringLiteral("r1"), 500, 300), S::speechStarted(),
+                      S::callerTranscript(QStringLiteral("Attendez…"))},
+                     4));
+        QCOMPARE(rig.speakers(*rig.model->current()).mid(lines),
+                 (QStringList{QStringLiteral("Interlocuteur: Bonjour, c’est pour une fuite."),
+                              QStringLiteral("Interlocuteur: [inaudible]"),
+                              QStringLiteral("Vemira: Je note. Quelle est votre adresse ?…"),
+                              QStringLiteral("Interlocuteur: Attendez…")}));
+
+        // A response the provider could not produce is said in the log; the call goes on.
+        rig.server.sendEvent(
+            S::responseFailed(QStringLiteral("r2"), QStringLiteral("rate_limit_exceeded")));
+        QVERIFY(waitFor([&] {
+            return rig.model->log().first().endsWith(
+                QStringLiteral(" · Réponse de l’IA en échec (rate_limit_exceeded) : l’IA n’a "
+                               "rien dit pour ce tour."));
+        }));
+        QVERIFY(rig.model->busy());
+
+        // The caller hangs up while an answer is being generated: its bilan, a moment later,
+        // replaces the reservation in the stored estimate.
+        rig.server.sendEvent(S::responseCreated(QStringLiteral("r3")));
+        QVERIFY(waitFor([&] { return rig.model->conversationUsage().pendingResponses == 1; }));
+        rig.tick();
+        QVERIFY(rig.model->sawActiveCall());
+        rig.phoneIdle();
+        rig.tick(5);
+        QVERIFY(rig.model->busy());
+        rig.server.sendEvent(S::responseDone(QStringLiteral("r3"), 1000, 200));
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        const CallRecord first = rig.model->records().first();
+        QCOMPARE(first.usage->pendingResponses, 0);
+        QCOMPARE(first.usage->inputTokens, 1500);
+        QVERIFY(*first.usage->estimatedUSD < 0.5);
+
+        // Next call: the bilan never comes; after the bound the provision is kept and said.
+        rig.tick(9);
+        QVERIFY(rig.takeCall());
+        rig.server.sendEvent(S::responseCreated(QStringLiteral("r4")));
+        QVERIFY(waitFor([&] { return rig.model->conversationUsage().pendingResponses == 1; }));
+        rig.tick();
+        QVERIFY(rig.model->sawActiveCall());
+        rig.phoneIdle();
+        rig.tick(5);
+        QVERIFY(rig.model->busy());
+        rig.clock.advance(AppModel::kResponseSettle);
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        const CallRecord second = rig.model->records().first();
+        QCOMPARE(second.usage->pendingResponses, 1);
+        QVERIFY(second.usage->label().endsWith(QStringLiteral(" · provision en cours incluse")));
+        QVERIFY(rig.model->log().join(u'\n').contains(
+            QStringLiteral("Bilan de la dernière réponse non reçu : la provision reste comptée.")));
+
+        // An account without credit can say nothing: the call ends like a server error.
+        rig.tick(9);
+        QVERIFY(rig.takeCall());
+        rig.server.sendEvent(S::responseFailed(QStringLiteral("r5"),
+                                               QStringLiteral("insufficient_quota"),
+                                               QStringLiteral("insufficient_quota")));
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QVERIFY(!rig.model->armed());
+        QCOMPARE(rig.model->status(), kNeedsCheck);
+        QCOMPARE(rig.model->error(),
+                 QStringLiteral("Crédit OpenAI épuisé : l’IA ne peut plus répondre. Ajoutez du "
+                                "crédit ou vérifiez la facturation de votre compte OpenAI."));
+        QCOMPARE(rig.model->records().size(), 3);
         QVERIFY(rig.server.violations().isEmpty());
     }
 
