@@ -237,6 +237,8 @@ private Q_SLOTS:
     void theAIsTroublesReachTheRecordTheLogAndTheCost()
     {
         AppRig rig;
+        // The call's message comes at once, so what follows waits only for the bilan.
+        rig.server.behaviour().messageArguments = QStringLiteral(R"({"problem":"Fuite"})");
         QVERIFY(rig.arm());
         QVERIFY(rig.takeCall());
         using S = ScriptedRealtimeServer;
@@ -289,7 +291,7 @@ private Q_SLOTS:
         QVERIFY(waitFor([&] { return !rig.model->busy(); }));
         const CallRecord first = rig.model->records().first();
         QCOMPARE(first.usage->pendingResponses, 0);
-        QCOMPARE(first.usage->inputTokens, 1500);
+        QCOMPARE(first.usage->inputTokens, 500 + 1000 + rig.server.behaviour().messageInputTokens);
         QVERIFY(*first.usage->estimatedUSD < 0.5);
 
         // Next call: the bilan never comes; after the bound the provision is kept and said.
