@@ -1,6 +1,7 @@
 #include "ai/RealtimeClient.h"
 
 #include "ai/MessageRequest.h"
+#include "ai/RealtimeCallControl.h"
 #include "ai/RealtimeProtocol.h"
 #include "ai/WireBase64.h"
 
@@ -204,6 +205,23 @@ bool RealtimeClient::updateInstructions(const QString& text)
     return true;
 }
 
+void RealtimeClient::sayGoodbye()
+{
+    send(realtime::goodbyeRequest());
+}
+
+void RealtimeClient::holdResponses(bool held)
+{
+    m_held = held;
+    if (held && m_responseActive)
+        send(realtime::responseCancel());
+}
+
+void RealtimeClient::addSystemNote(const QString& text)
+{
+    send(realtime::systemNote(text));
+}
+
 void RealtimeClient::close()
 {
     const bool wasReady = m_ready;
@@ -216,6 +234,8 @@ void RealtimeClient::close()
 void RealtimeClient::teardown()
 {
     m_ready = false;
+    m_held = false;
+    m_responseActive = false;
     m_pendingInstructions.reset();
     m_active = false;
     ++m_session;
@@ -505,6 +525,9 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
             fire(onInstructionsApplied);
         }
     } else if (type == QLatin1String("response.created")) {
+        m_responseActive = true;
+        if (m_held)
+            send(realtime::responseCancel());
         if (const auto id = responseId(&response)) {
             if (!m_meter.wasCounted(*id))
                 m_inProgress.insert(*id);
@@ -512,6 +535,7 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
             pushUsage();
         }
     } else if (type == QLatin1String("response.done")) {
+        m_responseActive = false;
         if (const auto id = responseId(&response)) {
             const QJsonValue usage = response.value(QLatin1String("usage"));
             m_meter.completed(*id,
@@ -529,9 +553,13 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
             return;
         // An empty delta carries no sound: not worth waking the audio chain for.
         const auto pcm = realtime::decodeBase64(delta.toString());
-        if (pcm && !pcm->isEmpty())
+        // Held: the manager speaks, the AI's voice is not played.
+        if (pcm && !pcm->isEmpty() && !m_held)
             playAudio(*pcm, stringAt(event, QLatin1String("response_id")).value_or(QString()));
     } else if (type == QLatin1String("response.output_audio_transcript.done")) {
+        // Held: the words were never played to the caller.
+        if (m_held)
+            return;
         if (const auto text = stringAt(event, QLatin1String("transcript"))) {
             const QString id = stringAt(event, QLatin1String("response_id")).value_or(QString());
             const bool cut = !id.isEmpty() && m_cut.contains(id);
@@ -550,7 +578,12 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
     } else if (type == QLatin1String("error")) {
         const auto code =
             stringAt(event.value(QLatin1String("error")).toObject(), QLatin1String("code"));
-        fire(onError, realtime::serverErrorMessage(code.value_or(QStringLiteral("erreur"))));
+        const QString message =
+            realtime::serverErrorMessage(code.value_or(QStringLiteral("erreur")));
+        if (onServerError)
+            fire(onServerError, code, message);
+        else
+            fire(onError, message);
     }
 }
 

@@ -67,6 +67,9 @@ public:
         bool noCredit = false; // the account can produce no response (the call cannot go on)
     };
     std::function<void(const ResponseOutcome& outcome)> onResponseDone;
+    // When set, a server "error" event comes here (with the provider's code, when it gave one)
+    // instead of onError, so the owner can keep a session that is still usable.
+    std::function<void(const std::optional<QString>& code, const QString& message)> onServerError;
 
     // Opens a new session (closing any previous one, whose final usage is pushed, then a fresh
     // zero snapshot). Returns at once; readiness comes through onReady. The endpoint host can
@@ -92,6 +95,15 @@ public:
     bool updateInstructions(const QString& text);
     // Ends the session. Idempotent; never reports an error.
     void close();
+
+    // Call control. A short goodbye, the call being about to end.
+    void sayGoodbye();
+    // While held, the AI's responses are cancelled as they start and what they still send
+    // (audio, transcript) is dropped. Released by a new session too.
+    void holdResponses(bool held);
+    bool responsesHeld() const { return m_held; }
+    // A short system message added to the conversation.
+    void addSystemNote(const QString& text);
 
     bool isReady() const { return m_ready; }
     bool isOpen() const { return m_socket != nullptr; }
@@ -161,6 +173,8 @@ private:
     QString m_lastTranscribed; // response of the latest AI line passed to onTranscript
     std::function<void(bool)> m_settled;
     TaskHandlePtr m_settleTimeout;
+    bool m_held = false;
+    bool m_responseActive = false; // between response.created and response.done
 };
 
 } // namespace vemira

@@ -1,5 +1,6 @@
 #include "app/AppModel.h"
 
+#include "ai/RealtimeCallControl.h"
 #include "ai/RealtimeProtocol.h"
 #include "app/AppModelParts.h"
 #include "app/RecordingRecovery.h"
@@ -30,6 +31,7 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
     d->voiceEQ = VoiceEQSettings::load(d->settings.voiceEQ().value_or(QByteArray()));
     m_recordingEnabled = d->settings.recordingEnabled();
     m_recordingRetentionDays = d->settings.recordingRetentionDays();
+    m_rearmOnWake = d->settings.rearmOnWake();
     m_interventionMicUID = d->settings.interventionMicUID().value_or(QString());
     m_interventionOutputUID = d->settings.interventionOutputUID().value_or(QString());
     wireDerivedNotifications();
@@ -88,13 +90,12 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
     if (deps.sleepNotifier) {
         QPointer<AppModel> self(this);
         deps.sleepNotifier->onWillSleep = [self] {
-            if (!self)
-                return;
-            self->m_armed = false;
-            self->endConversation(QStringLiteral("En pause · Mac en veille"));
-            // The machine stops soon: no waiting for the wind-down.
-            if (self->m_call)
-                self->finish();
+            if (self)
+                self->willSleep();
+        };
+        deps.sleepNotifier->onWoke = [self] {
+            if (self)
+                self->woke();
         };
     }
 }
@@ -108,8 +109,10 @@ AppModel::~AppModel()
     if (m_call)
         finish();
     // The audio threads and the probe must be quiet before the state they report to goes.
-    if (d->dependencies.sleepNotifier)
+    if (d->dependencies.sleepNotifier) {
         d->dependencies.sleepNotifier->onWillSleep = nullptr;
+        d->dependencies.sleepNotifier->onWoke = nullptr;
+    }
     m_timer.reset();
     d->probe.reset();
     d->audio->stop();
@@ -168,6 +171,8 @@ void AppModel::wireDerivedNotifications()
         d->settings.setRecordingRetentionDays(m_recordingRetentionDays);
         applyRecordingRetention();
     });
+    connect(this, &AppModel::rearmOnWakeChanged, this,
+            [this] { d->settings.setRearmOnWake(m_rearmOnWake); });
 }
 
 void AppModel::notifyReadiness()
@@ -186,6 +191,7 @@ QString AppModel::shortTime(const QDateTime& time) const
 void AppModel::event(const QString& text)
 {
     m_log.prepend(shortTime(m_clock.now()) + QStringLiteral(" · ") + text);
+    ++m_logLinesWritten;
     while (m_log.size() > kLogLines)
         m_log.removeLast();
     Q_EMIT logChanged();
@@ -223,6 +229,16 @@ void AppModel::bindRealtimeCallbacks()
     client.onError = [self](const QString& message) {
         if (self)
             self->fail(message);
+    };
+    client.onServerError = [self](const std::optional<QString>& code, const QString& message) {
+        if (!self)
+            return;
+        // Before the session is ready nothing can go on; after, most errors concern one
+        // request and the conversation continues.
+        if (!self->m_connected || realtime::serverErrorEndsSession(code))
+            self->fail(message);
+        else
+            self->event(message);
     };
     client.onReady = [self] {
         if (self)
@@ -275,6 +291,8 @@ void AppModel::appendToCurrent(const QString& speaker, const QString& text)
     if (!m_call)
         return;
     m_call->record.transcript.append(TranscriptLine::create(speaker, text));
+    if (m_call->goodbyeAsked && speaker == realtime::aiSpeaker())
+        m_call->goodbyeSaid = true;
     Q_EMIT currentChanged();
 }
 

@@ -105,6 +105,8 @@ class AppModel : public GuidedSetupState {
     Q_PROPERTY(QString audioDiagnostic READ audioDiagnostic NOTIFY audioDiagnosticChanged)
 
     // Usage and recording. `conversationUsage`, `finalizingRecordings`: see the getters below.
+    // Re-run the AI check and arm again when the computer wakes up (if it was armed).
+    Q_PROPERTY(bool rearmOnWake READ rearmOnWake WRITE setRearmOnWake NOTIFY rearmOnWakeChanged)
     Q_PROPERTY(bool recordingEnabled READ recordingEnabled WRITE setRecordingEnabled NOTIFY
                    recordingEnabledChanged)
     // Days recordings are kept (0: never deleted); applied at start, on change, once a day.
@@ -133,6 +135,8 @@ public:
     // How long an ending call waits for the bilan of a response still being generated.
     static constexpr double kResponseSettle = 3.0;
     static constexpr int kLogLines = 50;
+    // At the time limit, how long the AI's goodbye may take before the call is hung up.
+    static constexpr double kGoodbyeBound = 10.0;
 
     // Loads settings and history, binds the realtime callbacks, starts the one-second tick
     // and listens for the computer going to sleep. Standby is off.
@@ -171,8 +175,12 @@ public:
     using WindDownStep = std::function<void(CallRecord& record, std::function<void()> done)>;
     void addWindDownStep(double boundSeconds, WindDownStep step);
 
-    // AI connection check; with `armAfter` a success arms the switchboard.
+    // AI connection check; with `armAfter` a success arms the switchboard. Neither test
+    // conversation starts while it runs.
     Q_INVOKABLE void verifyAI(bool armAfter);
+    // Abandons a check under way (the key, model or voice it was checking changed): it
+    // neither arms nor reports.
+    Q_INVOKABLE void cancelCheck();
 
     // Manager intervention.
     Q_INVOKABLE void toggleIntervention();
@@ -261,6 +269,8 @@ public:
     bool micAllowed() const { return m_micAllowed; }
 
     QStringList log() const { return m_log; }
+    // Lines ever added to the log (the log keeps the latest 50).
+    qint64 logLinesWritten() const { return m_logLinesWritten; }
 
     AudioBridge& audio();
     RealtimeClient& realtime();
@@ -298,6 +308,9 @@ public:
     void applyRecordingRetention();
     bool recordingEnabled() const { return m_recordingEnabled; }
     void setRecordingEnabled(bool v) { m_recordingEnabled = v; }
+    bool rearmOnWake() const { return m_rearmOnWake; }
+    // Persisted at once.
+    void setRearmOnWake(bool v) { m_rearmOnWake = v; }
     QSet<QUuid> finalizingRecordings() const { return m_finalizingRecordings; }
     bool hasRecorder() const;
     QString transcriptCopyStatus() const { return m_transcriptCopyStatus; }
@@ -347,6 +360,7 @@ Q_SIGNALS:
     void conversationUsageChanged();
     void recordingEnabledChanged();
     void recordingRetentionDaysChanged();
+    void rearmOnWakeChanged();
     void finalizingRecordingsChanged();
     void transcriptCopyStatusChanged();
     void readinessIssuesChanged();
@@ -377,6 +391,12 @@ private:
     Status restartAudio();
     // finish(), the status line then reading `status` (null: the phase's own text).
     void endConversation(const QString& status);
+    // A failure of the call's audio path: that path must be proven again before it is trusted.
+    void failAudio(const QString& message);
+    // The caller hung up before the call was answered.
+    void missedCall();
+    void willSleep();
+    void woke();
     void runWindDown();
     void closeAndSave();
     void finishRecorder(const QUuid& id, std::shared_ptr<CallAudioRecorder> recorder);
@@ -434,12 +454,17 @@ private:
     VEMIRA_OBSERVABLE(AppModel, QString, audioDiagnostic)
     VEMIRA_OBSERVABLE_INIT(AppModel, bool, recordingEnabled, true)
     VEMIRA_OBSERVABLE_INIT(AppModel, int, recordingRetentionDays, 0)
+    VEMIRA_OBSERVABLE_INIT(AppModel, bool, rearmOnWake, true)
     VEMIRA_OBSERVABLE(AppModel, QString, transcriptCopyStatus)
 
     // Plain values.
     QStringList m_log;
     bool m_phoneApplicationVisible = true;
+    qint64 m_logLinesWritten = 0;
     std::optional<double> m_ringSince;
+    bool m_armedAtSleep = false;
+    // The running check was started by a wake-up: its outcome is logged.
+    bool m_checkAfterWake = false;
     double m_cooldownUntil = -1e9;
     ConversationUsage m_conversationUsage;
     QSet<QUuid> m_finalizingRecordings;

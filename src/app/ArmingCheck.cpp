@@ -53,9 +53,16 @@ void AppModel::completeAICheck(const std::optional<QString>& failure, bool armAf
     m_checkingAI = false;
     m_aiVerified = !failure.has_value();
     m_aiStatus = failure ? *failure : AIConnectionCheck::successStatus();
-    notifyReadiness();
-    if (failure) {
-        m_error = *failure;
+    const bool afterWake = std::exchange(m_checkAfterWake, false);
+    std::optional<QString> refused = failure;
+    if (!refused && armAfter) {
+        if (Result<SessionPlan> plan = validate(true); !plan)
+            refused = plan.error().message();
+    }
+    if (refused) {
+        m_error = *refused;
+        if (afterWake)
+            event(QStringLiteral("Réveil : le standard n’a pas pu être réactivé. ") + *refused);
         return;
     }
     if (!armAfter)
@@ -69,14 +76,23 @@ void AppModel::completeAICheck(const std::optional<QString>& failure, bool armAf
                                  "la connexion avant d’activer le standard.");
         return;
     }
-    Result<SessionPlan> plan = validate(true);
-    if (!plan) {
-        m_error = plan.error().message();
-        return;
-    }
     m_error = QString();
     m_armed = true;
     setPhase(Phase::Listening);
+    if (afterWake)
+        event(QStringLiteral("Réveil : connexion à l’IA vérifiée, standard réactivé"));
+}
+
+void AppModel::cancelCheck()
+{
+    if (!m_checkingAI)
+        return;
+    d->probe.reset();
+    m_checkAfterWake = false;
+    m_checkingAI = false;
+    m_aiVerified = false;
+    m_aiStatus = m_keyPresent ? QStringLiteral("Clé enregistrée · connexion à vérifier")
+                              : QStringLiteral("Aucune clé enregistrée");
 }
 
 } // namespace vemira

@@ -11,7 +11,8 @@ void AppModel::postAnswerCheck()
         return;
     if (d->audio->needsRestart()) {
         if (Status restarted = restartAudio()) {
-            fail(QStringLiteral("Audio interrompu après décrochage : ") + restarted->message());
+            failAudio(QStringLiteral("Audio interrompu après décrochage : ") +
+                      restarted->message());
             return;
         }
         event(QStringLiteral("Circuits audio réouverts après le décrochage"));
@@ -37,8 +38,10 @@ bool AppModel::audioWatchdog()
         return true;
     if (m_intervening) {
         // Never restart under the manager's voice: the manager takes the call back by hand.
-        fail(QStringLiteral("Le son a été interrompu pendant votre intervention. Reprenez l’appel "
-                            "dans Téléphone."));
+        call.hangUpAtEnd = false;
+        failAudio(
+            QStringLiteral("Le son a été interrompu pendant votre intervention. Reprenez l’appel "
+                           "dans Téléphone."));
         return false;
     }
     if (call.audioRecoveryCount >= kMaxAudioRestarts) {
@@ -46,14 +49,14 @@ bool AppModel::audioWatchdog()
             call.phoneSession ? QStringLiteral("Le son de l’appel est interrompu.")
                               : QStringLiteral("Le micro ou la sortie du Mac ne transmet plus "
                                                "d’audio.");
-        fail(opening + QStringLiteral(" ") + flow +
-             QStringLiteral(" La session a été arrêtée et l’audio disponible sauvegardé."));
+        failAudio(opening + QStringLiteral(" ") + flow +
+                  QStringLiteral(" La session a été arrêtée et l’audio disponible sauvegardé."));
         return false;
     }
     call.audioRecoveryCount += 1;
     event(QStringLiteral("Diagnostic avant relance : ") + flow);
     if (Status restarted = restartAudio()) {
-        fail(QStringLiteral("Impossible de rétablir le son : ") + restarted->message());
+        failAudio(QStringLiteral("Impossible de rétablir le son : ") + restarted->message());
         return false;
     }
     event(QStringLiteral("Transport audio relancé (") + QString::number(call.audioRecoveryCount) +

@@ -10,7 +10,8 @@ void AppModel::startTest()
     const bool setupWorking = (m_guidedSetup && m_guidedSetup->isWorking()) || m_configuringAll ||
                               m_preparingAudio || m_macPreparing || m_testingMicrophone ||
                               m_observingRelay;
-    if (m_call || m_armed || setupWorking)
+    // A running AI check would arm the receptionist in the middle of the test.
+    if (m_call || m_armed || m_checkingAI || setupWorking)
         return;
     if (!m_macAudioVerified) {
         m_macAssistantOpen = true;
@@ -91,6 +92,8 @@ void AppModel::dialTestNumber()
 
 void AppModel::takeCurrentCall()
 {
+    if (m_call || m_checkingAI)
+        return;
     if (!d->phone->hasActiveCall()) {
         setOutgoingStatus(QStringLiteral(
             "Aucun appel actif détecté. Lancez ou décrochez un appel dans Téléphone."));

@@ -8,6 +8,7 @@
 #include <QUuid>
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace vemira {
 
@@ -52,6 +53,16 @@ struct Conversation {
     std::shared_ptr<CallAudioRecorder> recorder;
 
     // Whether the phone application was seen holding the call, and the ticks since it was not.
+    // An offer waits to be answered once the AI is ready.
+    bool awaitingAnswer = false;
+    // The phone call is ours: answered by us, or taken over as it was.
+    bool answered = false;
+    // Ending it presses the phone's hang-up button if the call is still there; not once the
+    // caller left, nor when the manager was told to take the call back by hand.
+    bool hangUpAtEnd = true;
+    // At the time limit: when the goodbye was asked, and whether the AI said it.
+    std::optional<double> goodbyeAsked;
+    bool goodbyeSaid = false;
     bool sawActiveCall = false;
     int missingActive = 0;
     int audioRecoveryCount = 0;
@@ -60,6 +71,8 @@ struct Conversation {
     bool ending = false;
     // What the status line reads once it ended; null: the phase's own text.
     QString endStatus;
+    // The detail line once it ended; null: the conversation is said to be kept.
+    QString endDetail;
     // The wind-down step under way and its bound.
     int windDownStep = 0;
     TaskHandlePtr windDownBound;

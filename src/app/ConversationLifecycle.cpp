@@ -39,6 +39,7 @@ void AppModel::begin(bool phoneMode, const QString& caller, std::function<Status
         phoneMode, CallRecord::create(m_clock.now(), caller, callKind(phoneMode)), m_clock.uptime(),
         plan.value().input, plan.value().output);
     Conversation& call = *m_call;
+    call.awaitingAnswer = phoneMode && action != nullptr;
     const QUuid generation = call.generation;
     // Runs on the capture thread. The model outlives the bridge's callbacks (its destructor
     // stops the bridge first), and a queued task dies with the model.
@@ -95,18 +96,24 @@ void AppModel::readyStep(const std::function<Status()>& action)
     d->audio->setVoiceEQ(d->voiceEQ);
 
     if (Status started = d->audio->start(call.input.id, call.output.id, !call.phoneSession)) {
-        fail(started->message());
+        failAudio(started->message());
         return;
     }
     // Only now may the caller be connected: the audio path is open.
     if (action) {
         if (Status answered = action()) {
-            fail(answered->message());
+            // The offer went away while the AI connected: the caller gave up.
+            if (!d->phone->incoming() && !d->phone->hasActiveCall())
+                missedCall();
+            else
+                fail(answered->message());
             return;
         }
     }
     if (!m_call || m_call->generation != generation)
         return;
+    call.awaitingAnswer = false;
+    call.answered = call.phoneSession;
 
     m_connected = true;
     setPhase(call.phoneSession ? Phase::InCall : Phase::Testing);
@@ -126,12 +133,28 @@ void AppModel::conversationTick(double now)
     Conversation& call = *m_call;
     if (call.ending)
         return;
+    if (call.awaitingAnswer) {
+        // Looked at while the AI connects: a caller who gives up is a missed call.
+        if (!d->phone->incoming() && !d->phone->hasActiveCall())
+            missedCall();
+        return;
+    }
     if (m_connected && !audioWatchdog())
         return;
     if (now - call.started > kConversationLimit) {
-        m_armed = false;
-        endConversation(QStringLiteral("Limite de 20 minutes atteinte"));
-        return;
+        // A caller on the line hears a goodbye before the line is closed.
+        const bool goodbye = m_connected && call.phoneSession && !m_intervening;
+        if (goodbye && !call.goodbyeAsked) {
+            call.goodbyeAsked = now;
+            d->realtime->sayGoodbye();
+            event(QStringLiteral("Limite de 20 minutes atteinte · au revoir de l’IA"));
+        }
+        const bool played = call.goodbyeSaid && d->audio->health().snapshot().pending == 0;
+        if (!goodbye || played || now - *call.goodbyeAsked >= kGoodbyeBound) {
+            m_armed = false;
+            endConversation(QStringLiteral("Limite de 20 minutes atteinte"));
+            return;
+        }
     }
     if (!(m_connected && call.phoneSession))
         return;
@@ -146,26 +169,45 @@ void AppModel::conversationTick(double now)
     } else {
         // One missed reading is often a redraw of the phone's window, not a hang-up.
         call.missingActive += 1;
-        if (call.missingActive >= kLostCallTicks)
+        if (call.missingActive >= kLostCallTicks) {
+            call.hangUpAtEnd = false;
             finish();
+        }
     }
 }
 
 // --- End --------------------------------------------------------------------------------
 
-void AppModel::fail(const QString& message)
+void AppModel::failAudio(const QString& message)
 {
     if (m_call) {
-        // The path that failed must be verified again before it is trusted.
         if (m_call->phoneSession)
             m_routingConfirmed = false;
         else
             m_macAudioVerified = false;
     }
+    fail(message);
+}
+
+// AI-side failures (no answer in time, a server error, a closed socket) and phone-side ones
+// say nothing about the sound path: its proof stays.
+void AppModel::fail(const QString& message)
+{
     m_armed = false;
     endConversation(QStringLiteral("Une vérification est nécessaire"));
     m_error = message;
     event(message);
+}
+
+void AppModel::missedCall()
+{
+    Conversation& call = *m_call;
+    call.hangUpAtEnd = false;
+    const QString line =
+        QStringLiteral("Appel manqué : ") + call.record.caller + QStringLiteral(" a raccroché");
+    call.endDetail = line;
+    event(line);
+    finish();
 }
 
 void AppModel::endConversation(const QString& status)
@@ -200,6 +242,15 @@ void AppModel::finish()
     call.readyAction = nullptr;
     call.postAnswerCheck.reset();
     d->audio->stop();
+    // A call still open in the phone application is closed by whoever ends it: here, us.
+    if (call.phoneSession && call.answered && call.hangUpAtEnd && d->phone->hasActiveCall()) {
+        if (Status hung = d->phone->hangup()) {
+            m_error = hung->message();
+            event(hung->message());
+        } else {
+            event(QStringLiteral("Appel raccroché"));
+        }
+    }
     call.windDownStep = 0;
     runWindDown();
 }
@@ -251,7 +302,8 @@ void AppModel::closeAndSave()
 
     m_cooldownUntil = m_clock.uptime() + kCooldown;
     m_ringSince.reset();
-    setPhase(m_armed ? Phase::CoolDown : Phase::Paused, call->endStatus, keptDetail());
+    setPhase(m_armed ? Phase::CoolDown : Phase::Paused, call->endStatus,
+             call->endDetail.isNull() ? keptDetail() : call->endDetail);
 }
 
 void AppModel::finishRecorder(const QUuid& id, std::shared_ptr<CallAudioRecorder> recorder)

@@ -1,3 +1,4 @@
+#include "ai/RealtimeCallControl.h"
 #include "app/AppModel.h"
 #include "app/AppModelParts.h"
 
@@ -13,6 +14,8 @@ void AppModel::toggleIntervention()
     if (m_intervening) {
         d->audio->stopIntervention();
         m_intervening = false;
+        d->realtime->holdResponses(false);
+        d->realtime->addSystemNote(realtime::managerSpokeNote());
         setPhase(Phase::InCall);
         appendToCurrent(QStringLiteral("Suivi"),
                         QStringLiteral("Fin de l’intervention du gestionnaire. Reprise de l’IA."));
@@ -20,6 +23,8 @@ void AppModel::toggleIntervention()
         return;
     }
 
+    // A headset plugged in since the last look must be found.
+    refresh();
     const SoundDevice* microphone = nullptr;
     const SoundDevice* listening = nullptr;
     const QList<SoundDevice> devices = m_devices;
@@ -43,6 +48,8 @@ void AppModel::toggleIntervention()
         return;
     }
     m_intervening = true;
+    // The AI stops talking, and what it would still say is neither played nor recorded.
+    d->realtime->holdResponses(true);
     setPhase(Phase::Intervention, QString(), m_detail);
     appendToCurrent(
         QStringLiteral("Suivi"),

@@ -121,10 +121,11 @@ void AppModel::toggleArmed()
 {
     if (m_armed) {
         m_armed = false;
+        m_ringSince.reset();
         if (m_call)
             m_status = QStringLiteral("Conversation en cours");
         else
-            setPhase(Phase::Paused, QString(), m_detail);
+            setPhase(Phase::Paused);
         return;
     }
     if (m_call)
@@ -136,6 +137,33 @@ void AppModel::toggleArmed()
     }
     saveSettings();
     verifyAI(true);
+}
+
+// --- Sleep and wake ----------------------------------------------------------------------
+
+void AppModel::willSleep()
+{
+    m_armedAtSleep = m_armed || m_armedAtSleep;
+    m_armed = false;
+    cancelCheck();
+    endConversation(QStringLiteral("En pause · Mac en veille"));
+    // The machine stops soon: no waiting for the wind-down.
+    if (m_call)
+        finish();
+}
+
+void AppModel::woke()
+{
+    const bool wasArmed = std::exchange(m_armedAtSleep, false);
+    if (!wasArmed || !m_rearmOnWake || m_armed || m_call)
+        return;
+    m_checkAfterWake = true;
+    verifyAI(true);
+    // A check that could not even start (no key) is an outcome too.
+    if (!m_checkingAI) {
+        m_checkAfterWake = false;
+        event(QStringLiteral("Réveil : le standard n’a pas pu être réactivé. ") + m_error.value());
+    }
 }
 
 } // namespace vemira

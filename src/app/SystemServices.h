@@ -28,6 +28,8 @@ class SleepNotifier {
 public:
     virtual ~SleepNotifier() = default;
     std::function<void()> onWillSleep;
+    // The computer woke up again (main thread).
+    std::function<void()> onWoke;
 };
 
 // The platform's real ones, defined by the system backend of each platform.

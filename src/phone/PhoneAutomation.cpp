@@ -326,6 +326,7 @@ Status PhoneAutomation::answer(const IncomingCall& call)
                            : anyIn(read, rules.answerLabels) && usable(*call.button, rules, false);
     if (!stillOffered)
         return AppError(offerGoneMessage());
+    call.button->setMessagingTimeout(kPressTimeout);
     if (!call.button->press())
         return AppError(QStringLiteral("Le bouton Décrocher n’a pas répondu. Décrochez dans %1.")
                             .arg(rules.name));
@@ -368,6 +369,7 @@ Status PhoneAutomation::hangup()
     if (!button)
         return AppError(
             QStringLiteral("Bouton Raccrocher introuvable : terminez l’appel dans %1.").arg(where));
+    button->setMessagingTimeout(kPressTimeout);
     if (!button->press())
         return AppError(QStringLiteral("Raccrochez dans %1.").arg(where));
     return std::nullopt;

@@ -23,6 +23,8 @@ public:
     static constexpr double kBudgetSeconds = 1.0;
     static constexpr double kRootTimeout = 0.15;
     static constexpr double kReadTimeout = 0.03;
+    // A press makes the application act before it answers: it gets far longer than a read.
+    static constexpr double kPressTimeout = 1.0;
     static constexpr int kMaxElementsPerRoot = 600;
     static constexpr int kMaxDepth = 12;
     static constexpr int kContainerClimb = 3;

@@ -134,6 +134,16 @@ bool Settings::recordingEnabled() const
     return boolean(key("recordingEnabled")).value_or(true);
 }
 
+bool Settings::rearmOnWake() const
+{
+    return boolean(key("rearmOnWake")).value_or(true);
+}
+
+void Settings::setRearmOnWake(bool enabled)
+{
+    m_store->setValue(key("rearmOnWake"), enabled);
+}
+
 void Settings::setRecordingEnabled(bool enabled)
 {
     m_store->setValue(key("recordingEnabled"), enabled);

@@ -48,6 +48,8 @@ public:
     void setRecordingEnabled(bool enabled);
     int recordingRetentionDays() const; // 0 (kept for ever) unless 30, 90 or 365 is stored
     void setRecordingRetentionDays(int days);
+    bool rearmOnWake() const; // true unless a boolean false is stored
+    void setRearmOnWake(bool enabled);
     std::optional<QString> interventionMicUID() const;
     void setInterventionMicUID(const std::optional<QString>& uid);
     std::optional<QString> interventionOutputUID() const;

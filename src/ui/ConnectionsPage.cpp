@@ -159,6 +159,8 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     retentionRow->addWidget(m_retention);
     retentionRow->addStretch(1);
     recording->body()->addLayout(retentionRow);
+    m_rearmOnWake = new ToggleSwitch(QStringLiteral("Réactiver le standard au réveil"), recording);
+    recording->body()->addWidget(m_rearmOnWake);
     m_permissions = makeLabel(QString(), recording);
     m_permissions->setAccessibleName(QStringLiteral("Autorisations"));
     recording->body()->addWidget(m_permissions);
@@ -201,6 +203,7 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
         if (on != m_model->recordingEnabled())
             m_model->setRecordingEnabled(on);
     });
+    connect(m_rearmOnWake, &ToggleSwitch::toggled, m_model, &AppModel::setRearmOnWake);
 
     bind(m_model, &AppModel::keyPresentChanged, this, [this] {
         m_keyState->setText(m_model->keyPresent()
@@ -237,6 +240,10 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
         const QSignalBlocker block(m_retention);
         m_retention->setCurrentIndex(
             qMax(0, m_retention->findData(m_model->recordingRetentionDays())));
+    });
+    bind(m_model, &AppModel::rearmOnWakeChanged, this, [this] {
+        const QSignalBlocker block(m_rearmOnWake);
+        m_rearmOnWake->setChecked(m_model->rearmOnWake());
     });
     bind(m_model, &AppModel::recordingEnabledChanged, this, [this] {
         const QSignalBlocker block(m_recording);

@@ -55,6 +55,7 @@ private:
     QLabel* m_phoneStatus;
     ToggleSwitch* m_recording;
     QComboBox* m_retention;
+    ToggleSwitch* m_rearmOnWake;
     QLabel* m_permissions;
 };
 

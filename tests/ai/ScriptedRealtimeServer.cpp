@@ -454,6 +454,23 @@ void ScriptedRealtimeServer::check(QWebSocket* socket, const QJsonObject& event)
                             response[QLatin1String("instructions")].isString();
         if (!hasExactly(event, {"type", "response"}) || !(spoken || isProbe(response)))
             violation(QStringLiteral("malformed response.create: ") + text(event).left(300));
+    } else if (type == QLatin1String("response.cancel")) {
+        if (!hasExactly(event, {"type"}))
+            violation(QStringLiteral("malformed response.cancel: ") + text(event).left(300));
+    } else if (type == QLatin1String("conversation.item.create")) {
+        // Only short system notes are added by the client.
+        const QJsonObject item = event.value(QLatin1String("item")).toObject();
+        const QJsonArray content = item.value(QLatin1String("content")).toArray();
+        const QJsonObject part = content.first().toObject();
+        if (!hasExactly(event, {"type", "item"}) ||
+            !hasExactly(item, {"type", "role", "content"}) ||
+            item[QLatin1String("type")] != QLatin1String("message") ||
+            item[QLatin1String("role")] != QLatin1String("system") || content.size() != 1 ||
+            !hasExactly(part, {"type", "text"}) ||
+            part[QLatin1String("type")] != QLatin1String("input_text") ||
+            !part[QLatin1String("text")].isString())
+            violation(QStringLiteral("malformed conversation.item.create: ") +
+                      text(event).left(300));
     } else if (type == QLatin1String("input_audio_buffer.append")) {
         const QJsonValue audio = event.value(QLatin1String("audio"));
         if (!hasExactly(event, {"type", "audio"}) || !audio.isString() ||
@@ -462,7 +479,7 @@ void ScriptedRealtimeServer::check(QWebSocket* socket, const QJsonObject& event)
         if (!m_confirmedPerSession.value(socket))
             violation(QStringLiteral("audio sent before the session was confirmed"));
     } else {
-        // The client leaves turn-taking to the server: no commit, cancel, truncate or others.
+        // The client leaves turn-taking to the server: no commit, truncate or others.
         violation(QStringLiteral("unexpected client event: ") + type);
     }
 }

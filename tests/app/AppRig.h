@@ -56,6 +56,11 @@ public:
         if (onWillSleep)
             onWillSleep();
     }
+    void wakeNow()
+    {
+        if (onWoke)
+            onWoke();
+    }
 };
 
 // The fake machine and everything around the model: devices, phone window, workspace,
@@ -73,9 +78,12 @@ struct ModelRig {
     FakeElementPtr phoneApp;
     FakeElementPtr window;
     FakeElementPtr answerButton;
-    // What held when the answer button was pressed.
+    // What held when the answer button was pressed, and the time the press was given.
+    double pressTimeout = -1;
     bool bridgeRanAtAnswer = false;
     bool aiReadyAtAnswer = false;
+    // Presses of the phone's hang-up button; the call then leaves the phone's window.
+    int hangUps = 0;
     std::unique_ptr<AppModel> model;
 
     // `seed` runs on a records store over the empty data folder before the model starts, so
@@ -185,6 +193,11 @@ struct ModelRig {
         offer->add(axrole::staticText(), number);
         answerButton = offer->add(axrole::button(), QStringLiteral("Répondre"));
         answerButton->onPress = [this](FakeElement& button) {
+            if (button.title == QStringLiteral("Raccrocher")) {
+                hangUp(button);
+                return;
+            }
+            pressTimeout = button.timeout;
             bridgeRanAtAnswer = model->audio().captureRunning() && model->audio().playbackRunning();
             aiReadyAtAnswer = model->realtime().isReady();
             button.title = QStringLiteral("Raccrocher");
@@ -195,7 +208,14 @@ struct ModelRig {
     void showActiveCall()
     {
         window->removeChildren();
-        window->add(axrole::button(), QStringLiteral("Raccrocher"));
+        window->add(axrole::button(), QStringLiteral("Raccrocher"))->onPress =
+            [this](FakeElement& button) { hangUp(button); };
+    }
+
+    void hangUp(FakeElement& button)
+    {
+        ++hangUps;
+        button.title = QStringLiteral("Rappeler");
     }
 
     void phoneIdle() { window->removeChildren(); }

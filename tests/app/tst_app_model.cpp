@@ -249,7 +249,7 @@ private Q_SLOTS:
         QCOMPARE(rig.system->defaults.value(AudioSelector::defaultInput), kHeadsetMic);
         QCOMPARE(rig.system->defaults.value(AudioSelector::defaultOutput), kHeadsetOut);
 
-        // A failure during a Mac conversation asks for the Mac path to be verified again.
+        // A failure of the AI says nothing about the Mac's sound path: its proof stays.
         rig.model->saveKey(QStringLiteral("sk-test"));
         rig.model->setRecordingEnabled(false);
         rig.model->startTest();
@@ -260,7 +260,7 @@ private Q_SLOTS:
         QCOMPARE(rig.model->error(),
                  QStringLiteral("L’IA signale une erreur (session_expired). Vérifiez votre "
                                 "configuration."));
-        QVERIFY(!rig.model->macAudioVerified());
+        QVERIFY(rig.model->macAudioVerified());
         QVERIFY(rig.model->routingConfirmed());
         QVERIFY(!rig.model->records().first().recordingFile);
         QCOMPARE(rig.system->defaults.value(AudioSelector::defaultInput), kHeadsetMic);

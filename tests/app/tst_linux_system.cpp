@@ -97,6 +97,8 @@ private Q_SLOTS:
 
         // The lock must still be held while the callback saves, and released right after.
         int calls = 0;
+        int wakes = 0;
+        notifier.onWoke = [&] { ++wakes; };
         bool heldDuringCallback = false;
         notifier.onWillSleep = [&] {
             ++calls;
@@ -116,11 +118,13 @@ private Q_SLOTS:
         QVERIFY(!notifier.holdsLock());
         QVERIFY(logind.lockReleased());
 
-        // Waking up takes a new lock for the next sleep; it is not a sleep itself.
+        // Waking up takes a new lock for the next sleep and is told once; it is not a sleep.
+        QCOMPARE(wakes, 0);
         emitSleep(false);
         QTRY_COMPARE(logind.locksGiven, 2);
         QVERIFY(notifier.holdsLock());
         QCOMPARE(calls, 1);
+        QCOMPARE(wakes, 1);
 
         service.unregisterObject(QStringLiteral("/org/freedesktop/login1"));
         service.unregisterService(QStringLiteral("org.freedesktop.login1"));

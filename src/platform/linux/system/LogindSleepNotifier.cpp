@@ -44,6 +44,8 @@ void LogindSleepNotifier::prepareForSleep(bool start)
 {
     if (!start) {
         takeLock();
+        if (onWoke)
+            onWoke();
         return;
     }
     if (onWillSleep)

@@ -1,0 +1,443 @@
+// How calls end and what survives a failure: hang-up, missed calls, server errors, the time
+// limit's goodbye, the manager's intervention, the arming check, sleep and wake. The model on
+// the fake machine against the real realtime client and a scripted server on loopback; time on
+// a manual clock, compared with the rules' own figures.
+
+#include "AppRig.h"
+#include "cli/SessionLogPrinter.h"
+#include "records/Settings.h"
+
+#include <QTest>
+
+using namespace vemira;
+using namespace vemira::testing;
+
+namespace {
+
+const QString kNeedsCheck = QStringLiteral("Une vérification est nécessaire");
+
+QString lineText(const QString& logLine)
+{
+    return logLine.section(QStringLiteral(" · "), 1);
+}
+
+bool logHas(const AppModel& model, const QString& text)
+{
+    const QStringList log = model.log();
+    return std::any_of(log.begin(), log.end(),
+                       [&](const QString& line) { return lineText(line) == text; });
+}
+
+QList<QJsonObject> clientEvents(ScriptedRealtimeServer& server, const QString& type)
+{
+    return server.eventsOfType(type);
+}
+
+} // namespace
+
+class CallEndingsTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { QLocale::setDefault(QLocale(QLocale::French, QLocale::France)); }
+
+    void endingACallHangsUpUnlessTheCallerLeft()
+    {
+        // "Terminer la conversation" (and Ctrl-C in the headless standby) end through finish.
+        {
+            AppRig rig;
+            QVERIFY(rig.arm());
+            QVERIFY(rig.takeCall());
+            // A press gets a second, not the 0.03 s a label read gets.
+            QCOMPARE(rig.pressTimeout, 1.0);
+            rig.model->finish();
+            QCOMPARE(rig.hangUps, 1);
+            QVERIFY(logHas(*rig.model, QStringLiteral("Appel raccroché")));
+            QVERIFY(!rig.model->busy());
+            QVERIFY(rig.model->armed());
+        }
+        // The caller hung up: five ticks without the call, nothing is pressed.
+        {
+            AppRig rig;
+            QVERIFY(rig.arm());
+            QVERIFY(rig.takeCall());
+            rig.tick(); // the call is seen in the phone
+            rig.phoneIdle();
+            rig.tick(5);
+            QVERIFY(!rig.model->busy());
+            QCOMPARE(rig.hangUps, 0);
+        }
+        // Sleep and a failure during the call hang up too.
+        {
+            AppRig rig;
+            QVERIFY(rig.arm());
+            QVERIFY(rig.takeCall());
+            rig.sleep->sleepNow();
+            QCOMPARE(rig.hangUps, 1);
+        }
+        {
+            AppRig rig;
+            QVERIFY(rig.arm());
+            QVERIFY(rig.takeCall());
+            rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
+            QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+            QCOMPARE(rig.hangUps, 1);
+            QCOMPARE(rig.model->status(), kNeedsCheck);
+        }
+    }
+
+    void anErrorEventKeepsAUsableSession()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.showActiveCall();
+        const QString busyResponse = QStringLiteral(
+            "L’IA signale une erreur (conversation_already_has_active_response). Vérifiez votre "
+            "configuration.");
+        rig.server.sendEvent(ScriptedRealtimeServer::error(
+            QStringLiteral("conversation_already_has_active_response")));
+        rig.server.sendEvent(
+            ScriptedRealtimeServer::error(QStringLiteral("response_cancel_not_active")));
+        QVERIFY(waitFor([&] { return logHas(*rig.model, busyResponse); }));
+        QVERIFY(rig.callerSays(QStringLiteral("Vous êtes toujours là ?")));
+        rig.tick(2);
+        QVERIFY(rig.model->busy());
+        QVERIFY(rig.model->connected());
+        QVERIFY(rig.model->armed());
+        QCOMPARE(rig.model->error(), QString());
+
+        // A refused key makes the session useless: the call ends, the sound proof stays.
+        rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("invalid_api_key")));
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QCOMPARE(rig.model->status(), kNeedsCheck);
+        QVERIFY(!rig.model->armed());
+        QVERIFY(rig.model->routingConfirmed());
+        QCOMPARE(rig.hangUps, 1);
+    }
+
+    void callerLeavingWhileTheAIConnectsIsAMissedCall()
+    {
+        // Seen by the tick while the AI is still connecting.
+        {
+            AppRig rig;
+            QVERIFY(rig.arm());
+            QVERIFY(rig.takeCallWithoutReadyAI());
+            rig.phoneIdle();
+            rig.tick();
+            QVERIFY(!rig.model->busy());
+            QVERIFY(rig.model->armed());
+            QVERIFY(rig.model->routingConfirmed());
+            QCOMPARE(rig.model->error(), QString());
+            QCOMPARE(rig.model->records().size(), 1);
+            QCOMPARE(rig.model->records().first().kind, QStringLiteral("Appel"));
+            QCOMPARE(rig.model->records().first().caller, kCallerNumber);
+            QCOMPARE(lineText(rig.model->log().first()), QStringLiteral("Appel manqué : ") +
+                                                             kCallerNumber +
+                                                             QStringLiteral(" a raccroché"));
+            QCOMPARE(rig.answerButton->pressCount, 0);
+            QCOMPARE(rig.hangUps, 0);
+            // Still on duty: the next call after the 8 s cool-down is taken.
+            rig.tick(8);
+            rig.server.behaviour().confirmSessions = true;
+            QVERIFY(rig.takeCall());
+        }
+        // Or found by the answer itself when the AI became ready in between.
+        {
+            AppRig rig;
+            QVERIFY(rig.arm());
+            QVERIFY(rig.takeCallWithoutReadyAI());
+            rig.answerButton->title = QString(); // the offer's button is gone with it
+            rig.phoneIdle();
+            rig.server.sendEvent(ScriptedRealtimeServer::sessionUpdated());
+            QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+            QVERIFY(rig.model->armed());
+            QVERIFY(lineText(rig.model->log().first()).startsWith(QStringLiteral("Appel manqué")));
+            QCOMPARE(rig.historyOnDisk().value(0).kind, QStringLiteral("Appel"));
+        }
+    }
+
+    void twentyMinutesOnThePhoneEndWithAGoodbyeAndAHangUp()
+    {
+        AppRig rig;
+        rig.server.behaviour().answerResponses = true;
+        rig.server.behaviour().replyTranscript = QStringLiteral("Merci, au revoir.");
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.showActiveCall();
+        const double started = *rig.model->callStarted();
+        rig.clock.advance(started + 1200 - rig.clock.uptime());
+        QCoreApplication::processEvents();
+        QVERIFY(rig.model->busy()); // exactly 20 minutes: not yet
+        const qsizetype asked = clientEvents(rig.server, QStringLiteral("response.create")).size();
+        rig.tick();
+        QVERIFY(waitFor([&] {
+            return clientEvents(rig.server, QStringLiteral("response.create")).size() > asked;
+        }));
+        QVERIFY(clientEvents(rig.server, QStringLiteral("response.create"))
+                    .last()[QLatin1String("response")][QLatin1String("instructions")]
+                    .toString()
+                    .contains(QStringLiteral("au revoir")) ||
+                clientEvents(rig.server, QStringLiteral("response.create"))
+                    .last()[QLatin1String("response")][QLatin1String("instructions")]
+                    .toString()
+                    .contains(QStringLiteral("congé")));
+        QCOMPARE(rig.hangUps, 0); // the goodbye is heard first
+        QVERIFY(waitFor([&] {
+            rig.tick();
+            return !rig.model->busy();
+        }));
+        QCOMPARE(rig.hangUps, 1);
+        QCOMPARE(rig.model->status(), QStringLiteral("Limite de 20 minutes atteinte"));
+        QVERIFY(!rig.model->armed());
+        QCOMPARE(rig.model->records().first().transcript.last().text,
+                 QStringLiteral("Merci, au revoir."));
+    }
+
+    void aSilentGoodbyeStillEndsTheCall()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.showActiveCall();
+        const double started = *rig.model->callStarted();
+        rig.clock.advance(started + 1201 - rig.clock.uptime());
+        QCoreApplication::processEvents();
+        QVERIFY(rig.model->busy());
+        rig.tick(9);
+        QVERIFY(rig.model->busy());
+        rig.tick(2);
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.hangUps, 1);
+    }
+
+    void theCheckAfterAnsweringReopensTheAudio()
+    {
+        // Seen ringing at 1 s, answered at 4 s; the tick at 5 s sees sound flowing; the phone
+        // then moves the devices: 1.5 s after answering the audio is reopened, then greeted.
+        const auto answerThenStall = [](AppRig& rig) {
+            rig.ring();
+            rig.tick(4);
+            if (!waitFor([&] { return rig.model->connected(); }))
+                return false;
+            rig.clock.advance(1.4);
+            QCoreApplication::processEvents();
+            rig.io->engines().first()->platformStopCapture();
+            return rig.model->audio().needsRestart();
+        };
+        {
+            AppRig rig;
+            QVERIFY(rig.arm());
+            QVERIFY(answerThenStall(rig));
+            const QString reopened = QStringLiteral("Circuits audio réouverts après le décrochage");
+            QVERIFY(!logHas(*rig.model, reopened));
+            rig.clock.advance(0.1);
+            QVERIFY(logHas(*rig.model, reopened));
+            QVERIFY(rig.model->busy());
+            QCOMPARE(rig.model->audioRecoveryCount(), 0);
+            QVERIFY(!rig.model->audio().needsRestart());
+        }
+        // Reopening fails: the call ends and the sound path must be proven again.
+        {
+            AppRig rig;
+            QVERIFY(rig.arm());
+            QVERIFY(answerThenStall(rig));
+            for (std::uint32_t id : {kCallDevice, kVoiceDevice})
+                rig.io->device(id)->startError = QStringLiteral("Périphérique occupé");
+            rig.clock.advance(0.1);
+            QVERIFY(!rig.model->busy());
+            QVERIFY(rig.model->error().startsWith(
+                QStringLiteral("Audio interrompu après décrochage : ")));
+            QVERIFY(!rig.model->routingConfirmed());
+        }
+    }
+
+    void theManagerSpeaksAloneAndTheAIIsToldAfterwards()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.showActiveCall();
+
+        // A headset plugged in during the call is found when the manager takes over.
+        rig.system->addDevice(30, QStringLiteral("Micro USB"), QStringLiteral("usb-mic"), true,
+                              false, AudioTransport::usb);
+        rig.io->addDevice(30, {48000, 1}, {48000, 2});
+        rig.model->setInterventionMicUID(QStringLiteral("usb-mic"));
+        rig.model->toggleIntervention();
+        QVERIFY(rig.model->intervening());
+        QCOMPARE(rig.model->phase(), Phase::Intervention);
+
+        // The AI starts answering the caller: it is cancelled, its words are not recorded.
+        const qsizetype lines = rig.model->current()->transcript.size();
+        rig.server.sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("resp_a")));
+        QVERIFY(waitFor([&] {
+            return !clientEvents(rig.server, QStringLiteral("response.cancel")).isEmpty();
+        }));
+        rig.server.sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("Je note.")));
+        rig.server.sendEvent(ScriptedRealtimeServer::responseDone(QStringLiteral("resp_a"), 5, 5));
+        QVERIFY(rig.callerSays(QStringLiteral("Bonjour monsieur.")));
+        QCOMPARE(rig.model->current()->transcript.size(), lines + 1);
+        QCOMPARE(rig.model->current()->transcript.last().speaker, QStringLiteral("Interlocuteur"));
+
+        // Given back: one short system message, and the AI speaks for itself again.
+        rig.model->toggleIntervention();
+        QVERIFY(!rig.model->intervening());
+        QVERIFY(waitFor([&] {
+            return clientEvents(rig.server, QStringLiteral("conversation.item.create")).size() == 1;
+        }));
+        const QJsonObject note =
+            clientEvents(rig.server, QStringLiteral("conversation.item.create")).first();
+        QCOMPARE(note[QLatin1String("item")][QLatin1String("role")].toString(),
+                 QStringLiteral("system"));
+        rig.server.sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("Je reprends.")));
+        QVERIFY(waitFor([&] {
+            return rig.model->current()->transcript.last().text == QStringLiteral("Je reprends.");
+        }));
+        QVERIFY(rig.server.violations().isEmpty());
+    }
+
+    void disarmingClearsTheRinging()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        rig.ring();
+        rig.tick();
+        QCOMPARE(rig.model->detail(), QStringLiteral("Appel entrant · ") + kCallerNumber);
+        QCOMPARE(rig.model->phase(), Phase::Ringing);
+        rig.model->toggleArmed();
+        QVERIFY(!rig.model->ringSince());
+        QCOMPARE(rig.model->phase(), Phase::Paused);
+        QCOMPARE(rig.model->status(), QStringLiteral("Standard en pause"));
+        QCOMPARE(rig.model->detail(),
+                 QStringLiteral("Activez le standard pour répondre aux appels."));
+    }
+
+    void noTestStartsWhileACheckRunsAndACheckCanBeCancelled()
+    {
+        AppRig rig;
+        rig.model->setMacAudioVerified(true);
+        rig.server.behaviour().confirmSessions = false;
+        rig.model->toggleArmed();
+        QVERIFY(rig.model->checkingAI());
+        QVERIFY(rig.server.waitForConnections(1));
+
+        rig.model->startTest();
+        QVERIFY(!rig.model->busy());
+        rig.showActiveCall();
+        rig.model->takeCurrentCall();
+        QVERIFY(!rig.model->busy());
+
+        // Cancelled: the late confirmation arms nothing, and a test may start.
+        rig.model->cancelCheck();
+        QVERIFY(!rig.model->checkingAI());
+        QVERIFY(!rig.model->hasConnectionProbe());
+        QCOMPARE(rig.model->aiStatus(), QStringLiteral("Clé enregistrée · connexion à vérifier"));
+        rig.server.sendEvent(ScriptedRealtimeServer::sessionUpdated());
+        rig.clock.advance(15);
+        QCoreApplication::processEvents();
+        QVERIFY(!rig.model->armed());
+        QCOMPARE(rig.model->error(), QString());
+        rig.server.behaviour().confirmSessions = true;
+        rig.model->startTest();
+        QVERIFY(rig.model->busy());
+    }
+
+    void wakingUpArmsAgainOnceTheAIAnswers()
+    {
+        AppRig rig;
+        QVERIFY(rig.model->rearmOnWake());
+        QVERIFY(rig.arm());
+        rig.sleep->sleepNow();
+        QVERIFY(!rig.model->armed());
+        rig.sleep->wakeNow();
+        QVERIFY(rig.model->checkingAI());
+        QVERIFY(waitFor([&] { return rig.model->armed(); }));
+        QVERIFY(logHas(*rig.model,
+                       QStringLiteral("Réveil : connexion à l’IA vérifiée, standard réactivé")));
+
+        // The AI does not answer this time: the receptionist stays off and says why.
+        rig.sleep->sleepNow();
+        rig.server.behaviour().confirmSessions = false;
+        rig.sleep->wakeNow();
+        rig.clock.advance(15);
+        QVERIFY(!rig.model->armed());
+        QVERIFY(lineText(rig.model->log().first())
+                    .startsWith(QStringLiteral("Réveil : le standard n’a pas pu être réactivé. ")));
+
+        // Switched off: a wake-up leaves standby alone. The choice is kept.
+        rig.server.behaviour().confirmSessions = true;
+        QVERIFY(rig.arm());
+        rig.model->setRearmOnWake(false);
+        rig.sleep->sleepNow();
+        rig.sleep->wakeNow();
+        QVERIFY(!rig.model->checkingAI());
+        QVERIFY(!rig.model->armed());
+        QVERIFY(!Settings(rig.settingsFile()).rearmOnWake());
+        // Never armed before sleeping: nothing to re-arm.
+        rig.model->setRearmOnWake(true);
+        rig.sleep->sleepNow();
+        rig.sleep->wakeNow();
+        QVERIFY(!rig.model->checkingAI());
+    }
+
+    void windDownStepsRunInOrderEachWithinItsBound()
+    {
+        AppRig rig;
+        QStringList ran;
+        // The first never reports: its bound moves on. The second fills in the record.
+        rig.model->addWindDownStep(2.0, [&](CallRecord&, std::function<void()>) {
+            ran << QStringLiteral("premier");
+            QVERIFY(rig.model->realtime().isOpen());
+        });
+        rig.model->addWindDownStep(1.0, [&](CallRecord& record, std::function<void()> done) {
+            ran << QStringLiteral("second");
+            record.note = QStringLiteral("note de fin");
+            done();
+            done(); // a second report changes nothing
+        });
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.model->finish();
+        QCOMPARE(ran, QStringList{QStringLiteral("premier")});
+        QVERIFY(rig.model->busy());
+        QVERIFY(!rig.model->audio().captureRunning());
+        QCOMPARE(rig.hangUps, 1); // the line is closed before anything else
+        rig.clock.advance(1.9);
+        QVERIFY(rig.model->busy());
+        rig.clock.advance(0.1);
+        QCOMPARE(ran, (QStringList{QStringLiteral("premier"), QStringLiteral("second")}));
+        QVERIFY(!rig.model->busy());
+        QVERIFY(!rig.model->realtime().isOpen());
+        QCOMPARE(rig.model->records().first().note, QStringLiteral("note de fin"));
+
+        // Finishing again during a wind-down closes at once (sleep, quitting).
+        rig.tick(8);
+        QVERIFY(rig.takeCall());
+        rig.model->finish();
+        QVERIFY(rig.model->busy());
+        rig.model->finish();
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.model->records().size(), 2);
+    }
+
+    void theLogPrinterPrintsRepeatedLinesToo()
+    {
+        AppRig rig;
+        QString printed;
+        QTextStream out(&printed);
+        SessionLogPrinter printer(*rig.model, out);
+        rig.model->saveSettings();
+        rig.model->saveSettings();
+        out.flush();
+        QCOMPARE(printed.count(QStringLiteral("Réglages enregistrés")), 2);
+        // Past the 50 lines the log keeps, every new line is still printed once.
+        for (int i = 0; i < 60; ++i)
+            rig.model->event(QStringLiteral("ligne"));
+        out.flush();
+        QCOMPARE(printed.count(QStringLiteral("· ligne\n")), 60);
+    }
+};
+
+QTEST_GUILESS_MAIN(CallEndingsTest)
+#include "tst_call_endings.moc"
