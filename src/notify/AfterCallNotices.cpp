@@ -65,6 +65,43 @@ void AfterCallNotices::sendTest(std::function<void(const Status&)> done)
     m_tester->send(std::move(request.value()), QStringLiteral("d’essai"), std::move(done));
 }
 
+std::optional<Settings::Mail> AfterCallNotices::mailSettings() const
+{
+    return m_settings.mail();
+}
+
+bool AfterCallNotices::hasMailPassword() const
+{
+    return mailPasswordStore(m_folder).exists();
+}
+
+Status AfterCallNotices::saveMailSettings(Settings::Mail mail, const QString& password)
+{
+    if (Status invalid = checkMailSettings(mail))
+        return invalid;
+    mail.server = parseMailServer(mail.server).value().toString();
+    const LocalKeyStore passwords = mailPasswordStore(m_folder);
+    if (mail.user.isEmpty()) {
+        if (Status failed = passwords.remove())
+            return failed;
+    } else if (!password.isEmpty()) {
+        if (Status failed = passwords.save(password))
+            return failed;
+    } else if (!passwords.exists()) {
+        return AppError(QStringLiteral("Saisissez le mot de passe du serveur d’envoi."));
+    }
+    m_settings.setMail(mail);
+    return std::nullopt;
+}
+
+Status AfterCallNotices::turnMailOff()
+{
+    if (Status failed = mailPasswordStore(m_folder).remove())
+        return failed;
+    m_settings.setMail(std::nullopt);
+    return std::nullopt;
+}
+
 void AfterCallNotices::log(const QString& line) const
 {
     if (onLog)

@@ -6,14 +6,13 @@
 #include "notify/MailSender.h"
 #include "records/CallRecord.h"
 #include "records/DataFolder.h"
+#include "records/Settings.h"
 
 #include <QObject>
 #include <functional>
 #include <memory>
 
 namespace vemira {
-
-class Settings;
 
 // What happens once a call's record is complete and saved: the desktop notification and,
 // when the owner set one up, the e-mail. Both leave at once and in the background; neither
@@ -37,6 +36,14 @@ public:
     void sendTest(std::function<void(const Status&)> done);
 
     MailSender& sender() { return *m_sender; }
+
+    // The e-mail settings as the Connexions page edits them.
+    std::optional<Settings::Mail> mailSettings() const;
+    bool hasMailPassword() const;
+    // Checks and stores them; with a login, an empty `password` keeps the stored one.
+    Status saveMailSettings(Settings::Mail mail, const QString& password);
+    // No more e-mail; the stored password is deleted.
+    Status turnMailOff();
 
 private:
     void log(const QString& line) const;

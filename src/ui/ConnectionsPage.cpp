@@ -4,6 +4,7 @@
 #include "records/RecordingRetention.h"
 #include "ui/Bind.h"
 #include "ui/GuidedSetup.h"
+#include "ui/MailSettingsCard.h"
 #include "ui/Theme.h"
 #include "ui/UiTexts.h"
 #include "ui/Widgets.h"
@@ -113,6 +114,10 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     m_routing->setAccessibleName(QStringLiteral("État du son"));
     call->body()->addWidget(m_routing);
     layout->addWidget(call);
+
+    // The e-mail to the owner after each call.
+    m_mail = new MailSettingsCard(m_model->afterCallNotices(), content);
+    layout->addWidget(m_mail);
 
     // The manager's own devices.
     auto* manager = new Card(texts::interventionSection(), content);

@@ -14,6 +14,7 @@ class AppModel;
 namespace vemira::ui {
 
 class GuidedSetup;
+class MailSettingsCard;
 class ToggleSwitch;
 
 // The API key, the AI check, the call's devices, the manager's devices for an
@@ -33,6 +34,7 @@ public:
     QComboBox* interventionMicPicker() const { return m_micPicker; }
     QComboBox* interventionOutputPicker() const { return m_listenPicker; }
     ToggleSwitch* recordingSwitch() const { return m_recording; }
+    MailSettingsCard* mailCard() const { return m_mail; }
     QComboBox* retentionPicker() const { return m_retention; }
 
 private:
@@ -57,6 +59,7 @@ private:
     QComboBox* m_retention;
     ToggleSwitch* m_rearmOnWake;
     QLabel* m_permissions;
+    MailSettingsCard* m_mail;
 };
 
 } // namespace vemira::ui
