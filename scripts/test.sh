@@ -12,12 +12,12 @@ echo "== macOS backends against the SDK model"
 "$root/scripts/check-macos.sh"
 
 echo "== build and test"
-cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DVEMIRA_BUILD_BENCH=ON >/dev/null
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DVEMIRA_BUILD_BENCH=ON -DVEMIRA_WERROR=ON >/dev/null
 cmake --build build -j"$jobs"
 (cd build && ctest --output-on-failure -j"$jobs" --timeout 300)
 
 echo "== address and undefined-behaviour sanitizers"
-cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVEMIRA_BUILD_APP=ON \
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVEMIRA_BUILD_APP=ON -DVEMIRA_WERROR=ON \
     -DVEMIRA_SANITIZE=address,undefined >/dev/null
 cmake --build build-asan -j"$jobs"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
@@ -25,7 +25,7 @@ cmake --build build-asan -j"$jobs"
     ctest --output-on-failure -j"$jobs" --timeout 600 -LE no-sanitizer)
 
 echo "== thread sanitizer (audio threads and the model's hand-offs)"
-cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVEMIRA_BUILD_APP=OFF \
+cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVEMIRA_BUILD_APP=OFF -DVEMIRA_WERROR=ON \
     -DVEMIRA_SANITIZE=thread >/dev/null
 # Only the suites labelled tsan (each test is named after its executable).
 mapfile -t tsan_targets < <(cd build-tsan && ctest -N -L tsan | sed -n 's/^ *Test *#[0-9]*: *//p')
@@ -34,7 +34,7 @@ cmake --build build-tsan -j"$jobs" --target "${tsan_targets[@]}"
     ctest --output-on-failure -j"$jobs" --timeout 600 -L tsan)
 
 echo "== fuzz targets (bounded)"
-CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEMIRA_WERROR=ON \
     -DVEMIRA_BUILD_TESTS=OFF -DVEMIRA_BUILD_APP=OFF -DVEMIRA_BUILD_FUZZ=ON >/dev/null
 cmake --build build-fuzz -j"$jobs" --target vemira_fuzzers
 shopt -s nullglob
