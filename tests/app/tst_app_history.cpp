@@ -250,7 +250,8 @@ private Q_SLOTS:
         QVERIFY(exists(calls[1]) && exists(calls[2]));
         QVERIFY(rig.model->log().first().contains(QFileInfo(*calls[0].recordingFile).fileName()));
         // The record and its transcript stay; the record says where its audio went.
-        const CallRecord* old = byId(onDisk(rig.dir.path()), calls[0].id);
+        const QList<CallRecord> saved = onDisk(rig.dir.path());
+        const CallRecord* old = byId(saved, calls[0].id);
         QVERIFY(old && !old->recordingFile);
         QVERIFY(old->recordingError->contains(QStringLiteral("30 jours")));
         QVERIFY(QFileInfo::exists(folder.transcriptsFolder() + QStringLiteral("/Appel-") +
