@@ -155,7 +155,7 @@ void watch(RealtimeClient& client, Oracle& oracle)
                        .toObject()
                        .value(QLatin1String("status")) == QLatin1String("failed");
     };
-    client.onNotice = [&oracle, failedResponse](const QString& line) {
+    client.onNotice = [failedResponse](const QString& line) {
         if (!failedResponse() || !line.startsWith(QStringLiteral("Réponse de l’IA en échec (")))
             broken("notice without a failed response");
     };
