@@ -3,6 +3,7 @@
 #include "app/SystemServices.h"
 #include "audio/AudioDeviceIO.h"
 #include "audio/AudioSystem.h"
+#include "audio/PhoneAudioRouting.h"
 #include "core/Clock.h"
 #include "notify/DesktopNotifier.h"
 #include "phone/AccessibilityElement.h"
@@ -24,6 +25,9 @@ struct AppDependencies {
     // Applications where calls are looked for, and the one whose audio menu is driven.
     QStringList phoneApplications;
     QString phoneApplication;
+    // Sends the answered softphone's audio through the virtual devices during a call, where
+    // the phone application has no audio menu of its own to drive; null elsewhere.
+    std::unique_ptr<PhoneAudioRouting> phoneRouting;
     std::unique_ptr<Workspace> workspace;
     std::unique_ptr<SleepNotifier> sleepNotifier;
     std::unique_ptr<DesktopServices> desktop;

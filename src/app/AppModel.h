@@ -399,6 +399,10 @@ private:
     void woke();
     void runWindDown();
     void closeAndSave();
+    // The answered softphone's audio through the call's devices, and back (where the platform
+    // routes streams rather than driving the phone application's audio menu).
+    void routePhoneAudio(qint64 processId);
+    void releasePhoneAudio();
     void finishRecorder(const QUuid& id, std::shared_ptr<CallAudioRecorder> recorder);
     void recordingFinished(const QUuid& id, const Result<QString>& outcome);
 

@@ -282,6 +282,7 @@ void AppModel::closeAndSave()
     // Closing pushes the session's final usage into the record before it is saved.
     d->realtime->close();
     d->macRoute->restore();
+    releasePhoneAudio();
 
     std::unique_ptr<Conversation> call = std::move(m_call);
     call->windDownBound.reset();
@@ -340,6 +341,33 @@ void AppModel::recordingFinished(const QUuid& id, const Result<QString>& outcome
     d->finishing.remove(id);
     if (const CallRecord* record = d->store.find(id))
         d->notices->callSaved(*record);
+}
+
+void AppModel::routePhoneAudio(qint64 processId)
+{
+    PhoneAudioRouting* routing = d->dependencies.phoneRouting.get();
+    if (!routing || !m_call || !m_call->phoneSession)
+        return;
+    // A stream the softphone opens at answer time is caught too: routing watches until the end.
+    const PhoneStreamOwner owner{processId, d->dependencies.phoneApplications};
+    if (Status failed = routing->route(owner, m_call->input.uid, m_call->output.uid))
+        event(failed->message());
+    else
+        event(QStringLiteral("Son du téléphone dirigé vers Vemira"));
+}
+
+void AppModel::releasePhoneAudio()
+{
+    PhoneAudioRouting* routing = d->dependencies.phoneRouting.get();
+    if (!routing || !routing->routing())
+        return;
+    routing->release();
+    const PhoneRoutingCounts counts = routing->counts();
+    event(QStringLiteral("Son du téléphone rendu : %1 flux dirigés vers Vemira, %2 remis en "
+                         "place, %3 fermés par le téléphone")
+              .arg(counts.moved)
+              .arg(counts.returned)
+              .arg(counts.closed));
 }
 
 } // namespace vemira

@@ -11,6 +11,7 @@ AppDependencies createPlatformDependencies()
     deps.accessibility = createPlatformAccessibility();
     deps.phoneApplications = searchedPhoneApplications();
     deps.phoneApplication = phoneApplicationId();
+    deps.phoneRouting = createPlatformPhoneAudioRouting();
     deps.workspace = createPlatformWorkspace();
     deps.sleepNotifier = createPlatformSleepNotifier();
     deps.notifier = createPlatformDesktopNotifier();

@@ -100,7 +100,10 @@ void AppModel::standbyTick(double now)
         begin(true, call.caller, [self, call]() -> Status {
             if (!self)
                 return std::nullopt;
-            return self->d->phone->answer(call);
+            if (Status failed = self->d->phone->answer(call))
+                return failed;
+            self->routePhoneAudio(call.button ? call.button->processId() : 0);
+            return std::nullopt;
         });
     }
 }

@@ -81,6 +81,8 @@ public:
 
     // Bounds each following request on this element (seconds).
     virtual void setMessagingTimeout(double seconds) = 0;
+    // The process that shows the element; 0 when the backend cannot tell.
+    virtual qint64 processId() { return 0; }
 
     virtual std::optional<QString> role() = 0;
     // The attribute when it exists and is a string (possibly empty).

@@ -31,6 +31,36 @@ QByteArray tonePCM(double seconds)
     return pcm;
 }
 
+// Records what the model asks of the platform's stream routing.
+class FakeRouting final : public PhoneAudioRouting {
+public:
+    Status route(const PhoneStreamOwner& owner, const QString& callUID,
+                 const QString& voiceUID) override
+    {
+        routes << QStringList{QString::number(owner.processId), owner.names.join(QLatin1Char(',')),
+                              callUID, voiceUID, QString::number(*pressesAtRoute)};
+        if (failure)
+            return AppError(*failure);
+        m_routing = true;
+        return std::nullopt;
+    }
+    void release() override
+    {
+        m_routing = false;
+        ++releases;
+    }
+    bool routing() const override { return m_routing; }
+    PhoneRoutingCounts counts() const override { return {2, 1, 1, 0}; }
+
+    QList<QStringList> routes;
+    int releases = 0;
+    std::optional<QString> failure;
+    const int* pressesAtRoute = nullptr;
+
+private:
+    bool m_routing = false;
+};
+
 bool anySound(const std::vector<float>& samples)
 {
     return std::any_of(samples.begin(), samples.end(), [](float s) { return std::abs(s) > 0.01f; });
@@ -326,6 +356,53 @@ private Q_SLOTS:
                                 "crédit ou vérifiez la facturation de votre compte OpenAI."));
         QCOMPARE(rig.model->records().size(), 3);
         QVERIFY(rig.server.violations().isEmpty());
+    }
+
+    // On a platform that routes streams, the answered phone application's audio goes through
+    // the call's devices once it has answered, and back when the conversation is saved; a
+    // routing failure is told in the log and the call goes on.
+    void answeredPhoneAudioIsRoutedForTheCallOnly()
+    {
+        ModelRig rig;
+        AppDependencies deps = rig.fakeDependencies();
+        auto owned = std::make_unique<FakeRouting>();
+        FakeRouting* routing = owned.get();
+        deps.phoneRouting = std::move(owned);
+        rig.model = std::make_unique<AppModel>(std::move(deps));
+        rig.prepareForCalls();
+        QVERIFY(rig.arm());
+        rig.ring();
+        routing->pressesAtRoute = &rig.answerButton->pressCount;
+        rig.tick(4);
+        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QCOMPARE(routing->routes,
+                 (QList<QStringList>{{QStringLiteral("0"), kPhoneApp, BrelianDevices::callUID(),
+                                      BrelianDevices::voiceUID(), QStringLiteral("1")}}));
+        QVERIFY(rig.model->log()
+                    .join(QLatin1Char('\n'))
+                    .contains(QStringLiteral(" · Son du téléphone dirigé vers Vemira")));
+        QCOMPARE(routing->releases, 0);
+
+        rig.model->finish();
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }, 10));
+        QCOMPARE(routing->releases, 1);
+        QVERIFY(rig.model->log().first().endsWith(
+            QStringLiteral(" · Son du téléphone rendu : 2 flux dirigés vers Vemira, 1 remis en "
+                           "place, 1 fermés par le téléphone")));
+
+        // Unreachable devices: said, and the conversation still runs.
+        routing->failure = QStringLiteral("Les appareils audio virtuels « Brelian » sont "
+                                          "introuvables : créez-les dans l’assistant de "
+                                          "configuration.");
+        rig.tick(9);
+        rig.ring();
+        routing->pressesAtRoute = &rig.answerButton->pressCount;
+        rig.tick(4);
+        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QVERIFY(rig.model->log().join(QLatin1Char('\n')).contains(*routing->failure));
+        rig.model->finish();
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }, 10));
+        QCOMPARE(routing->releases, 1); // nothing was routed, nothing to give back
     }
 
     void silentServerLeavesThePhoneRingingAndDisarms()

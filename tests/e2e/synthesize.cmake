@@ -27,4 +27,63 @@ foreach(i RANGE ${last})
     endif()
     file(REMOVE "${OUT}/${id}.wav" "${OUT}/${id}.txt")
 endforeach()
+
+# The caller's whole side as one telephone-quality WAV file, for a SIP caller that plays a file:
+# each caller line after the preceding assistant line has had time to be said, with the
+# provider's 650 ms turn detection and a margin, and a last silence for the goodbye, after
+# which the caller hangs up.
+set(gap_ms 1500)
+# sox wants seconds: "S.mmm".
+function(seconds_of ms out)
+    math(EXPR s "${ms} / 1000")
+    math(EXPR rest "${ms} % 1000 + 1000")
+    string(SUBSTRING "${rest}" 1 3 rest)
+    set(${out} "${s}.${rest}" PARENT_SCOPE)
+endfunction()
+set(turn_ms 700)
+set(pieces)
+set(silence_ms 0)
+set(answered FALSE)
+foreach(i RANGE ${last})
+    string(JSON id GET "${json}" turns ${i} id)
+    string(JSON role GET "${json}" turns ${i} role)
+    file(SIZE "${OUT}/${id}.raw" bytes)
+    math(EXPR ms "${bytes} / 48")
+    if(role STREQUAL "assistant")
+        math(EXPR silence_ms "${silence_ms} + ${ms} + ${gap_ms}")
+        if(answered)
+            math(EXPR silence_ms "${silence_ms} + ${turn_ms}")
+        endif()
+    else()
+        set(answered TRUE)
+        list(LENGTH pieces n)
+        seconds_of(${silence_ms} pause)
+        execute_process(
+            COMMAND sox -n -r 24000 -c 1 -b 16 -e signed-integer -t raw "${OUT}/pause-${n}.raw"
+                    trim 0 ${pause}
+            RESULT_VARIABLE rc)
+        if(NOT rc EQUAL 0)
+            message(FATAL_ERROR "sox failed for a pause")
+        endif()
+        list(APPEND pieces "${OUT}/pause-${n}.raw" "${OUT}/${id}.raw")
+        set(silence_ms 0)
+    endif()
+endforeach()
+list(LENGTH pieces n)
+seconds_of(${silence_ms} pause)
+execute_process(
+    COMMAND sox -n -r 24000 -c 1 -b 16 -e signed-integer -t raw "${OUT}/pause-${n}.raw"
+            trim 0 ${pause}
+    RESULT_VARIABLE rc)
+list(APPEND pieces "${OUT}/pause-${n}.raw")
+set(inputs)
+foreach(piece IN LISTS pieces)
+    list(APPEND inputs -t raw -r 24000 -c 1 -b 16 -e signed-integer "${piece}")
+endforeach()
+execute_process(COMMAND sox ${inputs} -r 8000 -c 1 -b 16 "${OUT}/caller.wav" RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "sox failed for the caller's file")
+endif()
+file(GLOB pauses "${OUT}/pause-*.raw")
+file(REMOVE ${pauses})
 file(TOUCH "${OUT}/stamp")

@@ -92,6 +92,13 @@ public:
         atspi_set_timeout(ms, ms);
     }
 
+    qint64 processId() override
+    {
+        GErrorSlot error;
+        const guint pid = atspi_accessible_get_process_id(m_accessible, &error);
+        return error.failed() ? 0 : qint64(pid);
+    }
+
     std::optional<QString> role() override
     {
         GErrorSlot error;
