@@ -9,6 +9,7 @@
 
 #ifdef Q_OS_LINUX
 #include "DemoEnvironment.h"
+#include "DemoSoftphone.h"
 #include "SessionLogPrinter.h"
 #include "app/AppDependencies.h"
 #include "app/AppModel.h"
@@ -30,6 +31,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
 #include <QSaveFile>
 #include <QTextStream>
 #include <QTimer>
@@ -160,8 +163,9 @@ struct LatencyFigures {
 
 class Demo {
 public:
-    Demo(QString folder, QTextStream& out)
-        : m_folder(std::move(folder)), m_out(out),
+    // `phone`: a real softphone ("twinkle", "gnome-calls"), or empty for the test softphone.
+    Demo(QString folder, QString phone, QTextStream& out)
+        : m_folder(std::move(folder)), m_phone(std::move(phone)), m_out(out),
           m_environment(m_folder, [this](const QString& text) { say(text); })
     {
         m_clock.start();
@@ -213,7 +217,11 @@ private:
             findDemoProgram(QStringLiteral("vemira-test-softphone"), "VEMIRA_SOFTPHONE");
         const QString standin =
             findDemoProgram(QStringLiteral("vemira-realtime-standin"), "VEMIRA_STANDIN");
-        if (softphone.isEmpty() || standin.isEmpty()) {
+        // <build>/src/cli/vemira → <build>/tests/e2e/voices/caller.wav
+        m_callerWav =
+            findDemoFile("VEMIRA_CALLER_WAV", QStringLiteral("../../tests/e2e/voices/caller.wav"));
+        if ((m_phone.isEmpty() ? softphone.isEmpty() : m_callerWav.isEmpty()) ||
+            standin.isEmpty()) {
             return failWith(
                 QStringLiteral("le softphone de test ou le service IA simulé est introuvable. "
                                "Construisez le projet avec ses tests (bash scripts/demo.sh)."));
@@ -224,6 +232,8 @@ private:
         m_environment.applyToThisProcess();
 
         const int code = runWithEnvironment(softphone, standin);
+        if (code == 0)
+            say(QStringLiteral("Démonstration réussie."));
         say(QStringLiteral("Arrêt de ce que la démonstration a démarré…"));
         m_environment.stop();
         return code;
@@ -253,6 +263,8 @@ private:
         const QByteArray url = banner.mid(at + 10).trimmed();
         qputenv("VEMIRA_REALTIME_URL", url);
         say(QStringLiteral("Service IA simulé à l’écoute sur %1").arg(QString::fromLatin1(url)));
+        if (!m_phone.isEmpty())
+            return runWithRealPhone();
 
         say(QStringLiteral("Démarrage du softphone de test…"));
         QProcessEnvironment phoneEnv = m_environment.environment();
@@ -285,7 +297,93 @@ private:
             deps.phoneApplications.append(QLatin1String(kSoftphoneName));
         AppModel model(std::move(deps));
         SessionLogPrinter printer(model, m_out, QStringLiteral("        Vemira · "));
-        return converse(model, softphone);
+        return converse(model, QStringLiteral("le softphone de test"),
+                        [softphone, this]() -> Status {
+                            if (softphone->state() != QProcess::Running)
+                                return AppError(
+                                    QStringLiteral("le softphone de test s’est arrêté (voir %1).")
+                                        .arg(m_folder));
+                            say(QStringLiteral("Le softphone de test sonne…"));
+                            softphone->write("ring\n");
+                            return std::nullopt;
+                        },
+                        {});
+    }
+
+    // A real softphone answering a real SIP call: Vemira finds it through AT-SPI, routes its
+    // audio streams through the virtual devices and back, and the caller hangs up after its
+    // goodbye.
+    int runWithRealPhone()
+    {
+        DemoSoftphone phone(m_phone, QDir(m_folder).filePath(QStringLiteral("softphone")),
+                            m_environment.environment());
+        say(QStringLiteral("Démarrage de %1 (softphone réel, en français)…")
+                .arg(phone.displayName()));
+        if (Status failure = phone.start())
+            return failWith(failure->message());
+        say(QStringLiteral("Démarrage de l’appelant SIP « Jean Test » (baresip)…"));
+        if (Status failure = phone.startCaller(m_callerWav, DemoEnvironment::deskSink()))
+            return failWith(failure->message());
+        m_report.insert(QStringLiteral("phone"), m_phone);
+
+        const QString dataFolder = QDir(m_folder).filePath(QStringLiteral("Brelian"));
+        const QString settingsFile = QDir(m_folder).filePath(QStringLiteral("vemira.ini"));
+        if (Status failure = prepareVemira(dataFolder, settingsFile))
+            return failWith(failure->message());
+        m_report.insert(QStringLiteral("dataFolder"), dataFolder);
+        AppDependencies deps = createPlatformDependencies();
+        deps.notifier.reset();
+        deps.dataFolder = dataFolder;
+        deps.settingsFile = settingsFile;
+        if (!deps.phoneApplications.contains(phone.applicationName()))
+            deps.phoneApplications.append(phone.applicationName());
+        AppModel model(std::move(deps));
+        SessionLogPrinter printer(model, m_out, QStringLiteral("        Vemira · "));
+
+        const QString callPlace = DemoEnvironment::callSink();
+        const QString voicePlace = DemoEnvironment::voiceSink() + QStringLiteral(".monitor");
+        bool speakerRouted = false;
+        bool microphoneRouted = false;
+        const int code = converse(
+            model, phone.displayName(),
+            [&]() -> Status {
+                say(QStringLiteral("« Jean Test » appelle %1 (SIP sur la boucle locale)…")
+                        .arg(phone.displayName()));
+                return phone.dial();
+            },
+            [&] {
+                const QStringList places = phone.streamPlaces();
+                speakerRouted = speakerRouted || places.contains(callPlace);
+                microphoneRouted = microphoneRouted || places.contains(voicePlace);
+            });
+        if (code != 0)
+            return code;
+
+        const QStringList after = phone.streamPlaces();
+        const bool back = !after.contains(callPlace) && !after.contains(voicePlace);
+        const bool hungUp = phone.callerHungUp();
+        QString digits = model.records().isEmpty() ? QString() : model.records().first().caller;
+        digits.remove(QRegularExpression(QStringLiteral("[^0-9]")));
+        const bool numberKept = digits.contains(QLatin1String("0612345678"));
+        auto yes = [](bool b) { return b ? QStringLiteral("oui") : QStringLiteral("NON"); };
+        m_out << QStringLiteral("Numéro de l’appelant dans la fiche : ") << yes(numberKept)
+              << Qt::endl
+              << QStringLiteral("Son de %1 dirigé vers Vemira pendant l’appel : haut-parleur %2, "
+                                "micro %3")
+                     .arg(phone.displayName(), yes(speakerRouted), yes(microphoneRouted))
+              << Qt::endl
+              << QStringLiteral("Plus aucun flux de %1 sur les appareils Brelian après l’appel : ")
+                     .arg(phone.displayName())
+              << yes(back) << Qt::endl
+              << QStringLiteral("Appel raccroché à la fin : ") << yes(hungUp) << Qt::endl;
+        m_report.insert(QStringLiteral("callerNumberKept"), numberKept);
+        m_report.insert(QStringLiteral("speakerRouted"), speakerRouted);
+        m_report.insert(QStringLiteral("microphoneRouted"), microphoneRouted);
+        m_report.insert(QStringLiteral("streamsBack"), back);
+        m_report.insert(QStringLiteral("hungUp"), hungUp);
+        if (!numberKept || !speakerRouted || !microphoneRouted || !back || !hungUp)
+            return failWith(QStringLiteral("une des vérifications ci-dessus a échoué."));
+        return 0;
     }
 
     // What a user sets once in the interface: the virtual devices, the business, a key.
@@ -318,7 +416,10 @@ private:
         return std::nullopt;
     }
 
-    int converse(AppModel& model, QProcess* softphone)
+    // `ring` makes the phone ring once Vemira is armed; `duringCall` runs about once a second
+    // while the conversation is under way.
+    int converse(AppModel& model, const QString& phoneName, const std::function<Status()>& ring,
+                 const std::function<void()>& duringCall)
     {
         // The softphone plays into and listens on the virtual devices by construction: that is
         // the audio routing the guided setup would have confirmed.
@@ -337,14 +438,11 @@ private:
 
         // Give the softphone's window time to appear on the accessibility bus.
         waitUntil([] { return false; }, 1.5);
-        if (softphone->state() != QProcess::Running)
-            return failWith(
-                QStringLiteral("le softphone de test s’est arrêté (voir %1).").arg(m_folder));
-        say(QStringLiteral("Le softphone de test sonne…"));
-        softphone->write("ring\n");
+        if (Status failure = ring())
+            return failWith(failure->message());
 
         if (!waitUntil([&] { return model.busy(); }, 20))
-            return failWith(QStringLiteral("Vemira n’a pas pris l’appel."));
+            return failWith(QStringLiteral("Vemira n’a pas pris l’appel de %1.").arg(phoneName));
         say(QStringLiteral("%1 — %2").arg(model.status(), model.detail()));
         if (!waitUntil([&] { return model.connected() || !model.busy(); }, 20) ||
             !model.connected())
@@ -364,8 +462,14 @@ private:
         // Progress: each transcript line as it is added, and the usage counter when it moves.
         qsizetype shownLines = 0;
         QString shownUsage;
+        QElapsedTimer sinceLook;
+        sinceLook.start();
         const bool ended = waitUntil(
             [&] {
+                if (duringCall && model.busy() && sinceLook.elapsed() >= 1000) {
+                    duringCall();
+                    sinceLook.restart();
+                }
                 if (model.current()) {
                     const QList<TranscriptLine>& lines = model.current()->transcript;
                     for (; shownLines < lines.size(); ++shownLines)
@@ -440,11 +544,18 @@ private:
             readJson(m_report.value(QStringLiteral("softphoneMarks")).toString()),
             readJson(m_report.value(QStringLiteral("standinMarks")).toString()));
         const double cpuShare = wallSeconds > 0 ? cpuSeconds / wallSeconds * 100.0 : 0;
+        // Only our test softphone stamps what it sends and hears; a real one gives no marks.
+        const auto latencyText = [this](const QList<double>& values) {
+            return values.isEmpty() && !m_phone.isEmpty()
+                       ? QStringLiteral("non mesurée avec un softphone réel (seul le softphone de "
+                                        "test horodate ce qu’il envoie et entend)")
+                       : LatencyFigures::summary(values);
+        };
         m_out
             << QStringLiteral("Latence ajoutée, appelant → IA : ")
-            << LatencyFigures::summary(latency.callerToAI) << Qt::endl
+            << latencyText(latency.callerToAI) << Qt::endl
             << QStringLiteral("Latence ajoutée, IA → appelant : ")
-            << LatencyFigures::summary(latency.aiToCaller) << Qt::endl
+            << latencyText(latency.aiToCaller) << Qt::endl
             << QStringLiteral(
                    "Processeur utilisé par Vemira pendant l’appel : %1 % d’un cœur (%2 s sur %3 s)")
                    .arg(cpuShare, 0, 'f', 1)
@@ -462,7 +573,6 @@ private:
         m_report.insert(QStringLiteral("aiToCallerMs"), LatencyFigures::json(latency.aiToCaller));
         if (g_interrupted)
             return interrupted();
-        say(QStringLiteral("Démonstration réussie."));
         return 0;
     }
 
@@ -502,6 +612,8 @@ private:
     }
 
     QString m_folder;
+    QString m_phone;
+    QString m_callerWav;
     QTextStream& m_out;
     qint64 m_savedNs = 0;
     QElapsedTimer m_clock;
@@ -510,6 +622,41 @@ private:
 };
 
 } // namespace
+
+// The only network interface is the loopback (a namespace of our own).
+static bool inPrivateNetwork()
+{
+    QFile devices(QStringLiteral("/proc/self/net/dev"));
+    if (!devices.open(QIODevice::ReadOnly))
+        return false;
+    QStringList interfaces;
+    for (const QByteArray& line : devices.readAll().split('\n')) {
+        if (line.contains(':'))
+            interfaces.append(QString::fromLatin1(line.left(line.indexOf(':')).trimmed()));
+    }
+    return interfaces == QStringList{QStringLiteral("lo")};
+}
+
+static int runInPrivateNetwork(const QStringList& arguments)
+{
+    QProcess inside;
+    inside.setProcessChannelMode(QProcess::ForwardedChannels);
+    inside.setInputChannelMode(QProcess::ForwardedInputChannel);
+    // Ctrl-C reaches the demonstration inside, which stops what it started: wait for it.
+    std::signal(SIGINT, SIG_IGN);
+    inside.start(QStringLiteral("unshare"),
+                 QStringList{QStringLiteral("-n"), QStringLiteral("--"), QStringLiteral("sh"),
+                             QStringLiteral("-c"),
+                             QStringLiteral("ip link set lo up && exec \"$0\" \"$@\""),
+                             QCoreApplication::applicationFilePath(), QStringLiteral("demo")} +
+                     arguments);
+    if (!inside.waitForStarted(10000) || !inside.waitForFinished(-1) ||
+        inside.exitStatus() != QProcess::NormalExit)
+        return cli::fail(QStringLiteral(
+            "Impossible d’ouvrir un réseau privé pour le softphone (unshare -n, droits root, "
+            "paquets util-linux et iproute2)."));
+    return inside.exitCode();
+}
 
 int runDemoCommand(const QStringList& arguments)
 {
@@ -523,15 +670,29 @@ int runDemoCommand(const QStringList& arguments)
     const QCommandLineOption report(QStringLiteral("report"),
                                     QStringLiteral("Fichier JSON où écrire le bilan chiffré."),
                                     QStringLiteral("file"));
-    parser.addOptions({folder, report});
+    const QCommandLineOption phone(
+        QStringLiteral("phone"),
+        QStringLiteral("Softphone réel à la place du softphone de test : twinkle ou gnome-calls."),
+        QStringLiteral("softphone"));
+    parser.addOptions({folder, report, phone});
     QStringList withProgram = arguments;
     withProgram.prepend(QStringLiteral("vemira demo"));
     if (!parser.parse(withProgram) || !parser.positionalArguments().isEmpty())
         return cli::fail(
             parser.errorText().isEmpty()
-                ? QStringLiteral("Usage : vemira demo [--folder DOSSIER] [--report FICHIER]")
+                ? QStringLiteral("Usage : vemira demo [--phone twinkle|gnome-calls] [--folder "
+                                 "DOSSIER] [--report FICHIER]")
                 : parser.errorText(),
             cli::UsageError);
+    const QString realPhone = parser.value(phone);
+    if (!realPhone.isEmpty() && !DemoSoftphone::known(realPhone))
+        return cli::fail(
+            QStringLiteral("Softphone inconnu : %1 (twinkle ou gnome-calls).").arg(realPhone),
+            cli::UsageError);
+    // SIP ports are fixed and GNOME Calls binds every address: a real softphone runs in a
+    // network of its own that holds only the loopback, entered by starting again inside it.
+    if (!realPhone.isEmpty() && !inPrivateNetwork())
+        return runInPrivateNetwork(arguments);
     QString dir = parser.value(folder);
     if (dir.isEmpty()) {
         dir = QDir::temp().filePath(
@@ -540,7 +701,7 @@ int runDemoCommand(const QStringList& arguments)
     }
     std::signal(SIGINT, interruptDemo);
     std::signal(SIGTERM, interruptDemo);
-    Demo demo(QDir(dir).absolutePath(), cli::out());
+    Demo demo(QDir(dir).absolutePath(), realPhone, cli::out());
     return demo.run(parser.value(report));
 }
 
@@ -560,7 +721,8 @@ namespace cli {
 void registerDemoCommands(CommandTable& table)
 {
     table.add(
-        {QStringLiteral("demo"), QStringLiteral("[--folder DOSSIER] [--report FICHIER]"),
+        {QStringLiteral("demo"),
+         QStringLiteral("[--phone twinkle|gnome-calls] [--folder DOSSIER] [--report FICHIER]"),
          QStringLiteral(
              "Démonstration complète : un appel de test pris par Vemira, de bout en bout"),
          QStringLiteral(
@@ -571,6 +733,9 @@ void registerDemoCommands(CommandTable& table)
              "transcription enregistrée, la consommation, le chemin de l’enregistrement audio et\n"
              "les mesures de latence et de processeur ; tout ce qui a été démarré est arrêté.\n"
              "Rien de votre session ni de vos appels n’est touché : tout reste dans DOSSIER.\n\n"
+             "  --phone SOFTPHONE  un vrai softphone (twinkle, gnome-calls) appelé en SIP sur la\n"
+             "                     boucle locale par « Jean Test » (baresip), dans un réseau\n"
+             "                     privé (droits root)\n"
              "  --folder DOSSIER   dossier de travail (par défaut : un nouveau dossier "
              "temporaire)\n"
              "  --report FICHIER   bilan chiffré au format JSON"),

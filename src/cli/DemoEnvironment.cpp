@@ -124,7 +124,9 @@ Status DemoEnvironment::startDisplay()
         spawn(xvfb,
               {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
                QStringLiteral("0"), QStringLiteral("1280x800x24"), QStringLiteral("-nolisten"),
-               QStringLiteral("tcp")},
+               // -noreset keeps the root window's properties (the accessibility bus address)
+               // when the last client leaves.
+               QStringLiteral("tcp"), QStringLiteral("-noreset")},
               m_env);
     QByteArray number;
     const QDeadlineTimer deadline(10000);
@@ -179,6 +181,7 @@ Status DemoEnvironment::startAccessibilityBus()
     // Ready once the launcher answers with the accessibility bus's address.
     const QString name = QStringLiteral("vemira-demo-bus");
     bool ready = false;
+    QString busAddress;
     {
         QDBusConnection bus = QDBusConnection::connectToBus(
             m_env.value(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")), name);
@@ -188,6 +191,8 @@ Status DemoEnvironment::startAccessibilityBus()
                                 QStringLiteral("org.a11y.Bus"), bus);
             const QDBusReply<QString> address = a11y.call(QStringLiteral("GetAddress"));
             ready = address.isValid() && !address.value().isEmpty();
+            if (ready)
+                busAddress = address.value();
             if (!ready)
                 QThread::msleep(100);
         }
@@ -197,6 +202,14 @@ Status DemoEnvironment::startAccessibilityBus()
                                   QStringLiteral("org.freedesktop.DBus.Properties"), bus);
             status.call(QStringLiteral("Set"), QStringLiteral("org.a11y.Status"),
                         QStringLiteral("IsEnabled"), QVariant::fromValue(QDBusVariant(true)));
+            // Qt 5 applications (real softphones) look for the bus on the root window.
+            const QString xprop = QStandardPaths::findExecutable(QStringLiteral("xprop"));
+            if (!xprop.isEmpty())
+                runToEnd(xprop,
+                         {QStringLiteral("-root"), QStringLiteral("-f"),
+                          QStringLiteral("AT_SPI_BUS"), QStringLiteral("8s"),
+                          QStringLiteral("-set"), QStringLiteral("AT_SPI_BUS"), busAddress},
+                         m_env, {});
         }
     }
     QDBusConnection::disconnectFromBus(name);

@@ -37,6 +37,8 @@ public:
 
     static QString callSink() { return QStringLiteral("com.brelian.audio.call"); }
     static QString voiceSink() { return QStringLiteral("com.brelian.audio.voice"); }
+    // The desk's own loudspeaker (the daemon's default sink).
+    static QString deskSink() { return QStringLiteral("vemira.desk"); }
 
 private:
     Status startAudio();

@@ -1,0 +1,180 @@
+// One whole call with a real Debian softphone: `vemira demo --phone NAME` has a headless
+// baresip caller ring Twinkle or GNOME Calls over loopback SIP, inside a network of its own;
+// Vemira finds and answers the call through AT-SPI, routes the softphone's streams through
+// the virtual devices, and the caller hangs up after the goodbye. The checks read the run's
+// report, the saved record and the recording.
+#include "common/ConversationScript.h"
+#include "records/CallRecord.h"
+#include "records/HistoryCodec.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+#include <cmath>
+#include <cstring>
+
+using namespace vemira;
+using namespace vemira::e2e;
+
+namespace {
+
+// Voices compared at 1 kHz: enough to tell the lines apart, cheap over a whole call.
+constexpr int kDecimation = 24;
+
+std::vector<float> decimate(const std::vector<float>& samples)
+{
+    std::vector<float> out(samples.size() / kDecimation);
+    for (size_t i = 0; i < out.size(); ++i) {
+        float sum = 0;
+        for (int k = 0; k < kDecimation; ++k)
+            sum += samples[i * kDecimation + size_t(k)];
+        out[i] = sum / kDecimation;
+    }
+    return out;
+}
+
+// The float samples of the recorder's 24 kHz mono WAV (its data chunk).
+std::vector<float> wavSamples(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray bytes = file.readAll();
+    const qsizetype data = bytes.indexOf("data");
+    if (data < 0)
+        return {};
+    std::vector<float> samples(size_t((bytes.size() - data - 8) / 4));
+    std::memcpy(samples.data(), bytes.constData() + data + 8, samples.size() * 4);
+    return samples;
+}
+
+std::vector<float> pcmSamples(const QByteArray& pcm)
+{
+    std::vector<float> out(size_t(pcm.size() / 2));
+    for (size_t i = 0; i < out.size(); ++i) {
+        qint16 s = 0;
+        std::memcpy(&s, pcm.constData() + 2 * i, 2);
+        out[i] = float(s) / 32768.0f;
+    }
+    return out;
+}
+
+// Best normalised correlation of the line's first 1.5 s anywhere in the recording.
+double bestCorrelation(const std::vector<float>& recording, const ScriptLine& line)
+{
+    std::vector<float> reference = decimate(pcmSamples(line.pcm));
+    reference.resize(std::min<size_t>(reference.size(), 1500));
+    double refEnergy = 0;
+    for (float r : reference)
+        refEnergy += double(r) * r;
+    double best = 0;
+    for (size_t lag = 0; lag + reference.size() <= recording.size(); ++lag) {
+        double dot = 0;
+        double energy = 0;
+        for (size_t i = 0; i < reference.size(); ++i) {
+            const double x = recording[lag + i];
+            dot += x * reference[i];
+            energy += x * x;
+        }
+        if (energy > 0)
+            best = std::max(best, dot / std::sqrt(energy * refEnergy));
+    }
+    return best;
+}
+
+} // namespace
+
+class TestRealPhone : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void wholeCallWithTheRealSoftphone();
+};
+
+void TestRealPhone::wholeCallWithTheRealSoftphone()
+{
+    const QString phone = QStringLiteral(VEMIRA_E2E_PHONE);
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString report = dir.filePath(QStringLiteral("report.json"));
+    QProcess demo;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("VEMIRA_STANDIN"), QStringLiteral(VEMIRA_E2E_STANDIN));
+    env.insert(QStringLiteral("VEMIRA_PULSE_SCRIPT"),
+               QStringLiteral(VEMIRA_E2E_SCRIPTS "/pulseaudio.sh"));
+    env.insert(QStringLiteral("VEMIRA_SOFTPHONE_SCRIPT"),
+               QStringLiteral(VEMIRA_E2E_SCRIPTS "/softphone.sh"));
+    for (const char* inherited :
+         {"QT_QPA_PLATFORM", "DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "PULSE_SERVER",
+          "AT_SPI_BUS_ADDRESS", "VEMIRA_DATA_DIR", "VEMIRA_REALTIME_URL"})
+        env.remove(QString::fromLatin1(inherited));
+    demo.setProcessEnvironment(env);
+    demo.setProcessChannelMode(QProcess::MergedChannels);
+    QElapsedTimer clock;
+    clock.start();
+    demo.start(QStringLiteral(VEMIRA_E2E_CLI),
+               {QStringLiteral("demo"), QStringLiteral("--phone"), phone,
+                QStringLiteral("--folder"), dir.filePath(QStringLiteral("demo")),
+                QStringLiteral("--report"), report});
+    QVERIFY(demo.waitForFinished(170000));
+    const QString output = QString::fromUtf8(demo.readAll());
+    const double seconds = double(clock.elapsed()) / 1000.0;
+    qInfo("vemira demo --phone %s: %.1f s", qPrintable(phone), seconds);
+    QVERIFY2(demo.exitCode() == 0, qPrintable(output));
+    QVERIFY2(seconds < 120, qPrintable(output));
+
+    // What the demonstration printed, as the default one does.
+    for (const char* shown :
+         {"──── Transcription enregistrée ────", "Enregistrement : /",
+          "Latence ajoutée, appelant → IA", "Latence ajoutée, IA → appelant",
+          "· Son du téléphone dirigé vers Vemira", "· Son du téléphone rendu : "})
+        QVERIFY2(output.contains(QString::fromUtf8(shown)), shown);
+
+    QFile file(report);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QJsonObject figures = QJsonDocument::fromJson(file.readAll()).object();
+    for (const char* check :
+         {"callerNumberKept", "speakerRouted", "microphoneRouted", "streamsBack", "hungUp"})
+        QVERIFY2(figures.value(QLatin1String(check)).toBool(), check);
+
+    // The saved record: the caller's number, both sides in the transcript.
+    QFile history(QDir(figures.value(QStringLiteral("dataFolder")).toString())
+                      .filePath(QStringLiteral("history.json")));
+    QVERIFY(history.open(QIODevice::ReadOnly));
+    const auto records = decodeHistory(history.readAll());
+    QVERIFY(records.ok());
+    QCOMPARE(records.value().size(), 1);
+    const CallRecord& record = records.value().first();
+    QVERIFY2(
+        record.caller.contains(QStringLiteral("0612345678")) ||
+            record.phoneLabel().remove(QLatin1Char(' ')).contains(QStringLiteral("0612345678")),
+        qPrintable(record.caller));
+    QStringList speakers;
+    for (const TranscriptLine& line : record.transcript)
+        speakers << line.speaker;
+    QVERIFY(speakers.contains(QStringLiteral("Vemira")));
+    QVERIFY(speakers.contains(QStringLiteral("Interlocuteur")));
+
+    // Both voices are in the recording: the AI's greeting, and the caller's first line as it
+    // came through the SIP call.
+    const std::vector<float> recording =
+        decimate(wavSamples(figures.value(QStringLiteral("recording")).toString()));
+    QVERIFY(recording.size() > 10000);
+    auto script = ConversationScript::load(ConversationScript::defaultFolder());
+    QVERIFY(script.ok());
+    const ScriptLine greeting = script.value().linesOf(ScriptLine::Role::Assistant).first();
+    const ScriptLine caller = script.value().linesOf(ScriptLine::Role::Caller).first();
+    const double ai = bestCorrelation(recording, greeting);
+    const double heard = bestCorrelation(recording, caller);
+    qInfo("correlation in the recording: greeting %.2f, caller %.2f", ai, heard);
+    QVERIFY(ai >= 0.6);
+    QVERIFY(heard >= 0.4);
+}
+
+QTEST_GUILESS_MAIN(TestRealPhone)
+#include "tst_e2e_realphone.moc"
