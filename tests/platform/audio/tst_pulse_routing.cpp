@@ -167,8 +167,9 @@ private Q_SLOTS:
                          BrelianDevices::voiceUID()})
                  .isNull());
         QTRY_COMPARE(placeOf(late, false), BrelianDevices::voiceUID());
+        const int streams = m_daemon.streamCount();
         speaker.close();
-        QTRY_VERIFY(placeOf(speaker, false).isEmpty());
+        QTRY_COMPARE(m_daemon.streamCount(), streams - 1);
 
         router.release();
         QVERIFY(!router.routing());
@@ -182,6 +183,61 @@ private Q_SLOTS:
         QTest::qWait(300);
         QCOMPARE(placeOf(after, false), desk);
         router.release(); // twice is harmless
+    }
+
+    // The server remembers where an application's streams were last moved and puts its next
+    // streams there. After the call the softphone's next ring must be heard where it was
+    // before: on the default device when nothing was remembered, on the remembered one else.
+    void theSoftphonesNextStreamsGoWhereTheyWentBeforeTheCall()
+    {
+        const QString remembering = m_daemon.pactl(
+            {QStringLiteral("load-module"), QStringLiteral("module-stream-restore")});
+        QVERIFY(!remembering.isNull());
+        const int headset = m_daemon.loadNullSink(QStringLiteral("vemira.headset"),
+                                                  QStringLiteral("Casque"), 48000, 2);
+        QVERIFY(headset >= 0);
+        const QString headsetMonitor = QStringLiteral("vemira.headset.monitor");
+        const QString phone = QStringLiteral("softring");
+        const QString microphoneApp = QStringLiteral("softmic");
+        {
+            // The user once sent the softphone's microphone to the headset.
+            ClientStream earlier(true, microphoneApp, {});
+            waitPlaced(earlier, true);
+            m_daemon.pactl(
+                {QStringLiteral("move-source-output"),
+                 QString::number(streamOf(earlier, true)[QStringLiteral("index")].toInt()),
+                 headsetMonitor});
+            QTRY_COMPARE(placeOf(earlier, true), headsetMonitor);
+        }
+        auto speaker = std::make_unique<ClientStream>(false, phone, QStringLiteral("phone"));
+        auto microphone = std::make_unique<ClientStream>(true, microphoneApp, QString());
+        waitPlaced(*speaker, false);
+        QTRY_COMPARE(placeOf(*microphone, true), headsetMonitor);
+
+        pulse::PulseStreamRouter router;
+        QVERIFY(!router.route({0, {phone, microphoneApp}}, BrelianDevices::callUID(),
+                              BrelianDevices::voiceUID()));
+        QCOMPARE(placeOf(*speaker, false), BrelianDevices::callUID());
+        QCOMPARE(placeOf(*microphone, true),
+                 BrelianDevices::voiceUID() + QStringLiteral(".monitor"));
+        // The softphone hangs up and closes its streams before Vemira gives them back.
+        const int streams = m_daemon.streamCount();
+        speaker.reset();
+        microphone.reset();
+        QTRY_COMPARE(m_daemon.streamCount(), streams - 2);
+        router.release();
+        QCOMPARE(router.counts().closed, 2);
+
+        ClientStream nextRing(false, phone, QStringLiteral("phone"));
+        ClientStream nextMicrophone(true, microphoneApp, {});
+        waitPlaced(nextRing, false);
+        waitPlaced(nextMicrophone, true);
+        QCOMPARE(placeOf(nextRing, false), QStringLiteral("vemira.desk"));
+        QCOMPARE(placeOf(nextMicrophone, true), headsetMonitor);
+
+        nextMicrophone.close();
+        QVERIFY(m_daemon.unloadModule(headset));
+        QVERIFY(m_daemon.unloadModule(remembering.toInt()));
     }
 
     // Without the virtual devices there is nothing to route to, and the user is told so.

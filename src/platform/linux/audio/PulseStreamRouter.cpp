@@ -105,6 +105,35 @@ void onOutcome(pa_context*, int success, void* data)
     outcome->connection->wake();
 }
 
+// The stream-restore database, entry by entry.
+struct RememberedRead {
+    PulseConnection* connection = nullptr;
+    QHash<QByteArray, PulseStreamRouter::Remembered>* entries = nullptr;
+    bool failed = false;
+};
+
+void onRemembered(pa_context*, const pa_ext_stream_restore_info* info, int eol, void* data)
+{
+    auto* read = static_cast<RememberedRead*>(data);
+    if (eol < 0)
+        read->failed = true;
+    if (!eol && info && info->name) {
+        PulseStreamRouter::Remembered entry;
+        entry.info = *info;
+        entry.name = info->name;
+        entry.hasDevice = info->device != nullptr;
+        entry.device = info->device ? QByteArray(info->device) : QByteArray();
+        read->entries->insert(entry.name, entry);
+    }
+    if (eol)
+        read->connection->wake();
+}
+
+QByteArray restoreKeyOf(const pa_proplist* list)
+{
+    return property(list, "module-stream-restore.id").toUtf8();
+}
+
 AppError unreachable(int status)
 {
     return AppError::withStatus(
@@ -177,6 +206,7 @@ Status PulseStreamRouter::route(const PhoneStreamOwner& owner, const QString& ca
             "l’assistant de configuration."));
     }
 
+    snapshotRemembered();
     m_owner = owner;
     m_moved.clear();
     m_counts = {};
@@ -226,7 +256,8 @@ void PulseStreamRouter::onSinkInput(pa_context*, const pa_sink_input_info* info,
         return;
     }
     if (info)
-        self->consider(false, info->index, info->sink, factsOf(info->proplist));
+        self->consider(false, info->index, info->sink, factsOf(info->proplist),
+                       restoreKeyOf(info->proplist));
 }
 
 void PulseStreamRouter::onSourceOutput(pa_context*, const pa_source_output_info* info, int eol,
@@ -239,7 +270,8 @@ void PulseStreamRouter::onSourceOutput(pa_context*, const pa_source_output_info*
         return;
     }
     if (info)
-        self->consider(true, info->index, info->source, factsOf(info->proplist));
+        self->consider(true, info->index, info->source, factsOf(info->proplist),
+                       restoreKeyOf(info->proplist));
 }
 
 void PulseStreamRouter::onDone(pa_context*, int, void* data)
@@ -250,7 +282,7 @@ void PulseStreamRouter::onDone(pa_context*, int, void* data)
 }
 
 void PulseStreamRouter::consider(bool capture, std::uint32_t stream, std::uint32_t device,
-                                 const StreamFacts& facts)
+                                 const StreamFacts& facts, const QByteArray& restoreKey)
 {
     const std::uint32_t target = capture ? m_source : m_sink;
     if (!m_watching || device == target || !isCallStream(facts, m_owner))
@@ -259,7 +291,7 @@ void PulseStreamRouter::consider(bool capture, std::uint32_t stream, std::uint32
         if (moved.capture == capture && moved.stream == stream)
             return;
     }
-    m_moved.push_back({capture, stream, device});
+    m_moved.push_back({capture, stream, device, restoreKey});
     ++m_counts.moved;
     pa_context* context = m_connection->context();
     pa_operation* operation =
@@ -289,18 +321,63 @@ void PulseStreamRouter::release()
     server.finish(
         pa_context_get_source_output_info_list(server.context(), &onPlacedSourceOutput, &now),
         requestTimeoutMs);
+    QList<QByteArray> forget;
     for (const Moved& moved : m_moved) {
         const QHash<std::uint32_t, std::uint32_t>& placed =
             moved.capture ? now.sourceOutputs : now.sinkInputs;
         const auto where = placed.constFind(moved.stream);
-        if (where == placed.constEnd())
+        if (where == placed.constEnd()) {
             ++m_counts.closed;
-        else if (*where != (moved.capture ? m_source : m_sink))
+        } else if (*where != (moved.capture ? m_source : m_sink)) {
             ++m_counts.left; // the user chose another device meanwhile: theirs stands
-        else
+            continue;
+        } else {
             putBack(moved);
+        }
+        if (!moved.restoreKey.isEmpty() && !forget.contains(moved.restoreKey))
+            forget.append(moved.restoreKey);
     }
     m_moved.clear();
+    restoreRemembered(forget);
+}
+
+void PulseStreamRouter::snapshotRemembered()
+{
+    PulseConnection& server = *m_connection;
+    QHash<QByteArray, Remembered> entries;
+    RememberedRead read{&server, &entries, false};
+    pa_operation* operation = pa_ext_stream_restore_read(server.context(), &onRemembered, &read);
+    // No database (module not loaded, or a server without it): nothing will be remembered.
+    if (operation && server.finish(operation, requestTimeoutMs) && !read.failed)
+        m_remembered = std::move(entries);
+    else
+        m_remembered.reset();
+}
+
+void PulseStreamRouter::restoreRemembered(const QList<QByteArray>& keys)
+{
+    if (!m_remembered || keys.isEmpty())
+        return;
+    PulseConnection& server = *m_connection;
+    for (const QByteArray& key : keys) {
+        Outcome outcome{&server, false};
+        const auto before = m_remembered->constFind(key);
+        if (before != m_remembered->constEnd()) {
+            pa_ext_stream_restore_info info = before->info;
+            info.name = before->name.constData();
+            info.device = before->hasDevice ? before->device.constData() : nullptr;
+            server.finish(pa_ext_stream_restore_write(server.context(), PA_UPDATE_REPLACE, &info, 1,
+                                                      0, &onOutcome, &outcome),
+                          requestTimeoutMs);
+        } else {
+            // Nothing was remembered: the application follows the default device again.
+            const char* const names[] = {key.constData(), nullptr};
+            server.finish(
+                pa_ext_stream_restore_delete(server.context(), names, &onOutcome, &outcome),
+                requestTimeoutMs);
+        }
+    }
+    m_remembered.reset();
 }
 
 void PulseStreamRouter::putBack(const Moved& moved)

@@ -3,8 +3,11 @@
 #include "audio/PhoneAudioRouting.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <pulse/ext-stream-restore.h>
 #include <pulse/introspect.h>
 #include <pulse/subscribe.h>
 #include <vector>
@@ -27,7 +30,10 @@ bool isCallStream(const StreamFacts& stream, const PhoneStreamOwner& owner);
 
 // Routing on PulseAudio (and pipewire-pulse): moves the owner's sink inputs onto the call
 // device's sink and its source outputs onto the voice device's monitor, watches the server for
-// streams opened later, and moves back at the end those still where we put them.
+// streams opened later, and moves back at the end those still where we put them. A move is
+// remembered by the server for the application's next streams (the stream-restore database):
+// what it remembered before the call is written back, so the softphone's next ring is heard
+// where it was before, not on a virtual device.
 //
 // Threads: route/release/counts on the main thread; the server's answers and events are
 // handled on the connection's loop thread under its lock, which also guards the state below.
@@ -42,11 +48,20 @@ public:
     bool routing() const override { return m_routing; }
     PhoneRoutingCounts counts() const override;
 
+    // What the stream-restore database held for a key before the call.
+    struct Remembered {
+        pa_ext_stream_restore_info info{}; // its name and device are copied to the members below
+        QByteArray name;
+        bool hasDevice = false;
+        QByteArray device;
+    };
+
 private:
     struct Moved {
         bool capture = false;
         std::uint32_t stream = 0;
         std::uint32_t from = 0; // the sink or source it was on
+        QByteArray restoreKey;
     };
 
     static void onEvent(pa_context*, pa_subscription_event_type_t type, std::uint32_t index,
@@ -55,8 +70,13 @@ private:
     static void onSourceOutput(pa_context*, const pa_source_output_info* info, int eol, void* self);
     static void onDone(pa_context*, int success, void* self);
     // Loop thread: moves the stream when it belongs to the call and is not there yet.
-    void consider(bool capture, std::uint32_t stream, std::uint32_t device, const StreamFacts&);
+    // `restoreKey`: the entry under which the server remembers the stream's device.
+    void consider(bool capture, std::uint32_t stream, std::uint32_t device, const StreamFacts&,
+                  const QByteArray& restoreKey);
     void putBack(const Moved& moved);
+    // Main thread, lock held: the database before the call, and written back after it.
+    void snapshotRemembered();
+    void restoreRemembered(const QList<QByteArray>& keys);
 
     std::unique_ptr<PulseConnection> m_connection;
     bool m_routing = false;
@@ -66,6 +86,8 @@ private:
     std::uint32_t m_source = 0; // the voice device's monitor
     bool m_watching = false;
     std::vector<Moved> m_moved;
+    // Empty when the server has no stream-restore database.
+    std::optional<QHash<QByteArray, Remembered>> m_remembered;
     PhoneRoutingCounts m_counts;
     int m_pending = 0;
 };
