@@ -1,5 +1,6 @@
 #include "app/AppModel.h"
 #include "app/AppModelParts.h"
+#include "core/PlatformWording.h"
 
 namespace vemira {
 
@@ -39,16 +40,13 @@ bool AppModel::audioWatchdog()
     if (m_intervening) {
         // Never restart under the manager's voice: the manager takes the call back by hand.
         call.hangUpAtEnd = false;
-        failAudio(
-            QStringLiteral("Le son a été interrompu pendant votre intervention. Reprenez l’appel "
-                           "dans Téléphone."));
+        failAudio(PlatformWording::current().interventionInterrupted);
         return false;
     }
     if (call.audioRecoveryCount >= kMaxAudioRestarts) {
-        const QString opening =
-            call.phoneSession ? QStringLiteral("Le son de l’appel est interrompu.")
-                              : QStringLiteral("Le micro ou la sortie du Mac ne transmet plus "
-                                               "d’audio.");
+        const QString opening = call.phoneSession
+                                    ? QStringLiteral("Le son de l’appel est interrompu.")
+                                    : PlatformWording::current().computerAudioSilent;
         failAudio(opening + QStringLiteral(" ") + flow +
                   QStringLiteral(" La session a été arrêtée et l’audio disponible sauvegardé."));
         return false;

@@ -1,5 +1,6 @@
 #include "app/AppModel.h"
 #include "app/AppModelParts.h"
+#include "core/PlatformWording.h"
 
 #include <QUrl>
 
@@ -25,7 +26,7 @@ void AppModel::startTest()
         m_error = prepared->message();
         return;
     }
-    begin(false, QStringLiteral("Conversation sur le Mac"), nullptr);
+    begin(false, PlatformWording::current().computerConversation, nullptr);
     if (!m_call)
         d->macRoute->restore();
 }
@@ -82,12 +83,9 @@ void AppModel::dialTestNumber()
         m_error = plan.error().message();
         return;
     }
-    if (d->dependencies.workspace->openUrl(address))
-        setOutgoingStatus(QStringLiteral("Confirmez l’appel dans Téléphone si macOS le demande. "
-                                         "Quand la personne décroche, cliquez sur Brancher l’IA."));
-    else
-        setOutgoingStatus(QStringLiteral("Impossible d’ouvrir le numéro. Composez-le dans "
-                                         "Téléphone."));
+    const PlatformWording& wording = PlatformWording::current();
+    setOutgoingStatus(d->dependencies.workspace->openUrl(address) ? wording.dialStarted
+                                                                  : wording.dialRefused);
 }
 
 void AppModel::takeCurrentCall()
@@ -95,8 +93,7 @@ void AppModel::takeCurrentCall()
     if (m_call || m_checkingAI)
         return;
     if (!d->phone->hasActiveCall()) {
-        setOutgoingStatus(QStringLiteral(
-            "Aucun appel actif détecté. Lancez ou décrochez un appel dans Téléphone."));
+        setOutgoingStatus(PlatformWording::current().noActiveCall);
         return;
     }
     begin(true, QStringLiteral("Appel en cours · identité à confirmer"), nullptr);

@@ -1,5 +1,7 @@
 #include "app/GuidedSetupState.h"
 
+#include "core/PlatformWording.h"
+
 namespace vemira {
 
 GuidedSetupState::GuidedSetupState(const QDateTime& sessionStart, QObject* parent)
@@ -8,7 +10,7 @@ GuidedSetupState::GuidedSetupState(const QDateTime& sessionStart, QObject* paren
     m_relayStatus = QStringLiteral("Aucun appel relayé observé pour l’instant");
     m_configurationStatus = QStringLiteral("Configuration audio non lancée");
     m_microphoneStatus = QStringLiteral("Micro non testé");
-    m_nativeAudioStatus = QStringLiteral("Son de Téléphone non configuré");
+    m_nativeAudioStatus = PlatformWording::current().phoneAudioUnset;
     // New evidence is young again.
     connect(this, &GuidedSetupState::lastRelayEvidenceChanged, this,
             [this] { m_relayEvidenceAged = false; });

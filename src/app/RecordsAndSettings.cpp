@@ -1,5 +1,6 @@
 #include "app/AppModel.h"
 #include "app/AppModelParts.h"
+#include "core/PlatformWording.h"
 #include "records/AgentInstructions.h"
 #include "records/RecordingRetention.h"
 
@@ -94,7 +95,7 @@ void AppModel::saveKey(const QString& text)
     m_aiStatus = QStringLiteral("Clé enregistrée · connexion à vérifier");
     m_keyPresent = true;
     d->settings.setKeySaved(true);
-    event(QStringLiteral("Clé enregistrée sur ce Mac"));
+    event(PlatformWording::current().keySavedEvent);
 }
 
 void AppModel::deleteKey()

@@ -1,5 +1,6 @@
 #include "app/AppModel.h"
 #include "app/AppModelParts.h"
+#include "core/PlatformWording.h"
 
 #include <QPointer>
 
@@ -23,7 +24,7 @@ void AppModel::setPhase(Phase phase, const QString& status, const QString& detai
         break;
     case Phase::CoolDown:
         ownStatus = QStringLiteral("À l’écoute des appels");
-        ownDetail = QStringLiteral("La conversation est conservée sur ce Mac.");
+        ownDetail = PlatformWording::current().conversationKept;
         break;
     case Phase::Connecting:
         ownStatus = QStringLiteral("Connexion à Vemira…");
@@ -149,7 +150,7 @@ void AppModel::willSleep()
     m_armedAtSleep = m_armed || m_armedAtSleep;
     m_armed = false;
     cancelCheck();
-    endConversation(QStringLiteral("En pause · Mac en veille"));
+    endConversation(PlatformWording::current().pausedAsleep);
     // The machine stops soon: no waiting for the wind-down.
     if (m_call)
         finish();

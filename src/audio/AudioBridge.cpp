@@ -6,6 +6,7 @@
 #include "audio/Players.h"
 #include "audio/VoiceOutputChain.h"
 #include "core/Clock.h"
+#include "core/PlatformWording.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,15 +17,11 @@ namespace vemira {
 
 namespace {
 
-const QString kDefaultsChanged =
-    QStringLiteral("Le périphérique audio du Mac a changé. Relancez la vérification audio du Mac.");
 const QString kCaptureFormatUnusable = QStringLiteral("Format du microphone incompatible.");
 const QString kOutputFormatUnusable =
     QStringLiteral("Le périphérique de sortie ne fournit pas de format audio utilisable.");
 const QString kNoOutputConverter =
     QStringLiteral("Impossible de préparer le son envoyé au téléphone.");
-const QString kFormatChanged = QStringLiteral(
-    "macOS a modifié le format audio. Relancez la vérification pour reconstruire le circuit.");
 const QString kInterventionNeedsAudio =
     QStringLiteral("Le son de l’appel doit fonctionner avant d’intervenir.");
 
@@ -121,10 +118,10 @@ Status AudioBridge::checkSystemDefaults(std::uint32_t inputID, std::uint32_t out
     };
     const Result<std::uint32_t> in = m_system.readDefault(AudioSelector::defaultInput);
     if (!in || in.value() != inputID || !listed(in.value(), true))
-        return AppError(kDefaultsChanged);
+        return AppError(PlatformWording::current().defaultsChanged);
     const Result<std::uint32_t> out = m_system.readDefault(AudioSelector::defaultOutput);
     if (!out || out.value() != outputID || !listed(out.value(), false))
-        return AppError(kDefaultsChanged);
+        return AppError(PlatformWording::current().defaultsChanged);
     return std::nullopt;
 }
 
@@ -287,7 +284,7 @@ Status AudioBridge::resumeStoppedEngines()
         return std::nullopt;
     if (!m_captureFormat || !m_mixerFormat || m_engine->captureFormat() != *m_captureFormat ||
         m_engine->playbackFormat() != *m_mixerFormat)
-        return AppError(kFormatChanged);
+        return AppError(PlatformWording::current().formatChanged);
     m_player->stop();
     m_health.reset();
     if (!m_engine->playbackRunning())

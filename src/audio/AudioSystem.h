@@ -2,6 +2,7 @@
 
 #include "audio/SoundDevice.h"
 #include "core/AppError.h"
+#include "core/PlatformWording.h"
 
 #include <QList>
 #include <cstdint>
@@ -31,13 +32,11 @@ public:
     // The user-facing texts of a failed read or write, with the platform's status code.
     static AppError readFailure(long long status)
     {
-        return AppError::withStatus(QStringLiteral("Impossible de lire le réglage audio du Mac"),
-                                    status);
+        return AppError::withStatus(PlatformWording::current().readDefaultFailure, status);
     }
     static AppError writeFailure(long long status)
     {
-        return AppError::withStatus(
-            QStringLiteral("Impossible de préparer le micro ou les haut-parleurs du Mac"), status);
+        return AppError::withStatus(PlatformWording::current().writeDefaultFailure, status);
     }
 };
 

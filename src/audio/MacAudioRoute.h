@@ -2,6 +2,7 @@
 
 #include "audio/SoundDevice.h"
 #include "core/AppError.h"
+#include "core/PlatformWording.h"
 
 #include <QList>
 #include <cstdint>
@@ -42,11 +43,7 @@ public:
     const QList<Change>& previous() const { return m_previous; }
     bool isPrepared() const { return !m_previous.isEmpty(); }
 
-    static QString builtInMissingMessage()
-    {
-        return QStringLiteral(
-            "Le micro et les haut-parleurs intégrés du Mac sont nécessaires pour ce test.");
-    }
+    static QString builtInMissingMessage() { return PlatformWording::current().builtInMissing; }
 
 private:
     Status prepareBuiltIn(const QList<SoundDevice>& devices, const Transport& transport);

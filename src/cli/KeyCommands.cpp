@@ -1,5 +1,6 @@
 // vemira key set | delete | status
 #include "cli/Command.h"
+#include "core/PlatformWording.h"
 #include "records/APIKeyStore.h"
 #include "records/DataFolder.h"
 #include "records/Settings.h"
@@ -32,7 +33,7 @@ int runKey(const QStringList& arguments)
         if (Status failed = keyStore().save(key.value()))
             return fail(failed->message());
         Settings().setKeySaved(true);
-        err() << "Clé enregistrée sur ce Mac\n";
+        err() << PlatformWording::current().keySavedEvent << "\n";
         return Success;
     }
     if (action == QLatin1String("delete")) {

@@ -1,5 +1,7 @@
 #include "setup/Readiness.h"
 
+#include "core/PlatformWording.h"
+
 namespace vemira::setup {
 
 namespace {
@@ -96,8 +98,7 @@ Result<SessionPlan> validate(const ReadinessState& state, bool phoneMode,
     if (!input || !output) {
         return AppError(
             phoneMode ? QStringLiteral("Choisissez une entrée et une sortie audio dans Connexions.")
-                      : QStringLiteral("Le micro ou la sortie audio par défaut sont introuvables. "
-                                       "Vérifiez les réglages Son de macOS."));
+                      : PlatformWording::current().defaultDevicesMissing);
     }
 
     if (state.preparingAudio || state.testingMicrophone || state.observingRelay)

@@ -138,17 +138,21 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     manager->body()->addLayout(managerForm);
     layout->addWidget(manager);
 
-    // The phone application's own audio menu.
-    auto* phone = new Card(QStringLiteral("Audio de Téléphone"), content);
+    // The phone application's audio: its own menu on macOS; on Linux Vemira routes the
+    // softphone's streams at each call, so there is nothing to press, only a state to read.
+    const PlatformWording& wording = PlatformWording::current();
+    auto* phone = new Card(wording.phoneAudioTitle, content);
     auto* phoneRow = new QHBoxLayout;
     auto* prepare = makeButton(texts::prepareLink(), phone);
     auto* back = makeButton(texts::phoneBackToSystem(), phone);
+    prepare->setVisible(wording.phoneAudioMenu);
+    back->setVisible(wording.phoneAudioMenu);
     phoneRow->addWidget(prepare);
     phoneRow->addWidget(back);
     phoneRow->addStretch(1);
     phone->body()->addLayout(phoneRow);
     m_phoneStatus = makeLabel(QString(), phone);
-    m_phoneStatus->setAccessibleName(QStringLiteral("État de l’audio de Téléphone"));
+    m_phoneStatus->setAccessibleName(wording.phoneAudioStateName);
     phone->body()->addWidget(m_phoneStatus);
     layout->addWidget(phone);
 
@@ -211,9 +215,8 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     connect(m_rearmOnWake, &ToggleSwitch::toggled, m_model, &AppModel::setRearmOnWake);
 
     bind(m_model, &AppModel::keyPresentChanged, this, [this] {
-        m_keyState->setText(m_model->keyPresent()
-                                ? QStringLiteral("Une clé est enregistrée sur ce Mac.")
-                                : QStringLiteral("Aucune clé enregistrée."));
+        m_keyState->setText(m_model->keyPresent() ? PlatformWording::current().keyStored
+                                                  : QStringLiteral("Aucune clé enregistrée."));
         m_deleteKey->setEnabled(m_model->keyPresent());
     });
     bind(m_model, &AppModel::aiStatusChanged, this,

@@ -1,6 +1,7 @@
 #include "ui/DossiersPage.h"
 
 #include "app/AppModel.h"
+#include "core/PlatformWording.h"
 #include "records/TranscriptDocument.h"
 #include "ui/AssignmentDialog.h"
 #include "ui/Bind.h"
@@ -347,8 +348,7 @@ void DossiersPage::confirmDeletion()
     QMessageBox box(QMessageBox::Warning, QStringLiteral("Supprimer l’appel"),
                     QStringLiteral("Supprimer l’appel ") + record->reference() +
                         QStringLiteral(" (") + record->caller +
-                        QStringLiteral(") ? Sa fiche, sa transcription et son enregistrement "
-                                       "seront effacés de ce Mac. Cette action est définitive."),
+                        PlatformWording::current().deletionTail,
                     QMessageBox::NoButton, this);
     QPushButton* confirm = box.addButton(QStringLiteral("Supprimer"), QMessageBox::DestructiveRole);
     box.addButton(QStringLiteral("Annuler"), QMessageBox::RejectRole);

@@ -22,22 +22,14 @@ GuidePage::GuidePage(AppModel* model, QWidget* parent) : QWidget(parent)
         QString title;
         QString body;
     };
+    const PlatformWording& wording = PlatformWording::current();
     const QList<Section> sections = {
-        {QStringLiteral("1. Préparer le Mac une fois"),
-         QStringLiteral(
-             "Ouvrez la configuration guidée : elle vérifie le module audio, les "
-             "autorisations, la clé OpenAI et le son de Téléphone, dans cet ordre. Chaque "
-             "étape dit ce qui manque et propose le bouton qui le règle.")},
+        {wording.guidePrepareTitle, wording.guidePrepareBody},
         {QStringLiteral("2. Essayer avant le premier appel"),
-         QStringLiteral("Dans la fenêtre d’essai, « ") + texts::talkOnMac() +
-             QStringLiteral(" » vous fait parler à Vemira avec le micro et les haut-parleurs du "
-                            "Mac. « ") +
-             texts::outgoingTest() +
+         QStringLiteral("Dans la fenêtre d’essai, « ") + texts::talkOnComputer() +
+             wording.guideTryMiddle + texts::outgoingTest() +
              QStringLiteral(" » appelle un autre téléphone puis branche l’IA sur cet appel.")},
-        {QStringLiteral("3. Activer le standard"),
-         QStringLiteral("Basculez « Répondre aux appels » en haut de la fenêtre ou dans l’icône "
-                        "de la barre des menus. Vemira décroche après 3 secondes de sonnerie, "
-                        "lorsque l’IA est prête, et prend un message. Un seul appel à la fois.")},
+        {QStringLiteral("3. Activer le standard"), wording.guideArmBody},
         {QStringLiteral("4. Reprendre la main pendant un appel"),
          QStringLiteral("Sur l’accueil, « ") + texts::intervene() +
              QStringLiteral(" » ouvre votre micro vers l’appelant et met l’IA en silence ; "
@@ -45,11 +37,7 @@ GuidePage::GuidePage(AppModel* model, QWidget* parent) : QWidget(parent)
              texts::giveBack() +
              QStringLiteral(" » la laisse reprendre. Choisissez d’abord votre micro et votre "
                             "casque dans Connexions → Intervention humaine.")},
-        {QStringLiteral("5. Retrouver et classer les appels"),
-         QStringLiteral("La page Conversations liste chaque appel avec sa transcription. "
-                        "Cherchez un nom, un numéro ou une phrase, classez l’appel dans un "
-                        "dossier, notez la suite à donner et changez son état. Tout reste sur ce "
-                        "Mac.")},
+        {QStringLiteral("5. Retrouver et classer les appels"), wording.guideRecordsBody},
     };
     for (const Section& s : sections) {
         auto* card = new Card(s.title, content);

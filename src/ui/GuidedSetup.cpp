@@ -1,5 +1,6 @@
 #include "ui/GuidedSetup.h"
 
+#include "core/PlatformWording.h"
 #include "phone/IncomingCall.h"
 #include "phone/NativeAudioSetup.h"
 #include "phone/PhoneAutomation.h"
@@ -39,9 +40,7 @@ void GuidedSetup::configureSound()
     if (!BrelianDevices::pair(m_model.devices())) {
         m_model.refresh();
         if (!BrelianDevices::pair(m_model.devices())) {
-            m_model.setConfigurationStatus(
-                QStringLiteral("Le module audio Vemira n’est pas chargé. Installez-le puis "
-                               "redémarrez le Mac."));
+            m_model.setConfigurationStatus(PlatformWording::current().devicesMissing);
             return;
         }
     }
@@ -157,7 +156,8 @@ void GuidedSetup::openMicrophoneSettings()
 
 void GuidedSetup::prepareLink()
 {
-    if (m_model.busy() || m_model.configuringAll())
+    // Only the macOS Phone application has an audio menu of its own to drive.
+    if (!PlatformWording::current().phoneAudioMenu || m_model.busy() || m_model.configuringAll())
         return;
     m_model.setConfiguringAll(true);
     m_model.setNativeAudioStatus(QStringLiteral("Préparation de Téléphone…"));
@@ -176,7 +176,7 @@ void GuidedSetup::prepareLink()
 
 void GuidedSetup::phoneBackToSystem()
 {
-    if (m_model.busy() || m_model.configuringAll())
+    if (!PlatformWording::current().phoneAudioMenu || m_model.busy() || m_model.configuringAll())
         return;
     m_model.setConfiguringAll(true);
     std::weak_ptr<bool> alive = m_lifetime;
@@ -216,15 +216,13 @@ void GuidedSetup::observeRelay()
         m_model.setRelayDeadline(QDateTime());
         m_model.setRelayStatus(QStringLiteral("Appel détecté à ") + shortTime(now) +
                                QStringLiteral(" · la liaison avec le téléphone fonctionne"));
-        m_model.event(QStringLiteral("Appel de test détecté dans Téléphone"));
+        m_model.event(PlatformWording::current().relayDetectedEvent);
         return;
     }
     if (m_model.relayDeadline().isValid() && now > m_model.relayDeadline()) {
         m_model.setObservingRelay(false);
         m_model.setRelayDeadline(QDateTime());
-        m_model.setRelayStatus(QStringLiteral(
-            "Aucun appel détecté. Vérifiez que les appels de l’iPhone sont autorisés sur ce Mac, "
-            "puis réessayez."));
+        m_model.setRelayStatus(PlatformWording::current().relayTimeout);
     }
 }
 

@@ -117,12 +117,8 @@ SetupAssistant::SetupAssistant(AppModel* model, GuidedSetup* setup, QWidget* par
 QWidget* SetupAssistant::buildSoundStep()
 {
     QVBoxLayout* body = nullptr;
-    QWidget* page = stepPage(
-        texts::setupSteps()[0],
-        QStringLiteral("Vemira entend l’appelant et lui répond par deux périphériques audio "
-                       "virtuels, « Brelian — Appel vers IA » et « Brelian — IA vers appel », "
-                       "fournis par le module audio Brelian Audio."),
-        &body, this);
+    QWidget* page =
+        stepPage(texts::setupSteps()[0], PlatformWording::current().soundIntro, &body, this);
     m_driver = makeLabel(QString(), page);
     m_driver->setAccessibleName(QStringLiteral("Module audio"));
     body->addWidget(m_driver);
@@ -167,7 +163,8 @@ QWidget* SetupAssistant::buildPermissionsStep()
     m_accessibility = makeLabel(QString(), page);
     m_accessibility->setAccessibleName(QStringLiteral("Accessibilité"));
     body->addWidget(m_accessibility);
-    auto* openAx = makeButton(QStringLiteral("Ouvrir les réglages &Accessibilité"), page);
+    const PlatformWording& wording = PlatformWording::current();
+    auto* openAx = makeButton(wording.openAccessibility, page);
     auto* axRow = new QHBoxLayout;
     axRow->addWidget(openAx);
     axRow->addStretch(1);
@@ -177,7 +174,9 @@ QWidget* SetupAssistant::buildPermissionsStep()
     body->addWidget(m_microphone);
     auto* micRow = new QHBoxLayout;
     auto* openMic = makeButton(QStringLiteral("Ouvrir les réglages du &micro"), page);
-    m_testMic = makeButton(texts::testMacMicrophone(), page);
+    // Where capturing sound needs no permission there is no settings pane to open.
+    openMic->setVisible(wording.microphoneSettings);
+    m_testMic = makeButton(texts::testComputerMicrophone(), page);
     micRow->addWidget(openMic);
     micRow->addWidget(m_testMic);
     micRow->addStretch(1);
@@ -237,27 +236,21 @@ QWidget* SetupAssistant::buildAIStep()
 QWidget* SetupAssistant::buildPhoneStep()
 {
     QVBoxLayout* body = nullptr;
-    QWidget* page = stepPage(
-        texts::setupSteps()[3],
-        QStringLiteral("Téléphone doit utiliser les périphériques Vemira comme micro et sortie. "
-                       "Un vrai appel de test valide ensuite toute la chaîne."),
-        &body, this);
+    const PlatformWording& wording = PlatformWording::current();
+    QWidget* page = stepPage(texts::setupSteps()[3], wording.phoneStepIntro, &body, this);
     auto* row = new QHBoxLayout;
     auto* prepare = makeButton(texts::prepareLink(), page);
     auto* back = makeButton(texts::phoneBackToSystem(), page);
+    prepare->setVisible(wording.phoneAudioMenu);
+    back->setVisible(wording.phoneAudioMenu);
     row->addWidget(prepare);
     row->addWidget(back);
     row->addStretch(1);
     body->addLayout(row);
     m_phoneStatus = makeLabel(QString(), page);
-    m_phoneStatus->setAccessibleName(QStringLiteral("État de l’audio de Téléphone"));
+    m_phoneStatus->setAccessibleName(wording.phoneAudioStateName);
     body->addWidget(m_phoneStatus);
-    body->addWidget(makeLabel(
-        QStringLiteral("1. Cliquez sur « Attendre un appel », puis appelez votre numéro depuis un "
-                       "autre téléphone : Vemira vérifie que l’appel arrive sur ce Mac.\n2. "
-                       "Activez ensuite « Répondre aux appels » et rappelez : l’étape est validée "
-                       "quand Vemira a décroché et entendu l’appelant."),
-        page));
+    body->addWidget(makeLabel(wording.phoneStepHowTo, page));
     auto* observeRow = new QHBoxLayout;
     m_observe = makeButton(QStringLiteral("&Attendre un appel"), page);
     observeRow->addWidget(m_observe);
@@ -317,9 +310,8 @@ void SetupAssistant::refresh()
     }
     m_progress->setValue(m_model->setupPercent());
 
-    markState(m_driver, done[0], QStringLiteral("Module audio Brelian Audio détecté"),
-              QStringLiteral("Module audio absent : installez Brelian Audio, redémarrez le Mac, "
-                             "puis cliquez sur Vérifier à nouveau."));
+    const PlatformWording& wording = PlatformWording::current();
+    markState(m_driver, done[0], wording.devicesPresent, wording.devicesAbsent);
     QString configuration = m_model->configurationStatus();
     if (configuration.isEmpty() && m_model->routingConfirmed())
         configuration = QStringLiteral("✓ Son des appels vérifié");
@@ -333,9 +325,8 @@ void SetupAssistant::refresh()
     setTextIfChanged(m_micStatus, m_model->microphoneStatus());
     m_testMic->setEnabled(!m_model->testingMicrophone() && !m_model->busy());
 
-    setTextIfChanged(m_keyState, m_model->keyPresent()
-                                     ? QStringLiteral("Une clé est enregistrée sur ce Mac.")
-                                     : QStringLiteral("Aucune clé enregistrée."));
+    setTextIfChanged(m_keyState, m_model->keyPresent() ? wording.keyStored
+                                                       : QStringLiteral("Aucune clé enregistrée."));
     setTextIfChanged(m_aiStatus, m_model->aiStatus());
     m_verify->setEnabled(m_model->keyPresent() && !m_model->checkingAI());
 

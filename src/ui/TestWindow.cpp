@@ -25,17 +25,15 @@ TestWindow::TestWindow(AppModel* model, QWidget* parent) : QDialog(parent), m_mo
     Theme::styleSecondary(m_state);
     layout->addWidget(m_state);
 
-    auto* mac = new Card(texts::talkOnMac(), this);
-    mac->body()->addWidget(makeLabel(
-        QStringLiteral("Parlez à Vemira avec le micro et les haut-parleurs de ce Mac, comme le "
-                       "ferait un appelant. La conversation est gardée comme un essai."),
-        mac));
+    const PlatformWording& wording = PlatformWording::current();
+    auto* mac = new Card(texts::talkOnComputer(), this);
+    mac->body()->addWidget(makeLabel(wording.talkOnComputerBody, mac));
     m_route = makeLabel(QString(), mac);
     m_route->setAccessibleName(QStringLiteral("Micro et sortie de l’essai"));
     Theme::styleSecondary(m_route);
     mac->body()->addWidget(m_route);
     auto* macRow = new QHBoxLayout;
-    m_talk = makeButton(texts::talkOnMac(), mac);
+    m_talk = makeButton(texts::talkOnComputer(), mac);
     m_end = makeButton(QStringLiteral("&Terminer la conversation"), mac);
     macRow->addWidget(m_talk);
     macRow->addWidget(m_end);
@@ -44,10 +42,7 @@ TestWindow::TestWindow(AppModel* model, QWidget* parent) : QDialog(parent), m_mo
     layout->addWidget(mac);
 
     auto* outgoing = new Card(texts::outgoingTest(), this);
-    outgoing->body()->addWidget(makeLabel(
-        QStringLiteral("Appelez un autre téléphone depuis la ligne de l’iPhone, décrochez-le, "
-                       "puis branchez l’IA sur l’appel."),
-        outgoing));
+    outgoing->body()->addWidget(makeLabel(wording.outgoingBody, outgoing));
     auto* numberRow = new QHBoxLayout;
     auto* numberLabel = new QLabel(QStringLiteral("&Numéro à appeler :"), outgoing);
     m_number = new QLineEdit(outgoing);
@@ -60,7 +55,7 @@ TestWindow::TestWindow(AppModel* model, QWidget* parent) : QDialog(parent), m_mo
     auto* outRow = new QHBoxLayout;
     m_dial = makeButton(QStringLiteral("1. &Appeler ce numéro"), outgoing);
     m_connect = makeButton(texts::connectAI(), outgoing);
-    m_openPhone = makeButton(QStringLiteral("Ouvrir &Téléphone"), outgoing);
+    m_openPhone = makeButton(wording.openPhone, outgoing);
     outRow->addWidget(m_dial);
     outRow->addWidget(m_connect);
     outRow->addStretch(1);

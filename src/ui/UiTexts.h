@@ -1,10 +1,13 @@
 #pragma once
 
+#include "core/PlatformWording.h"
+
 #include <QString>
 #include <QStringList>
 
 // Texts that belong to the screens themselves (the model publishes its own). They are
-// quoted to users in the guide and in support answers, so keep every character as is.
+// quoted to users in the guide and in support answers, so keep every character as is. Those
+// that name the computer or its phone application come from PlatformWording.
 namespace vemira::ui::texts {
 
 // Dashboard
@@ -77,7 +80,7 @@ inline QString save()
 // Connections
 inline QString keyOnce()
 {
-    return QStringLiteral("Collez votre clé une fois. Elle restera sur ce Mac, sans trousseau.");
+    return PlatformWording::current().keyOnce;
 }
 inline QString keyStorage()
 {
@@ -100,9 +103,9 @@ inline QString configureAndTest()
 {
     return QStringLiteral("Configurer et tester le son");
 }
-inline QString testMacMicrophone()
+inline QString testComputerMicrophone()
 {
-    return QStringLiteral("Tester le microphone du Mac");
+    return PlatformWording::current().testComputerMicrophone;
 }
 
 // Agent and voice
@@ -118,14 +121,13 @@ inline QString gentleStyle()
 // Guided setup steps, in order
 inline QStringList setupSteps()
 {
-    return {QStringLiteral("Installer le son"), QStringLiteral("Autoriser le Mac"),
-            QStringLiteral("Connecter l’IA"), QStringLiteral("Audio du téléphone")};
+    return PlatformWording::current().setupSteps;
 }
 
 // Test conversations
-inline QString talkOnMac()
+inline QString talkOnComputer()
 {
-    return QStringLiteral("Parler à Vemira sur ce Mac");
+    return PlatformWording::current().talkOnComputer;
 }
 inline QString outgoingTest()
 {

@@ -2,6 +2,7 @@
 // model, on the same rig as the call scenarios.
 
 #include "AppRig.h"
+#include "core/PlatformWording.h"
 
 #include <QTest>
 
@@ -22,6 +23,9 @@ class AppModelTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // The texts quoted here are the macOS ones, word for word: selecting them on every
+    // platform keeps these cases a guard against their drift.
+    void initTestCase() { PlatformWording::select(WordingPlatform::MacOS); }
     void init() { QLocale::setDefault(QLocale(QLocale::French, QLocale::France)); }
 
     void sessionLogKeepsFiftyNewestFirst()

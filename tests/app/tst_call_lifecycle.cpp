@@ -2,6 +2,7 @@
 // real realtime client against a scripted server on loopback, time on a manual clock.
 
 #include "AppRig.h"
+#include "core/PlatformWording.h"
 #include "records/CallRecord.h"
 
 #include <QFileInfo>
@@ -72,6 +73,9 @@ class CallLifecycleTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // The texts quoted here are the macOS ones, word for word: selecting them on every
+    // platform keeps these cases a guard against their drift.
+    void initTestCase() { PlatformWording::select(WordingPlatform::MacOS); }
     void init() { QLocale::setDefault(QLocale(QLocale::French, QLocale::France)); }
 
     void shortRingIsNeverTakenAndThreeSecondsIs()

@@ -6,6 +6,7 @@
 #include "audio/VoiceOutputChain.h"
 #include "audio/fakes/CapturedAudio.h"
 #include "audio/fakes/FakeAudioDevices.h"
+#include "core/PlatformWording.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
@@ -83,6 +84,9 @@ class AudioBridgeTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // The texts quoted here are the macOS ones, word for word: selecting them on every
+    // platform keeps these cases a guard against their drift.
+    void initTestCase() { PlatformWording::select(WordingPlatform::MacOS); }
     void phoneCallCarriesBothWaysAndIsRecorded();
     void interruptAndStallAccounting();
     void equaliserChangesApplyMidCall();

@@ -11,6 +11,7 @@
 #include "audio/VoiceEQSettings.h"
 #include "audio/VoiceOutputChain.h"
 #include "audio/fakes/FakeAudioDevices.h"
+#include "core/PlatformWording.h"
 
 #include <QSettings>
 #include <QTemporaryDir>
@@ -58,6 +59,9 @@ class AudioUnitsTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // The texts quoted here are the macOS ones, word for word: selecting them on every
+    // platform keeps these cases a guard against their drift.
+    void initTestCase() { PlatformWording::select(WordingPlatform::MacOS); }
     void driverPairIsFoundByWholeUidOnDuplexDevices();
     void routeChangesOnlyWhatItMustAndRestoresOnlyWhatIsStillItsOwn();
     void builtInRoutePicksTheMacsOwnDevices();

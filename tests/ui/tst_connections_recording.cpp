@@ -2,6 +2,7 @@
 // real model, with the preferences file and the data folder checked as a restart reads them.
 
 #include "UiRig.h"
+#include "core/PlatformWording.h"
 #include "records/APIKeyStore.h"
 #include "records/Settings.h"
 #include "ui/ConnectionsPage.h"
@@ -70,6 +71,9 @@ class ConnectionsRecordingTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // The texts quoted here are the macOS ones, word for word: selecting them on every
+    // platform keeps these cases a guard against their drift.
+    void initTestCase() { PlatformWording::select(WordingPlatform::MacOS); }
     void init() { QLocale::setDefault(QLocale(QLocale::French, QLocale::France)); }
 
     void keyIsSavedTrimmedNeverShownAndCanBeRemoved()

@@ -4,6 +4,7 @@
 
 #include "UiRig.h"
 #include "audio/VoiceEQSettings.h"
+#include "core/PlatformWording.h"
 #include "records/AgentInstructions.h"
 #include "records/Settings.h"
 #include "ui/AgentPage.h"
@@ -80,6 +81,9 @@ class MainWindowTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // The texts quoted here are the macOS ones, word for word: selecting them on every
+    // platform keeps these cases a guard against their drift.
+    void initTestCase() { PlatformWording::select(WordingPlatform::MacOS); }
     void init() { QLocale::setDefault(QLocale(QLocale::French, QLocale::France)); }
 
     void everyControlIsNamedAndPagesAreOneKeyAway()

@@ -2,6 +2,7 @@
 
 #include "audio/SoundDevice.h"
 #include "core/AppError.h"
+#include "core/PlatformWording.h"
 
 #include <QList>
 #include <QString>
@@ -59,11 +60,7 @@ public:
     // What one circuit's observation means: incomplete, silent or passed.
     static Status judge(const Circuit& circuit, const Observation& seen);
 
-    static QString moduleMissingMessage()
-    {
-        return QStringLiteral(
-            "Le module audio Vemira n’est pas chargé. Installez-le puis redémarrez le Mac.");
-    }
+    static QString moduleMissingMessage() { return PlatformWording::current().devicesMissing; }
     static QString incompleteMessage(const QString& deviceName, const QString& flowStatus,
                                      std::int64_t recordedFrames);
     static QString silenceMessage(const QString& deviceName);

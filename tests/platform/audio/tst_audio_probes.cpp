@@ -152,8 +152,8 @@ private Q_SLOTS:
             QVERIFY(answer.has_value()); // before run() returned
             QVERIFY(answer->has_value());
             QCOMPARE((*answer)->message(),
-                     QStringLiteral("Le module audio Vemira n’est pas chargé. Installez-le puis "
-                                    "redémarrez le Mac."));
+                     QStringLiteral("Les périphériques audio Vemira sont absents. Créez-les à "
+                                    "l’étape « Installer le son » de la configuration guidée."));
             QVERIFY(!probe.isRunning());
             QCOMPARE(m_daemon.streamCount(), 0);
         }

@@ -148,9 +148,9 @@ private Q_SLOTS:
 
         const Status unknown = m_system->writeDefault(AudioSelector::defaultOutput, 42u);
         QVERIFY(unknown);
-        QCOMPARE(
-            unknown->message(),
-            QStringLiteral("Impossible de préparer le micro ou les haut-parleurs du Mac (-5)."));
+        QCOMPARE(unknown->message(),
+                 QStringLiteral(
+                     "Impossible de préparer le micro ou les haut-parleurs de l’ordinateur (-5)."));
         QCOMPARE(m_daemon.defaultSink(), deskSink);
 
         m_daemon.pactl(
@@ -194,12 +194,12 @@ private Q_SLOTS:
         const Result<std::uint32_t> read = orphan->readDefault(AudioSelector::defaultInput);
         QVERIFY(!read);
         QCOMPARE(read.error().message(),
-                 QStringLiteral("Impossible de lire le réglage audio du Mac (-6)."));
+                 QStringLiteral("Impossible de lire le réglage audio de l’ordinateur (-6)."));
         const Status write = orphan->writeDefault(AudioSelector::defaultOutput, 1u);
         QVERIFY(write);
-        QCOMPARE(
-            write->message(),
-            QStringLiteral("Impossible de préparer le micro ou les haut-parleurs du Mac (-6)."));
+        QCOMPARE(write->message(),
+                 QStringLiteral(
+                     "Impossible de préparer le micro ou les haut-parleurs de l’ordinateur (-6)."));
         qputenv("PULSE_SERVER", saved);
 
         // And a system that lost its server picks up the new one by itself.
