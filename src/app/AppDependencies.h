@@ -25,6 +25,9 @@ struct AppDependencies {
     // Applications where calls are looked for, and the one whose audio menu is driven.
     QStringList phoneApplications;
     QString phoneApplication;
+    // The caller chose `phoneApplications` (vemira standby --phone-app): the user's setting
+    // does not replace them.
+    bool phoneApplicationsChosen = false;
     // Sends the answered softphone's audio through the virtual devices during a call, where
     // the phone application has no audio menu of its own to drive; null elsewhere.
     std::unique_ptr<PhoneAudioRouting> phoneRouting;

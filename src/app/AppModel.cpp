@@ -32,6 +32,10 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
     m_recordingEnabled = d->settings.recordingEnabled();
     m_recordingRetentionDays = d->settings.recordingRetentionDays();
     m_rearmOnWake = d->settings.rearmOnWake();
+    m_phoneApp = d->settings.phoneApp();
+    d->everyPhoneApplication = deps.phoneApplications;
+    if (!deps.phoneApplicationsChosen && !m_phoneApp.value().isEmpty())
+        deps.phoneApplications = softphones::applicationsOf(softphones::chosen(m_phoneApp));
     m_interventionMicUID = d->settings.interventionMicUID().value_or(QString());
     m_interventionOutputUID = d->settings.interventionOutputUID().value_or(QString());
     wireDerivedNotifications();
@@ -173,6 +177,14 @@ void AppModel::wireDerivedNotifications()
     });
     connect(this, &AppModel::rearmOnWakeChanged, this,
             [this] { d->settings.setRearmOnWake(m_rearmOnWake); });
+    connect(this, &AppModel::phoneAppChanged, this, [this] {
+        d->settings.setPhoneApp(m_phoneApp);
+        // The conversation under way keeps the application that rang.
+        if (m_call)
+            d->phoneChoicePending = true;
+        else
+            applyPhoneChoice();
+    });
 }
 
 void AppModel::notifyReadiness()

@@ -107,6 +107,9 @@ class AppModel : public GuidedSetupState {
     // Usage and recording. `conversationUsage`, `finalizingRecordings`: see the getters below.
     // Re-run the AI check and arm again when the computer wakes up (if it was armed).
     Q_PROPERTY(bool rearmOnWake READ rearmOnWake WRITE setRearmOnWake NOTIFY rearmOnWakeChanged)
+    // The phone application watched for calls (a profile id such as "twinkle"); empty:
+    // every known one. Taken into account at once, or after the call under way.
+    Q_PROPERTY(QString phoneApp READ phoneApp WRITE setPhoneApp NOTIFY phoneAppChanged)
     Q_PROPERTY(bool recordingEnabled READ recordingEnabled WRITE setRecordingEnabled NOTIFY
                    recordingEnabledChanged)
     // Days recordings are kept (0: never deleted); applied at start, on change, once a day.
@@ -311,6 +314,8 @@ public:
     bool rearmOnWake() const { return m_rearmOnWake; }
     // Persisted at once.
     void setRearmOnWake(bool v) { m_rearmOnWake = v; }
+    QString phoneApp() const { return m_phoneApp; }
+    void setPhoneApp(const QString& choice) { m_phoneApp = choice.trimmed(); }
     QSet<QUuid> finalizingRecordings() const { return m_finalizingRecordings; }
     bool hasRecorder() const;
     QString transcriptCopyStatus() const { return m_transcriptCopyStatus; }
@@ -361,6 +366,7 @@ Q_SIGNALS:
     void recordingEnabledChanged();
     void recordingRetentionDaysChanged();
     void rearmOnWakeChanged();
+    void phoneAppChanged();
     void finalizingRecordingsChanged();
     void transcriptCopyStatusChanged();
     void readinessIssuesChanged();
@@ -397,6 +403,8 @@ private:
     void missedCall();
     void willSleep();
     void woke();
+    // Watches the chosen phone application from now on (never during a conversation).
+    void applyPhoneChoice();
     void runWindDown();
     void closeAndSave();
     // The answered softphone's audio through the call's devices, and back (where the platform
@@ -459,6 +467,7 @@ private:
     VEMIRA_OBSERVABLE_INIT(AppModel, bool, recordingEnabled, true)
     VEMIRA_OBSERVABLE_INIT(AppModel, int, recordingRetentionDays, 0)
     VEMIRA_OBSERVABLE_INIT(AppModel, bool, rearmOnWake, true)
+    VEMIRA_OBSERVABLE(AppModel, QString, phoneApp)
     VEMIRA_OBSERVABLE(AppModel, QString, transcriptCopyStatus)
 
     // Plain values.

@@ -47,6 +47,9 @@ struct AppModel::Parts {
     std::unique_ptr<MessageRequest> message; // after `realtime`: gone first
     std::unique_ptr<AudioBridge> audio;
     std::unique_ptr<PhoneAutomation> phone;
+    // The applications watched when the user chose none (every known softphone).
+    QStringList everyPhoneApplication;
+    bool phoneChoicePending = false;
     std::unique_ptr<NativeAudioSetup> audioSetup;
     std::unique_ptr<MacAudioRoute> macRoute;
     std::unique_ptr<AIConnectionCheck> probe;

@@ -305,6 +305,8 @@ void AppModel::closeAndSave()
     m_ringSince.reset();
     setPhase(m_armed ? Phase::CoolDown : Phase::Paused, call->endStatus,
              call->endDetail.isNull() ? keptDetail() : call->endDetail);
+    if (d->phoneChoicePending)
+        applyPhoneChoice();
 }
 
 void AppModel::finishRecorder(const QUuid& id, std::shared_ptr<CallAudioRecorder> recorder)

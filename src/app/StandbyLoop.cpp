@@ -69,6 +69,33 @@ void AppModel::tick()
     standbyTick(now);
 }
 
+void AppModel::applyPhoneChoice()
+{
+    d->phoneChoicePending = false;
+    AppDependencies& deps = d->dependencies;
+    if (deps.phoneApplicationsChosen) {
+        event(QStringLiteral("Application de téléphonie choisie en ligne de commande : le réglage "
+                             "s’appliquera au prochain démarrage."));
+        return;
+    }
+    QString watched = QStringLiteral("toutes les applications connues");
+    if (m_phoneApp.value().isEmpty()) {
+        deps.phoneApplications = d->everyPhoneApplication;
+    } else {
+        const std::vector<SoftphoneProfile> chosen = softphones::chosen(m_phoneApp);
+        deps.phoneApplications = softphones::applicationsOf(chosen);
+        QStringList names;
+        for (const SoftphoneProfile& profile : chosen)
+            names.append(profile.id == QLatin1String("standard") ? m_phoneApp.value() : profile.name);
+        watched = names.join(QStringLiteral(", "));
+    }
+    d->phone =
+        std::make_unique<PhoneAutomation>(*deps.accessibility, m_clock, deps.phoneApplications);
+    m_ringSince.reset();
+    event(QStringLiteral("Application de téléphonie surveillée : ") + watched);
+    refresh();
+}
+
 void AppModel::standbyTick(double now)
 {
     if (!m_armed)

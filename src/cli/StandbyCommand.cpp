@@ -81,8 +81,9 @@ int runStandbyCommand(const QStringList& arguments)
 
     AppDependencies deps = createPlatformDependencies();
     // A known softphone by its name, or any other application under the standard rules;
-    // without the option every known softphone is watched.
+    // without the option, the one chosen in the application, else every known softphone.
     if (parser.isSet(phoneApp)) {
+        deps.phoneApplicationsChosen = true;
         deps.phoneApplications.clear();
         for (const QString& name : parser.values(phoneApp)) {
             for (const QString& id : softphones::applicationsOf(softphones::chosen(name))) {

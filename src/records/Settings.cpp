@@ -144,6 +144,20 @@ void Settings::setRearmOnWake(bool enabled)
     m_store->setValue(key("rearmOnWake"), enabled);
 }
 
+QString Settings::phoneApp() const
+{
+    const QVariant value = m_store->value(key("phoneApp"));
+    return value.typeId() == QMetaType::QString ? value.toString().trimmed() : QString();
+}
+
+void Settings::setPhoneApp(const QString& choice)
+{
+    if (choice.trimmed().isEmpty())
+        m_store->remove(key("phoneApp"));
+    else
+        m_store->setValue(key("phoneApp"), choice.trimmed());
+}
+
 void Settings::setRecordingEnabled(bool enabled)
 {
     m_store->setValue(key("recordingEnabled"), enabled);

@@ -50,6 +50,10 @@ public:
     void setRecordingRetentionDays(int days);
     bool rearmOnWake() const; // true unless a boolean false is stored
     void setRearmOnWake(bool enabled);
+    // The phone application watched for calls, by profile id ("twinkle") or application
+    // name; empty (the default) watches every known one.
+    QString phoneApp() const;
+    void setPhoneApp(const QString& choice);
     std::optional<QString> interventionMicUID() const;
     void setInterventionMicUID(const std::optional<QString>& uid);
     std::optional<QString> interventionOutputUID() const;

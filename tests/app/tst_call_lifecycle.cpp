@@ -4,8 +4,10 @@
 #include "AppRig.h"
 #include "core/PlatformWording.h"
 #include "records/CallRecord.h"
+#include "records/Settings.h"
 
 #include <QFileInfo>
+#include <QSettings>
 #include <QTest>
 #include <cmath>
 
@@ -360,6 +362,46 @@ private Q_SLOTS:
                                 "crédit ou vérifiez la facturation de votre compte OpenAI."));
         QCOMPARE(rig.model->records().size(), 3);
         QVERIFY(rig.server.violations().isEmpty());
+    }
+
+    // The phone application chosen in the settings is the only one watched; a new choice
+    // applies at once when no conversation runs, else once it is saved, and is kept.
+    void onlyTheChosenPhoneApplicationIsWatched()
+    {
+        ModelRig rig;
+        QSettings(rig.settingsFile(), QSettings::IniFormat)
+            .setValue(QStringLiteral("phoneApp"), QStringLiteral("twinkle"));
+        rig.model = std::make_unique<AppModel>(rig.fakeDependencies());
+        rig.prepareForCalls();
+        QCOMPARE(rig.model->phoneApp(), QStringLiteral("twinkle"));
+        QVERIFY(rig.arm());
+        rig.ring();
+        rig.tick(5);
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.answerButton->pressCount, 0);
+
+        // Every known application again (here, the platform's own): the ringing call is taken.
+        rig.model->setPhoneApp(QString());
+        QVERIFY(rig.model->log().first().endsWith(
+            QStringLiteral(" · Application de téléphonie surveillée : toutes les applications "
+                           "connues")));
+        rig.tick(4);
+        QVERIFY(rig.model->busy());
+        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+
+        // Chosen during the call: the call still ends in the application that rang.
+        rig.model->setPhoneApp(QStringLiteral("gnome-calls"));
+        rig.showActiveCall();
+        rig.model->finish();
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }, 10));
+        QCOMPARE(rig.hangUps, 1);
+        QVERIFY(rig.model->log().join(u'\n').contains(
+            QStringLiteral(" · Application de téléphonie surveillée : GNOME Calls")));
+        rig.tick(9);
+        rig.ring();
+        rig.tick(5);
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(Settings(rig.settingsFile()).phoneApp(), QStringLiteral("gnome-calls"));
     }
 
     // On a platform that routes streams, the answered phone application's audio goes through
