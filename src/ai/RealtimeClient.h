@@ -6,9 +6,11 @@
 
 #include <QByteArray>
 #include <QJsonObject>
+#include <QList>
 #include <QObject>
 #include <QPointer>
 #include <QSet>
+#include <QSslCertificate>
 #include <QString>
 #include <deque>
 #include <functional>
@@ -70,6 +72,14 @@ public:
     // When set, a server "error" event comes here (with the provider's code, when it gave one)
     // instead of onError, so the owner can keep a session that is still usable.
     std::function<void(const std::optional<QString>& code, const QString& message)> onServerError;
+
+    // Certificates trusted on top of the system's for the next sessions (a service on this
+    // machine with its own certificate). Verification itself is never relaxed: the chain and
+    // the host name are still checked, and a certificate error ends the connection.
+    void setExtraCaCertificates(const QList<QSslCertificate>& certificates)
+    {
+        m_extraCaCertificates = certificates;
+    }
 
     // Opens a new session (closing any previous one, whose final usage is pushed, then a fresh
     // zero snapshot). Returns at once; readiness comes through onReady. The endpoint host can
@@ -144,12 +154,14 @@ private:
     void settleIfIdle();
 
     Clock& m_clock;
+    QList<QSslCertificate> m_extraCaCertificates;
     QWebSocket* m_socket = nullptr;
     quint64 m_session = 0; // renewed by connect/close so signals and tasks of an old one are inert
     bool m_active = false; // between connect() and close(): the outgoing queue accepts frames
     bool m_connected = false; // the upgrade was accepted
     bool m_receiveEnded = false;
     bool m_sendEnded = false;
+    QString m_certificateRefused;  // why the TLS handshake refused the server, when it did
     bool m_writing = false;        // inside sendTextMessage: its errors belong to the send side
     std::deque<Frame> m_queue;     // not yet handed to the socket
     std::deque<qint64> m_inFlight; // wire sizes handed to the socket, not yet reported written

@@ -35,6 +35,34 @@ QString queueFullMessage()
     return QStringLiteral("Connexion trop lente pour maintenir la conversation audio.");
 }
 
+QString certificateRefusedMessage(const QList<QSslError>& errors)
+{
+    QString why = QStringLiteral("son certificat n’est pas valide");
+    switch (errors.isEmpty() ? QSslError::NoError : errors.first().error()) {
+    case QSslError::SelfSignedCertificate:
+    case QSslError::SelfSignedCertificateInChain:
+    case QSslError::UnableToGetLocalIssuerCertificate:
+    case QSslError::UnableToGetIssuerCertificate:
+    case QSslError::UnableToVerifyFirstCertificate:
+    case QSslError::CertificateUntrusted:
+        why = QStringLiteral("son certificat n’est signé par aucune autorité reconnue");
+        break;
+    case QSslError::HostNameMismatch:
+        why = QStringLiteral("son certificat est celui d’un autre serveur");
+        break;
+    case QSslError::CertificateExpired:
+    case QSslError::CertificateNotYetValid:
+        why = QStringLiteral("son certificat n’est pas valide à la date de cet ordinateur");
+        break;
+    default:
+        break;
+    }
+    return QStringLiteral("Connexion à l’IA refusée : le serveur n’a pas pu être authentifié (") +
+           why +
+           QStringLiteral("). Vérifiez la date de l’ordinateur ; un proxy ou un antivirus qui "
+                          "inspecte les connexions peut aussi en être la cause.");
+}
+
 QString serverErrorMessage(const QString& code)
 {
     return QStringLiteral("L’IA signale une erreur (") + code +

@@ -4,6 +4,8 @@
 
 #include <QByteArray>
 #include <QJsonObject>
+#include <QList>
+#include <QSslError>
 #include <QString>
 #include <QUrl>
 #include <optional>
@@ -25,6 +27,8 @@ QString receiveFailedMessage(); // the receive side ended (rejected key, closed 
 QString sendFailedMessage();    // a frame could not be handed to the socket
 QString queueFullMessage();     // one outgoing frame dropped because 300 are waiting
 QString serverErrorMessage(const QString& code);
+// The server's certificate was refused (the first error says why).
+QString certificateRefusedMessage(const QList<QSslError>& errors);
 // A response the provider could not produce: the session log line, with the provider's reason.
 QString failedResponseNotice(const QString& reason);
 // The provider will produce no response at all for this account (credit, billing).

@@ -1,12 +1,18 @@
 #include "ScriptedRealtimeServer.h"
 
+#include <QFile>
 #include <QHostAddress>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QProcess>
 #include <QSet>
+#include <QSslConfiguration>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 #include <QUrlQuery>
 #include <QWebSocket>
 #include <QWebSocketServer>
@@ -148,7 +154,11 @@ public:
         // Small buffers so that a stopped reader pushes back on the client quickly.
         m_client->setReadBufferSize(64 * 1024);
         m_client->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 32 * 1024);
-        QObject::connect(m_client, &QTcpSocket::readyRead, this, &Front::readClient);
+        QObject::connect(m_client, &QTcpSocket::readyRead, this, [this] {
+            if (m_throttle == 0)
+                readClient();
+        });
+        QObject::connect(&m_tick, &QTimer::timeout, this, &Front::readClient);
         QObject::connect(m_client, &QTcpSocket::disconnected, this, [this] {
             if (m_backend)
                 m_backend->disconnectFromHost();
@@ -166,9 +176,20 @@ public:
     void setPaused(bool paused)
     {
         m_paused = paused;
+        m_throttle = 0;
+        m_tick.stop();
         if (!paused)
             readClient();
     }
+
+    void setThrottle(qint64 bytes, int intervalMs)
+    {
+        m_paused = false;
+        m_throttle = bytes;
+        m_tick.start(intervalMs);
+    }
+
+    qintptr descriptor() const { return m_client->socketDescriptor(); }
 
     void drop()
     {
@@ -183,7 +204,7 @@ private:
     {
         if (m_paused)
             return;
-        const QByteArray bytes = m_client->readAll();
+        const QByteArray bytes = m_throttle > 0 ? m_client->read(m_throttle) : m_client->readAll();
         if (m_headersDone) {
             relay(bytes);
             return;
@@ -271,8 +292,69 @@ private:
     FrameScanner m_scanner;
     bool m_headersDone = false;
     bool m_paused = false;
+    qint64 m_throttle = 0; // bytes per tick when reading slowly
+    QTimer m_tick;
     bool m_ended = false;
 };
+
+// The TLS end of the front: every accepted connection is a server-side QSslSocket, handed out
+// at once; what the front then reads from it is the decrypted stream.
+class ScriptedRealtimeServer::TlsListener final : public QTcpServer {
+public:
+    explicit TlsListener(const TlsIdentity& identity)
+        : m_configuration(QSslConfiguration::defaultConfiguration())
+    {
+        m_configuration.setLocalCertificate(identity.certificate);
+        m_configuration.setPrivateKey(identity.key);
+        m_configuration.setPeerVerifyMode(QSslSocket::VerifyNone); // no client certificates
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        auto* socket = new QSslSocket(this);
+        socket->setSslConfiguration(m_configuration);
+        if (!socket->setSocketDescriptor(descriptor)) {
+            delete socket;
+            return;
+        }
+        addPendingConnection(socket);
+        socket->startServerEncryption();
+    }
+
+private:
+    QSslConfiguration m_configuration;
+};
+
+ScriptedRealtimeServer::TlsIdentity
+ScriptedRealtimeServer::makeTlsIdentity(const QString& subjectAltName)
+{
+    QTemporaryDir dir;
+    const QString keyPath = dir.filePath(QStringLiteral("key.pem"));
+    const QString certificatePath = dir.filePath(QStringLiteral("certificate.pem"));
+    QProcess openssl;
+    openssl.start(QStringLiteral("openssl"),
+                  {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                   QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                   QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
+                   QStringLiteral("-keyout"), keyPath, QStringLiteral("-out"), certificatePath,
+                   QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"),
+                   QStringLiteral("/CN=Vemira test service"), QStringLiteral("-addext"),
+                   QStringLiteral("subjectAltName=") + subjectAltName});
+    const bool ran = dir.isValid() && openssl.waitForFinished(30'000) &&
+                     openssl.exitStatus() == QProcess::NormalExit && openssl.exitCode() == 0;
+    TlsIdentity identity;
+    QFile key(keyPath);
+    QFile certificate(certificatePath);
+    if (ran && key.open(QIODevice::ReadOnly) && certificate.open(QIODevice::ReadOnly)) {
+        identity.key = QSslKey(key.readAll(), QSsl::Ec, QSsl::Pem);
+        identity.certificate = QSslCertificate(certificate.readAll(), QSsl::Pem);
+    }
+    if (identity.key.isNull() || identity.certificate.isNull())
+        qFatal("scripted realtime server: no certificate from the openssl tool: %s",
+               openssl.readAllStandardError().constData());
+    return identity;
+}
 
 QByteArray ScriptedRealtimeServer::Handshake::header(const QByteArray& name) const
 {
@@ -284,10 +366,35 @@ QByteArray ScriptedRealtimeServer::Handshake::header(const QByteArray& name) con
 }
 
 ScriptedRealtimeServer::ScriptedRealtimeServer(QObject* parent)
-    : QObject(parent), m_front(std::make_unique<QTcpServer>()),
-      m_back(std::make_unique<QWebSocketServer>(QStringLiteral("scripted-realtime"),
-                                                QWebSocketServer::NonSecureMode))
+    : ScriptedRealtimeServer(Transport::Plain, parent)
+{}
+
+namespace {
+
+const ScriptedRealtimeServer::TlsIdentity& loopbackIdentity()
 {
+    // One certificate for every server of the run: the tool takes a moment.
+    static const ScriptedRealtimeServer::TlsIdentity identity =
+        ScriptedRealtimeServer::makeTlsIdentity(QStringLiteral("IP:127.0.0.1"));
+    return identity;
+}
+
+} // namespace
+
+ScriptedRealtimeServer::ScriptedRealtimeServer(Transport transport, QObject* parent)
+    : ScriptedRealtimeServer(transport == Transport::Tls ? loopbackIdentity() : TlsIdentity(),
+                             parent)
+{}
+
+ScriptedRealtimeServer::ScriptedRealtimeServer(const TlsIdentity& identity, QObject* parent)
+    : QObject(parent), m_back(std::make_unique<QWebSocketServer>(
+                           QStringLiteral("scripted-realtime"), QWebSocketServer::NonSecureMode)),
+      m_identity(identity)
+{
+    if (m_identity.certificate.isNull())
+        m_front = std::make_unique<QTcpServer>();
+    else
+        m_front = std::make_unique<TlsListener>(m_identity);
     // The client-side close code is read from the raw bytes (FrameScanner): a frame of any
     // size the provider accepts must get through.
     m_back->setMaxPendingConnections(64);
@@ -314,7 +421,9 @@ quint16 ScriptedRealtimeServer::port() const
 
 QString ScriptedRealtimeServer::address() const
 {
-    return QStringLiteral("ws://127.0.0.1:%1").arg(port());
+    return QStringLiteral("%1://127.0.0.1:%2")
+        .arg(m_identity.certificate.isNull() ? QStringLiteral("ws") : QStringLiteral("wss"))
+        .arg(port());
 }
 
 void ScriptedRealtimeServer::useAsEndpoint() const
@@ -584,6 +693,18 @@ void ScriptedRealtimeServer::stopReading()
 {
     if (Front* front = latestFront())
         front->setPaused(true);
+}
+
+qintptr ScriptedRealtimeServer::clientSocketDescriptor() const
+{
+    const Front* front = latestFront();
+    return front ? front->descriptor() : -1;
+}
+
+void ScriptedRealtimeServer::throttleReading(qint64 bytes, int intervalMs)
+{
+    if (Front* front = latestFront())
+        front->setThrottle(bytes, intervalMs);
 }
 
 void ScriptedRealtimeServer::resumeReading()

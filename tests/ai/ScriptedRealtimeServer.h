@@ -5,6 +5,8 @@
 #include <QJsonObject>
 #include <QList>
 #include <QObject>
+#include <QSslCertificate>
+#include <QSslKey>
 #include <QString>
 #include <QStringList>
 #include <QWebSocketProtocol>
@@ -33,11 +35,16 @@ namespace vemira::testing {
 //   QVERIFY(server.waitForEvents(1));       // the session.update
 //   QVERIFY(server.violations().isEmpty());
 //
+// With Transport::Tls the front speaks TLS (wss://) with a self-signed certificate for
+// 127.0.0.1, which clients must be told to trust (certificate()).
+//
 // Main thread only; waits spin the event loop.
 class ScriptedRealtimeServer final : public QObject {
     Q_OBJECT
 
 public:
+    enum class Transport { Plain, Tls };
+
     enum class Upgrade {
         Accept,      // a real WebSocket session
         Refuse401,   // "HTTP/1.1 401 Unauthorized" with a JSON body, then the socket is closed
@@ -78,11 +85,25 @@ public:
         QByteArray header(const QByteArray& name) const;  // case-insensitive; empty if absent
     };
 
+    // A self-signed certificate and its key, made by the openssl tool.
+    struct TlsIdentity {
+        QSslCertificate certificate;
+        QSslKey key;
+    };
+    // A fresh identity whose certificate names `subjectAltName` ("IP:127.0.0.1",
+    // "DNS:example.invalid"); fails the test run when the tool cannot make one.
+    static TlsIdentity makeTlsIdentity(const QString& subjectAltName);
+
     explicit ScriptedRealtimeServer(QObject* parent = nullptr);
+    explicit ScriptedRealtimeServer(Transport transport, QObject* parent = nullptr);
+    // Over TLS with this identity (a certificate for another name, say).
+    explicit ScriptedRealtimeServer(const TlsIdentity& identity, QObject* parent = nullptr);
     ~ScriptedRealtimeServer() override;
 
     quint16 port() const;
-    QString address() const; // "ws://127.0.0.1:<port>"
+    QString address() const; // "ws://127.0.0.1:<port>", or "wss://…" over TLS
+    // The certificate the TLS front presents (null for a plain server).
+    QSslCertificate certificate() const { return m_identity.certificate; }
     // Points RealtimeClient at this server for the rest of the process (VEMIRA_REALTIME_URL).
     void useAsEndpoint() const;
 
@@ -121,6 +142,13 @@ public:
     // starts again; what arrived meanwhile is then processed in order.
     void stopReading();
     void resumeReading();
+    // Takes at most `bytes` from the latest client every `intervalMs` (a slow link: the
+    // client's backlog never empties while data keeps flowing). stopReading() and
+    // resumeReading() end it.
+    void throttleReading(qint64 bytes, int intervalMs);
+    // The server side of the latest client's TCP connection (-1 when none), for reading the
+    // kernel's own counters of what the client sent.
+    qintptr clientSocketDescriptor() const;
 
     // --- Server events as the provider writes them
     static QJsonObject sessionUpdated(const QJsonObject& session = QJsonObject());
@@ -148,6 +176,7 @@ public:
 
 private:
     class Front;
+    class TlsListener;
     void accepted();
     void sessionOpened();
     void frameReceived(QWebSocket* socket, const QString& text);
@@ -165,6 +194,7 @@ private:
     QList<QWebSocket*> m_sessions;
     QHash<QWebSocket*, int> m_framesPerSession;
     QHash<QWebSocket*, bool> m_confirmedPerSession;
+    TlsIdentity m_identity;
     Upgrade m_upgrade = Upgrade::Accept;
     Behaviour m_behaviour;
 
