@@ -92,7 +92,7 @@ private Q_SLOTS:
         rig.model->addDemo();
         ui::MainWindow* window = rig.mainWindow.get();
         // Ctrl+1 … Ctrl+5 go to the five pages, and the model knows where the user is.
-        QApplication::setActiveWindow(window);
+        window->activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(window));
         const QStringList pages = {QStringLiteral("Accueil"), QStringLiteral("Agent"),
                                    QStringLiteral("Conversations"), QStringLiteral("Connexions"),
