@@ -147,6 +147,12 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     auto* back = makeButton(texts::phoneBackToSystem(), phone);
     prepare->setVisible(wording.phoneAudioMenu);
     back->setVisible(wording.phoneAudioMenu);
+    if (m_setup->makesDevices()) {
+        auto* check =
+            makeButton(QStringLiteral("Vérifier le son du logiciel de téléphonie"), phone);
+        phoneRow->addWidget(check);
+        connect(check, &QPushButton::clicked, this, [this] { m_setup->checkPhoneAudio(); });
+    }
     phoneRow->addWidget(prepare);
     phoneRow->addWidget(back);
     phoneRow->addStretch(1);

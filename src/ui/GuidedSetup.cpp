@@ -4,6 +4,8 @@
 #include "phone/IncomingCall.h"
 #include "phone/NativeAudioSetup.h"
 #include "phone/PhoneAutomation.h"
+#include "phone/SoftphoneProfile.h"
+#include "setup/SoundServerSetup.h"
 
 #include <QDesktopServices>
 #include <QLocale>
@@ -24,6 +26,9 @@ QString shortTime(const QDateTime& time)
 GuidedSetup::GuidedSetup(AppModel& model, Clock& clock, SetupProbes probes, QObject* parent)
     : QObject(parent), m_model(model), m_clock(clock), m_probes(std::move(probes))
 {
+    if (m_probes.virtualDevices)
+        m_soundServer = std::make_unique<SoundServerSetup>(*m_probes.virtualDevices,
+                                                           m_probes.phoneRouting.get());
     m_model.setGuidedSetup(this);
 }
 
@@ -76,6 +81,78 @@ void GuidedSetup::configureSound()
         m_model.setConfigurationStatus(ok);
         m_model.event(ok);
     });
+}
+
+void GuidedSetup::checkDevices()
+{
+    m_model.refresh();
+    if (!m_soundServer || m_model.preparingAudio())
+        return;
+    const SetupOutcome outcome = m_soundServer->check();
+    m_model.setConfigurationStatus(outcome.text);
+}
+
+void GuidedSetup::createDevices()
+{
+    if (!m_soundServer || m_model.busy() || m_model.preparingAudio())
+        return;
+    const SetupOutcome outcome = m_soundServer->create();
+    m_model.refresh();
+    m_model.setConfigurationStatus(outcome.text);
+    m_model.event(outcome.text);
+}
+
+void GuidedSetup::removeDevices()
+{
+    if (!m_soundServer || m_model.preparingAudio())
+        return;
+    if (m_model.busy() || m_model.armed()) {
+        m_model.setConfigurationStatus(QStringLiteral(
+            "Mettez le standard en pause avant de supprimer les périphériques audio."));
+        return;
+    }
+    const SetupOutcome outcome = m_soundServer->remove();
+    if (outcome.ok)
+        m_model.setRoutingConfirmed(false); // the proof was about the devices just removed
+    m_model.refresh();
+    m_model.setConfigurationStatus(outcome.text);
+    m_model.event(outcome.text);
+}
+
+bool GuidedSetup::devicesPersistent() const
+{
+    return m_soundServer && m_soundServer->persistent();
+}
+
+void GuidedSetup::setDevicesPersistent(bool keep)
+{
+    if (!m_soundServer || keep == m_soundServer->persistent())
+        return;
+    const SetupOutcome outcome = m_soundServer->setPersistent(keep);
+    m_model.setConfigurationStatus(outcome.text);
+    m_model.event(outcome.text);
+}
+
+void GuidedSetup::checkPhoneAudio()
+{
+    if (!m_soundServer || m_model.busy() || m_model.configuringAll())
+        return;
+    m_model.refresh();
+    const auto pair = BrelianDevices::pair(m_model.devices());
+    if (!pair) {
+        m_model.setNativeAudioStatus(PlatformWording::current().devicesMissing);
+        return;
+    }
+    // The softphone is not known by process here (no call yet): by its program and
+    // application names, which its call streams carry.
+    PhoneStreamOwner owner;
+    for (const SoftphoneProfile& profile : softphones::known())
+        owner.names << profile.id << profile.name << profile.applications;
+    owner.names.removeDuplicates();
+    const SetupOutcome outcome =
+        m_soundServer->tryPhoneRouting(owner, pair->call.uid, pair->voice.uid);
+    m_model.setNativeAudioStatus(outcome.text);
+    m_model.event(outcome.text);
 }
 
 std::optional<SoundDevice> GuidedSetup::macMicrophone() const

@@ -1,11 +1,17 @@
 #pragma once
 
 #include "app/AppModel.h"
+#include "audio/PhoneAudioRouting.h"
 #include "audio/SoundDevice.h"
+#include "audio/VirtualAudioDevices.h"
 #include "core/AppError.h"
 
 #include <QObject>
 #include <functional>
+
+namespace vemira {
+class SoundServerSetup;
+}
 
 namespace vemira::ui {
 
@@ -19,6 +25,10 @@ struct SetupProbes {
     std::function<void(quint32 deviceID, std::function<void(double)> level,
                        std::function<void(Result<bool>)> done)>
         microphone;
+    // Where Vemira makes the two virtual devices itself (Linux): their maker, and a routing of
+    // its own to try on the softphone's open streams. Null where a driver provides them.
+    std::shared_ptr<VirtualAudioDevices> virtualDevices;
+    std::shared_ptr<PhoneAudioRouting> phoneRouting;
 };
 
 // The guided setup: walks a first-time user through the four steps ("Installer le son",
@@ -40,6 +50,16 @@ public:
     // Step 2: system settings for the permissions (Accessibility, microphone).
     void openAccessibilitySettings();
     void openMicrophoneSettings();
+    // Step 1 where Vemira makes the devices: create, remove, and recreate them at each start of
+    // the sound server (a start-up file, written only when the user asks for it).
+    bool makesDevices() const { return m_soundServer != nullptr; }
+    void checkDevices();
+    void createDevices();
+    void removeDevices();
+    bool devicesPersistent() const;
+    void setDevicesPersistent(bool keep);
+    // Step 4 there: the softphone's open streams moved onto the devices and straight back.
+    void checkPhoneAudio();
     // Step 4: the phone application on the virtual devices, and back on the system's.
     void prepareLink();
     void phoneBackToSystem();
@@ -68,6 +88,7 @@ private:
     AppModel& m_model;
     Clock& m_clock;
     SetupProbes m_probes;
+    std::unique_ptr<SoundServerSetup> m_soundServer;
     std::shared_ptr<bool> m_lifetime = std::make_shared<bool>(true);
 };
 

@@ -9,6 +9,7 @@
 #include "ui/UiTexts.h"
 #include "ui/Widgets.h"
 
+#include <QCheckBox>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -92,16 +93,26 @@ SetupAssistant::SetupAssistant(AppModel* model, GuidedSetup* setup, QWidget* par
     connect(close, &QPushButton::clicked, this, &QDialog::accept);
 
     using Signal = void (AppModel::*)();
-    for (Signal signal : std::initializer_list<Signal>{
-             &AppModel::devicesChanged, &AppModel::accessibilityChanged,
-             &AppModel::micAllowedChanged, &AppModel::keyPresentChanged,
-             &AppModel::aiVerifiedChanged, &AppModel::routingConfirmedChanged,
-             &AppModel::validatedCallIDChanged, &AppModel::setupPercentChanged,
-             &AppModel::configurationStatusChanged, &AppModel::preparingAudioChanged,
-             &AppModel::testingMicrophoneChanged, &AppModel::microphoneStatusChanged,
-             &AppModel::aiStatusChanged, &AppModel::checkingAIChanged,
-             &AppModel::nativeAudioStatusChanged, &AppModel::relayStatusChanged,
-             &AppModel::observingRelayChanged, &AppModel::configuringAllChanged})
+    for (Signal signal : std::initializer_list<Signal>{&AppModel::devicesChanged,
+                                                       &AppModel::accessibilityChanged,
+                                                       &AppModel::micAllowedChanged,
+                                                       &AppModel::keyPresentChanged,
+                                                       &AppModel::aiVerifiedChanged,
+                                                       &AppModel::routingConfirmedChanged,
+                                                       &AppModel::validatedCallIDChanged,
+                                                       &AppModel::setupPercentChanged,
+                                                       &AppModel::configurationStatusChanged,
+                                                       &AppModel::preparingAudioChanged,
+                                                       &AppModel::testingMicrophoneChanged,
+                                                       &AppModel::microphoneStatusChanged,
+                                                       &AppModel::aiStatusChanged,
+                                                       &AppModel::checkingAIChanged,
+                                                       &AppModel::nativeAudioStatusChanged,
+                                                       &AppModel::relayStatusChanged,
+                                                       &AppModel::observingRelayChanged,
+                                                       &AppModel::configuringAllChanged,
+                                                       &AppModel::armedChanged,
+                                                       &AppModel::busyChanged})
         connect(m_model, signal, this, &SetupAssistant::refresh);
     bind(m_model, &AppModel::probeLevelsChanged, this, [this] {
         m_probeRaw->setLevel(m_model->probeLevels().first);
@@ -129,6 +140,8 @@ QWidget* SetupAssistant::buildSoundStep()
     row->addWidget(m_configure);
     row->addStretch(1);
     body->addLayout(row);
+    if (m_setup->makesDevices())
+        addDeviceControls(page, body);
     auto* explain = makeLabel(QStringLiteral("Le test fait passer un son dans chaque circuit et "
                                              "vérifie qu’il en ressort (environ 15 secondes)."),
                               page);
@@ -147,9 +160,48 @@ QWidget* SetupAssistant::buildSoundStep()
     m_configuration->setAccessibleName(QStringLiteral("Résultat du test du son"));
     body->addWidget(m_configuration);
     body->addStretch(1);
-    connect(recheck, &QPushButton::clicked, m_model, &AppModel::refresh);
+    connect(recheck, &QPushButton::clicked, this, [this] {
+        if (m_setup->makesDevices())
+            m_setup->checkDevices(); // their format too, not only their presence
+        else
+            m_model->refresh();
+    });
     connect(m_configure, &QPushButton::clicked, this, [this] { m_setup->configureSound(); });
     return page;
+}
+
+// Where Vemira makes the devices: create and remove them, and the user's explicit choice to
+// have them back at each start of the sound server.
+void SetupAssistant::addDeviceControls(QWidget* page, QVBoxLayout* body)
+{
+    auto* row = new QHBoxLayout;
+    m_createDevices = makeButton(QStringLiteral("C&réer les périphériques audio"), page);
+    m_removeDevices = makeButton(QStringLiteral("Supprimer les périphériques audio"), page);
+    row->addWidget(m_createDevices);
+    row->addWidget(m_removeDevices);
+    row->addStretch(1);
+    body->addLayout(row);
+    m_persistDevices =
+        new QCheckBox(QStringLiteral("Les recréer à chaque démarrage du serveur de son"), page);
+    m_persistDevices->setAccessibleName(m_persistDevices->text());
+    m_persistDevices->setChecked(m_setup->devicesPersistent());
+    body->addWidget(m_persistDevices);
+    auto* consent =
+        makeLabel(QStringLiteral("Cochée, cette case fait écrire à Vemira un fichier de "
+                                 "démarrage pour PulseAudio ou PipeWire dans votre "
+                                 "dossier de configuration ; rien n’est écrit sans "
+                                 "elle."),
+                  page);
+    Theme::styleSecondary(consent);
+    body->addWidget(consent);
+    connect(m_createDevices, &QPushButton::clicked, this, [this] { m_setup->createDevices(); });
+    connect(m_removeDevices, &QPushButton::clicked, this, [this] { m_setup->removeDevices(); });
+    // `clicked`, not `toggled`: only the user's own click writes or removes the file.
+    connect(m_persistDevices, &QCheckBox::clicked, this, [this](bool keep) {
+        m_setup->setDevicesPersistent(keep);
+        const QSignalBlocker block(m_persistDevices);
+        m_persistDevices->setChecked(m_setup->devicesPersistent());
+    });
 }
 
 QWidget* SetupAssistant::buildPermissionsStep()
@@ -263,6 +315,12 @@ QWidget* SetupAssistant::buildPhoneStep()
     m_validated->setAccessibleName(QStringLiteral("Validation"));
     body->addWidget(m_validated);
     body->addStretch(1);
+    if (m_setup->makesDevices()) {
+        auto* check =
+            makeButton(QStringLiteral("Vérifier le &son du logiciel de téléphonie"), page);
+        row->insertWidget(0, check);
+        connect(check, &QPushButton::clicked, this, [this] { m_setup->checkPhoneAudio(); });
+    }
     connect(prepare, &QPushButton::clicked, this, [this] { m_setup->prepareLink(); });
     connect(back, &QPushButton::clicked, this, [this] { m_setup->phoneBackToSystem(); });
     connect(m_observe, &QPushButton::clicked, this, [this] {
@@ -317,6 +375,11 @@ void SetupAssistant::refresh()
         configuration = QStringLiteral("✓ Son des appels vérifié");
     setTextIfChanged(m_configuration, configuration);
     m_configure->setEnabled(!m_model->preparingAudio() && !m_model->busy());
+    if (m_createDevices) {
+        // Both stay offered whatever is found: one device may be missing, or at a wrong format.
+        m_createDevices->setEnabled(!m_model->busy());
+        m_removeDevices->setEnabled(!m_model->busy() && !m_model->armed());
+    }
 
     markState(m_accessibility, m_model->accessibility(), QStringLiteral("Accessibilité autorisée"),
               QStringLiteral("Accessibilité à autoriser pour Vemira"));

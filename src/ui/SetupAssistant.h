@@ -2,12 +2,15 @@
 
 #include <QDialog>
 
+class QCheckBox;
 class QLabel;
 class QLineEdit;
 class QListWidget;
 class QProgressBar;
 class QPushButton;
 class QStackedWidget;
+class QVBoxLayout;
+class QWidget;
 
 namespace vemira {
 class AppModel;
@@ -35,6 +38,7 @@ public:
 
 private:
     QWidget* buildSoundStep();
+    void addDeviceControls(QWidget* page, QVBoxLayout* body);
     QWidget* buildPermissionsStep();
     QWidget* buildAIStep();
     QWidget* buildPhoneStep();
@@ -53,6 +57,9 @@ private:
     LevelMeter* m_probeRaw;
     LevelMeter* m_probeConverted;
     QPushButton* m_configure;
+    QPushButton* m_createDevices = nullptr;
+    QPushButton* m_removeDevices = nullptr;
+    QCheckBox* m_persistDevices = nullptr;
     QLabel* m_accessibility;
     QLabel* m_microphone;
     LevelMeter* m_micLevel;

@@ -87,6 +87,8 @@ int main(int argc, char* argv[])
                                            std::function<void(Result<bool>)> done) {
         microphoneProbe.run(deviceID, std::move(level), std::move(done));
     };
+    probes.virtualDevices = createPlatformVirtualAudioDevices();
+    probes.phoneRouting = createPlatformPhoneAudioRouting();
     ui::GuidedSetup setup(model, clock, std::move(probes));
     ui::MainWindow window(&model, clock, &setup);
     desktopServices->setDialogParent(&window);

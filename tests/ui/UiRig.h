@@ -46,14 +46,21 @@ struct UiRig : ModelRig {
     std::unique_ptr<ui::GuidedSetup> setup;
     std::unique_ptr<ui::MainWindow> mainWindow;
 
+    // `adjust` may put real parts in place of the fakes before the model starts.
     explicit UiRig(const std::function<void(RecordsStore&)>& seed = {}, bool withKey = true,
-                   ui::SetupProbes probes = {})
+                   ui::SetupProbes probes = {},
+                   const std::function<void(AppDependencies&)>& adjust = {})
         : ModelRig(withKey, seed)
     {
         AppDependencies deps = fakeDependencies();
         auto fakeDesktop = std::make_unique<FakeDesktop>();
         desktop = fakeDesktop.get();
         deps.desktop = std::move(fakeDesktop);
+        if (adjust) {
+            adjust(deps);
+            if (deps.audioSystem.get() != system)
+                system = nullptr;
+        }
         model = std::make_unique<AppModel>(std::move(deps));
         setup = std::make_unique<ui::GuidedSetup>(*model, clock, std::move(probes));
         mainWindow = std::make_unique<ui::MainWindow>(model.get(), clock, setup.get());
