@@ -1,6 +1,7 @@
 #include "ui/ConnectionsPage.h"
 
 #include "app/AppModel.h"
+#include "phone/SoftphoneProfile.h"
 #include "records/RecordingRetention.h"
 #include "ui/Bind.h"
 #include "ui/GuidedSetup.h"
@@ -160,6 +161,23 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     m_phoneStatus = makeLabel(QString(), phone);
     m_phoneStatus->setAccessibleName(wording.phoneAudioStateName);
     phone->body()->addWidget(m_phoneStatus);
+    // Which softphone is watched; macOS has only its Phone application.
+    auto* phoneAppRow = new QWidget(phone);
+    auto* phoneAppLayout = new QHBoxLayout(phoneAppRow);
+    phoneAppLayout->setContentsMargins(0, 0, 0, 0);
+    auto* phoneAppLabel = makeLabel(QStringLiteral("Application de téléphonie :"), phoneAppRow);
+    m_phoneApp = new QComboBox(phoneAppRow);
+    nameAfter(m_phoneApp, phoneAppLabel);
+    m_phoneApp->addItem(QStringLiteral("Toutes les applications connues"), QString());
+    for (const SoftphoneProfile& profile : softphones::known()) {
+        if (profile.id != QLatin1String("test"))
+            m_phoneApp->addItem(profile.name, profile.id);
+    }
+    phoneAppLayout->addWidget(phoneAppLabel);
+    phoneAppLayout->addWidget(m_phoneApp);
+    phoneAppLayout->addStretch(1);
+    phoneAppRow->setVisible(wording.platform == WordingPlatform::Linux);
+    phone->body()->addWidget(phoneAppRow);
     layout->addWidget(phone);
 
     auto* recording = new Card(QStringLiteral("Enregistrement et autorisations"), content);
@@ -254,6 +272,16 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
         const QSignalBlocker block(m_retention);
         m_retention->setCurrentIndex(
             qMax(0, m_retention->findData(m_model->recordingRetentionDays())));
+    });
+    connect(m_phoneApp, &QComboBox::currentIndexChanged, this,
+            [this] { m_model->setPhoneApp(m_phoneApp->currentData().toString()); });
+    bind(m_model, &AppModel::phoneAppChanged, this, [this] {
+        const QSignalBlocker block(m_phoneApp);
+        const QString choice = m_model->phoneApp();
+        // A name given elsewhere (the settings file, an older version) stays shown as is.
+        if (m_phoneApp->findData(choice) < 0)
+            m_phoneApp->addItem(choice, choice);
+        m_phoneApp->setCurrentIndex(m_phoneApp->findData(choice));
     });
     bind(m_model, &AppModel::rearmOnWakeChanged, this, [this] {
         const QSignalBlocker block(m_rearmOnWake);

@@ -36,6 +36,7 @@ public:
     ToggleSwitch* recordingSwitch() const { return m_recording; }
     MailSettingsCard* mailCard() const { return m_mail; }
     QComboBox* retentionPicker() const { return m_retention; }
+    QComboBox* phoneAppPicker() const { return m_phoneApp; }
 
 private:
     void refreshDevices();
@@ -55,6 +56,7 @@ private:
     QComboBox* m_micPicker;
     QComboBox* m_listenPicker;
     QLabel* m_phoneStatus;
+    QComboBox* m_phoneApp;
     ToggleSwitch* m_recording;
     QComboBox* m_retention;
     ToggleSwitch* m_rearmOnWake;

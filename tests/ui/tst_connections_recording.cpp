@@ -162,6 +162,35 @@ private Q_SLOTS:
             QStringLiteral("L’enregistrement audio est désactivé.")));
     }
 
+    // On Linux the owner chooses the softphone to watch; the choice is kept and shown again.
+    void theWatchedSoftphoneIsChosenOnLinuxOnly()
+    {
+        {
+            UiRig rig;
+            QVERIFY(!rig.mainWindow->connectionsPage()->phoneAppPicker()->isVisibleTo(
+                rig.mainWindow->connectionsPage()));
+        }
+        PlatformWording::select(WordingPlatform::Linux);
+        {
+            UiRig rig;
+            ui::ConnectionsPage* page = rig.mainWindow->connectionsPage();
+            QComboBox* picker = page->phoneAppPicker();
+            QVERIFY(picker->isVisibleTo(page));
+            QCOMPARE(comboTexts(picker),
+                     (QStringList{QStringLiteral("Toutes les applications connues"),
+                                  QStringLiteral("Twinkle"), QStringLiteral("GNOME Calls"),
+                                  QStringLiteral("Linphone")}));
+            picker->setCurrentText(QStringLiteral("GNOME Calls"));
+            QCOMPARE(rig.model->phoneApp(), QStringLiteral("gnome-calls"));
+            QCOMPARE(Settings(rig.settingsFile()).phoneApp(), QStringLiteral("gnome-calls"));
+            rig.model->setPhoneApp(QStringLiteral("baresip-gtk"));
+            QCOMPARE(picker->currentText(), QStringLiteral("baresip-gtk"));
+            rig.model->setPhoneApp(QString());
+            QCOMPARE(picker->currentIndex(), 0);
+        }
+        PlatformWording::select(WordingPlatform::MacOS);
+    }
+
     void recordingWindowReadsTheFileAndExportsIt()
     {
         QTemporaryDir elsewhere;
