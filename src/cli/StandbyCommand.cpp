@@ -6,6 +6,7 @@
 #include "app/AppDependencies.h"
 #include "app/AppModel.h"
 #include "audio/SoundDevice.h"
+#include "audio/VirtualAudioDevices.h"
 #include "phone/SoftphoneProfile.h"
 #include "records/CallRecord.h"
 #include "records/InstanceLock.h"
@@ -28,16 +29,29 @@ extern "C" void requestStop(int)
     g_stopRequested = true;
 }
 
-// Without the interface's guided setup, the phone circuit is the virtual device pair: the
-// softphone is expected to play into the call device and to use the voice device as its
-// microphone.
+// Without the interface's guided setup, the phone circuit is the virtual device pair. Where
+// Vemira makes the devices itself (Linux), missing ones are made for this session only: keeping
+// them across restarts is the user's choice, in the guided setup.
 void chooseVirtualDevices(AppModel& model, QTextStream& out)
 {
     model.refresh();
-    const auto pair = BrelianDevices::pair(model.devices());
+    auto pair = BrelianDevices::pair(model.devices());
+    const std::unique_ptr<VirtualAudioDevices> maker = createPlatformVirtualAudioDevices();
+    if (!pair && maker) {
+        if (Status failed = maker->create()) {
+            out << failed->message() << Qt::endl;
+        } else {
+            out << QStringLiteral("Appareils audio virtuels « Brelian » créés pour cette session "
+                                  "(l’assistant de configuration de l’application peut les "
+                                  "conserver au redémarrage).")
+                << Qt::endl;
+            model.refresh();
+            pair = BrelianDevices::pair(model.devices());
+        }
+    }
     if (!pair) {
-        out << QStringLiteral("Les appareils audio virtuels « Brelian » sont introuvables "
-                              "(scripts/env/pulseaudio.sh up les crée).")
+        out << QStringLiteral("Les appareils audio virtuels « Brelian » sont introuvables : "
+                              "créez-les dans l’assistant de configuration de l’application.")
             << Qt::endl;
         return;
     }
@@ -48,8 +62,11 @@ void chooseVirtualDevices(AppModel& model, QTextStream& out)
     }
     if (model.inputUID() == pair->call.uid && model.outputUID() == pair->voice.uid)
         model.setRoutingConfirmed(true);
-    out << QStringLiteral("Circuit d’appel : le softphone joue l’appel vers « %1 » et prend « %2 » "
-                          "comme micro.")
+    out << (maker
+                ? QStringLiteral("Circuit d’appel : à chaque appel, le son du softphone est dirigé "
+                                 "vers « %1 » et son micro vers « %2 », puis rendu.")
+                : QStringLiteral("Circuit d’appel : le softphone joue l’appel vers « %1 » et "
+                                 "prend « %2 » comme micro."))
                .arg(pair->call.name, pair->voice.name)
         << Qt::endl;
 }
@@ -183,8 +200,8 @@ void registerStandbyCommands(CommandTable& table)
              "softphone\n"
              "et affiche le journal de session. Ctrl-C termine la conversation en cours en\n"
              "conservant sa fiche, sa transcription et son enregistrement.\n"
-             "Le softphone doit jouer l’appel vers « Brelian — Appel vers IA » et prendre\n"
-             "« Brelian — IA vers appel » comme micro (scripts/env/pulseaudio.sh up les crée).\n\n"
+             "Sous Linux, les appareils virtuels « Brelian » sont créés s’ils manquent, et le\n"
+             "son du softphone y est dirigé pendant chaque appel, puis rendu.\n\n"
              "  --phone-app NOM   l’application de téléphonie à surveiller : twinkle,\n"
              "                    gnome-calls, ou le nom d’une autre application (par défaut :\n"
              "                    Twinkle, GNOME Calls et les noms de VEMIRA_PHONE_APPS)"),
