@@ -106,6 +106,14 @@ private Q_SLOTS:
         QVERIFY(rig.model->connected());
         QVERIFY(rig.model->armed());
         QCOMPARE(rig.model->error(), QString());
+
+        // An error that leaves no session still ends the call, after harmless ones too: hung
+        // up at once, saved once the bounded wind-down (the message asked for) has run.
+        rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
+        QVERIFY(waitFor([&] { return rig.hangUps == 1; }));
+        rig.tick(9);
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QCOMPARE(rig.hangUps, 1);
     }
 
     void callerLeavingWhileTheAIConnectsIsAMissedCall()
