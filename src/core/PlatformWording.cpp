@@ -38,6 +38,7 @@ PlatformWording macWording()
         "macOS a modifié le format audio. Relancez la vérification pour reconstruire le circuit.");
     w.devicesMissing = QStringLiteral(
         "Le module audio Vemira n’est pas chargé. Installez-le puis redémarrez le Mac.");
+    w.devicesIssue = QStringLiteral("Installer le module audio");
     w.defaultDevicesMissing = QStringLiteral("Le micro ou la sortie audio par défaut sont "
                                              "introuvables. Vérifiez les réglages Son de macOS.");
 
@@ -135,6 +136,7 @@ PlatformWording linuxWording()
     w.devicesMissing = QStringLiteral(
         "Les périphériques audio Vemira sont absents. Créez-les à l’étape « Installer le son » de "
         "la configuration guidée.");
+    w.devicesIssue = QStringLiteral("Créer les périphériques audio");
     w.defaultDevicesMissing =
         QStringLiteral("Le micro ou la sortie audio par défaut sont introuvables. Vérifiez les "
                        "réglages de son de l’ordinateur.");
@@ -236,6 +238,7 @@ QStringList PlatformWording::allTexts() const
                          defaultsChanged,
                          formatChanged,
                          devicesMissing,
+                         devicesIssue,
                          defaultDevicesMissing,
                          talkOnComputer,
                          talkOnComputerBody,

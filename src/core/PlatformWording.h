@@ -41,6 +41,7 @@ struct PlatformWording {
     QString defaultsChanged;
     QString formatChanged;
     QString devicesMissing;
+    QString devicesIssue; // the readiness list's entry while the devices are missing
     QString defaultDevicesMissing;
 
     // The test window and the outgoing test call.

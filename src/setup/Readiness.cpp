@@ -60,7 +60,7 @@ QStringList readinessIssues(const ReadinessState& state)
 {
     QStringList issues;
     if (!BrelianDevices::pair(state.devices))
-        issues << QStringLiteral("Installer le module audio");
+        issues << PlatformWording::current().devicesIssue;
     if (!state.accessibility)
         issues << QStringLiteral("Autoriser le décrochage dans Accessibilité");
     else if (!state.phoneApplicationVisible)

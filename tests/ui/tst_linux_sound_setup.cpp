@@ -175,7 +175,7 @@ private Q_SLOTS:
         QVERIFY(!model.routingConfirmed());
         QCOMPARE(state->text(), QStringLiteral("✗ Périphériques audio virtuels absents : cliquez "
                                                "sur Créer les périphériques audio."));
-        QVERIFY(model.readinessIssues().contains(QStringLiteral("Installer le module audio")));
+        QVERIFY(model.readinessIssues().contains(QStringLiteral("Créer les périphériques audio")));
 
         create->click();
         QCOMPARE(brelianSinks(), madeSinks);
