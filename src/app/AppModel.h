@@ -417,6 +417,8 @@ private:
     void completeAICheck(const std::optional<QString>& message, bool armAfter);
     // The key, model or voice changed: a running check stops and nothing counts as verified.
     void forgetAICheck();
+    // Stops the check under way without a word from it; false when none was running.
+    bool abandonCheck();
     void markLastAILineCut();
     void addResponseSettling();
     ReadinessState readinessState() const;

@@ -29,16 +29,22 @@ void AppModel::verifyAI(bool armAfter)
     d->probe->start(d->probeKey, m_model, m_voice);
 }
 
+bool AppModel::abandonCheck()
+{
+    if (!d->probe)
+        return false;
+    d->probe->onComplete = nullptr;
+    d->probe->cancel();
+    d->probe.reset();
+    m_checkAfterWake = false;
+    m_checkingAI = false;
+    return true;
+}
+
 void AppModel::forgetAICheck()
 {
-    const bool wasChecking = d->probe != nullptr;
     const bool wasVerified = m_aiVerified;
-    if (wasChecking) {
-        d->probe->onComplete = nullptr;
-        d->probe->cancel();
-        d->probe.reset();
-        m_checkingAI = false;
-    }
+    const bool wasChecking = abandonCheck();
     m_aiVerified = false;
     if (wasChecking || wasVerified) {
         m_aiStatus = QStringLiteral("Réglages modifiés · connexion à vérifier");
@@ -85,11 +91,8 @@ void AppModel::completeAICheck(const std::optional<QString>& failure, bool armAf
 
 void AppModel::cancelCheck()
 {
-    if (!m_checkingAI)
+    if (!abandonCheck())
         return;
-    d->probe.reset();
-    m_checkAfterWake = false;
-    m_checkingAI = false;
     m_aiVerified = false;
     m_aiStatus = m_keyPresent ? QStringLiteral("Clé enregistrée · connexion à vérifier")
                               : QStringLiteral("Aucune clé enregistrée");
