@@ -1,5 +1,6 @@
 #include "app/AppModel.h"
 #include "app/AppModelParts.h"
+#include "core/PlatformWording.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -16,7 +17,7 @@ QString callKind(bool phoneMode)
 
 QString keptDetail()
 {
-    return QStringLiteral("La conversation est conservée sur ce Mac.");
+    return PlatformWording::current().conversationKept;
 }
 
 } // namespace
