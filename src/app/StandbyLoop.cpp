@@ -86,7 +86,8 @@ void AppModel::applyPhoneChoice()
         deps.phoneApplications = softphones::applicationsOf(chosen);
         QStringList names;
         for (const SoftphoneProfile& profile : chosen)
-            names.append(profile.id == QLatin1String("standard") ? m_phoneApp.value() : profile.name);
+            names.append(profile.id == QLatin1String("standard") ? m_phoneApp.value()
+                                                                 : profile.name);
         watched = names.join(QStringLiteral(", "));
     }
     d->phone =
