@@ -108,7 +108,7 @@ struct LatencyFigures {
     {
         LatencyFigures figures;
         QJsonObject conversation;
-        for (const QJsonValue& session : standin.value(QStringLiteral("sessions")).toArray()) {
+        for (const QJsonValue session : standin.value(QStringLiteral("sessions")).toArray()) {
             if (session.toObject().contains(QStringLiteral("greetRequested")))
                 conversation = session.toObject();
         }
@@ -122,12 +122,12 @@ struct LatencyFigures {
                 (arrived.at(i)[QStringLiteral("arrived")].toDouble() - written) / 1e6);
         }
         const QJsonArray heard = softphone.value(QStringLiteral("heardStarts")).toArray();
-        for (const QJsonValue& response :
+        for (const QJsonValue response :
              conversation.value(QStringLiteral("responses")).toArray()) {
             // The line's first loud sample left the stand-in with the first delta, in effect.
             const double sent = response[QStringLiteral("firstDeltaSent")].toDouble() +
                                 response[QStringLiteral("onsetSample")].toDouble() / 24000.0 * 1e9;
-            for (const QJsonValue& start : heard) {
+            for (const QJsonValue start : heard) {
                 const double at = start[QStringLiteral("at")].toDouble();
                 if (at >= sent - 5e6) {
                     figures.aiToCaller.append((at - sent) / 1e6);
@@ -582,7 +582,7 @@ private:
         const QJsonObject softphone =
             readJson(m_report.value(QStringLiteral("softphoneMarks")).toString());
         QJsonObject conversation;
-        for (const QJsonValue& session :
+        for (const QJsonValue session :
              readJson(m_report.value(QStringLiteral("standinMarks")).toString())
                  .value(QStringLiteral("sessions"))
                  .toArray()) {

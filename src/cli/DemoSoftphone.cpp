@@ -23,8 +23,8 @@ QString findDemoFile(const char* envName, const QString& relative)
     return QFileInfo::exists(path) ? QFileInfo(path).absoluteFilePath() : QString();
 }
 
-DemoSoftphone::DemoSoftphone(QString id, QString folder, QProcessEnvironment env)
-    : m_id(std::move(id)), m_folder(std::move(folder)), m_env(std::move(env))
+DemoSoftphone::DemoSoftphone(QString id, QString folder, const QProcessEnvironment& env)
+    : m_id(std::move(id)), m_folder(std::move(folder)), m_env(env)
 {
     // <source>/build-x/src/cli/vemira → <source>/scripts/env/softphone.sh
     m_script = findDemoFile("VEMIRA_SOFTPHONE_SCRIPT",
@@ -131,7 +131,7 @@ QStringList DemoSoftphone::streamPlaces() const
                 run({QStringLiteral("-f"), QStringLiteral("json"), QStringLiteral("list"),
                      capture ? QStringLiteral("source-outputs") : QStringLiteral("sink-inputs")}))
                 .array();
-        for (const QJsonValue& stream : streams) {
+        for (const QJsonValue stream : streams) {
             const QJsonObject properties = stream[QStringLiteral("properties")].toObject();
             if (properties[QStringLiteral("application.process.id")].toString().toLongLong() !=
                 m_pid)

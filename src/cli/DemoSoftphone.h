@@ -14,7 +14,7 @@ namespace vemira {
 class DemoSoftphone {
 public:
     // `id`: "twinkle" or "gnome-calls". `env`: the demonstration's desktop and audio server.
-    DemoSoftphone(QString id, QString folder, QProcessEnvironment env);
+    DemoSoftphone(QString id, QString folder, const QProcessEnvironment& env);
     ~DemoSoftphone();
     DemoSoftphone(const DemoSoftphone&) = delete;
     DemoSoftphone& operator=(const DemoSoftphone&) = delete;
