@@ -82,7 +82,8 @@ SetupOutcome SoundServerSetup::tryPhoneRouting(const PhoneStreamOwner& owner,
         return {false, QStringLiteral("Le branchement automatique du son n’est pas disponible "
                                       "sur ce système.")};
     if (m_routing->routing())
-        return {false, QStringLiteral("Un appel est en cours : son son passe déjà par Vemira.")};
+        return {false,
+                QStringLiteral("Un appel est en cours : le son de l’appel passe déjà par Vemira.")};
     if (Status failed = m_routing->route(owner, callUID, voiceUID))
         return {false, failed->message()};
     m_routing->release();
