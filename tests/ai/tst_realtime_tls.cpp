@@ -114,6 +114,22 @@ quint16 peerPort(qintptr descriptor)
 }
 #endif
 
+// Sanitizers slow the code under test several times over.
+constexpr bool sanitizedBuild()
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+    return true;
+#else
+    return false;
+#endif
+#else
+    return false;
+#endif
+}
+
 } // namespace
 
 // The realtime client over wss:// on loopback, against a server whose self-signed certificate
@@ -228,6 +244,11 @@ private Q_SLOTS:
 #ifndef Q_OS_LINUX
         QSKIP("reads the kernel's TCP counters");
 #else
+        // The case measures a race between the client and a link read at a set pace: a
+        // sanitized build appends too slowly to outrun it, and its snapshots drift by a few
+        // frames. The optimised build runs it; the two cases above cover TLS under sanitizers.
+        if (sanitizedBuild())
+            QSKIP("timing measurement: run in the optimised build");
         ScriptedRealtimeServer server(ScriptedRealtimeServer::Transport::Tls);
         server.useAsEndpoint();
         RealtimeClient client(clock);
