@@ -6,6 +6,7 @@
 // recording and the timing marks of the softphone and the stand-in.
 #include "common/ConversationScript.h"
 #include "common/MarksFile.h"
+#include "common/VoiceMatch.h"
 #include "records/CallRecord.h"
 #include "records/HistoryCodec.h"
 
@@ -28,111 +29,6 @@ namespace {
 
 constexpr int kRate = 24000;
 constexpr int kDecimation = 3; // correlations run at 8 kHz: plenty for a voice, 9× cheaper
-
-struct Wav {
-    int format = 0;
-    int channels = 0;
-    int rate = 0;
-    int bits = 0;
-    std::vector<float> samples;
-};
-
-// A deliberately independent reader: the file must be a plain RIFF/WAVE of float samples.
-std::optional<Wav> readWav(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    const QByteArray bytes = file.readAll();
-    if (bytes.size() < 12 || !bytes.startsWith("RIFF") || bytes.mid(8, 4) != "WAVE")
-        return std::nullopt;
-    auto u16 = [&](qsizetype at) {
-        return int(quint8(bytes[at])) | int(quint8(bytes[at + 1])) << 8;
-    };
-    auto u32 = [&](qsizetype at) { return qint64(u16(at)) | qint64(u16(at + 2)) << 16; };
-    Wav wav;
-    qsizetype at = 12;
-    bool haveFormat = false;
-    while (at + 8 <= bytes.size()) {
-        const QByteArray id = bytes.mid(at, 4);
-        const qint64 size = u32(at + 4);
-        const qsizetype body = at + 8;
-        if (id == "fmt " && size >= 16) {
-            wav.format = u16(body);
-            wav.channels = u16(body + 2);
-            wav.rate = int(u32(body + 4));
-            wav.bits = u16(body + 14);
-            // WAVE_FORMAT_EXTENSIBLE: the real format is the sub-format's first two bytes.
-            if (wav.format == 0xFFFE && size >= 26)
-                wav.format = u16(body + 24);
-            haveFormat = true;
-        } else if (id == "data" && haveFormat) {
-            const qint64 count = std::min<qint64>(size, bytes.size() - body) / 4;
-            wav.samples.resize(size_t(count));
-            std::memcpy(wav.samples.data(), bytes.constData() + body, size_t(count) * 4);
-            return wav;
-        }
-        at = body + size + (size & 1);
-    }
-    return std::nullopt;
-}
-
-std::vector<float> decimate(const float* samples, qsizetype count)
-{
-    std::vector<float> out(size_t(count / kDecimation));
-    for (size_t i = 0; i < out.size(); ++i) {
-        float sum = 0;
-        for (int k = 0; k < kDecimation; ++k)
-            sum += samples[i * kDecimation + size_t(k)];
-        out[i] = sum / kDecimation;
-    }
-    return out;
-}
-
-std::vector<float> pcmToFloat(const QByteArray& pcm)
-{
-    std::vector<float> out(size_t(pcm.size() / 2));
-    for (size_t i = 0; i < out.size(); ++i) {
-        qint16 s = 0;
-        std::memcpy(&s, pcm.constData() + 2 * i, 2);
-        out[i] = float(s) / 32768.0f;
-    }
-    return out;
-}
-
-struct Match {
-    double seconds = 0; // where the reference starts in the recording
-    double correlation = 0;
-};
-
-// Where, between `from` and `to` seconds, the recording looks most like the reference
-// (normalised cross-correlation, so the recorder's mixing weight does not matter).
-Match findVoice(const std::vector<float>& recording, const std::vector<float>& reference,
-                double from, double to)
-{
-    const double rate = double(kRate) / kDecimation;
-    Match best;
-    best.correlation = -1;
-    double refEnergy = 0;
-    for (float r : reference)
-        refEnergy += double(r) * r;
-    const qsizetype first = std::max<qsizetype>(0, qsizetype(from * rate));
-    const qsizetype last = std::min<qsizetype>(
-        qsizetype(to * rate), qsizetype(recording.size()) - qsizetype(reference.size()));
-    for (qsizetype lag = first; lag <= last; ++lag) {
-        double dot = 0;
-        double energy = 0;
-        for (size_t i = 0; i < reference.size(); ++i) {
-            const double x = recording[size_t(lag) + i];
-            dot += x * reference[i];
-            energy += x * x;
-        }
-        const double c = energy > 0 ? dot / std::sqrt(energy * refEnergy) : 0;
-        if (c > best.correlation)
-            best = {double(lag) / rate, c};
-    }
-    return best;
-}
 
 double ns(const QJsonValue& value)
 {
@@ -339,8 +235,7 @@ void TestEndToEndCall::recordingHoldsBothVoicesWhenTheyWereSpoken()
     QCOMPARE(wav->bits, 32);
     QCOMPARE(wav->channels, 1);
     QCOMPARE(wav->rate, kRate);
-    const std::vector<float> recording =
-        decimate(wav->samples.data(), qsizetype(wav->samples.size()));
+    const std::vector<float> recording = decimate(wav->samples, kDecimation);
 
     // The recorder's time zero is the moment the AI reported ready.
     const double origin = ns(m_conversation.value(QStringLiteral("readySent")));
@@ -354,10 +249,11 @@ void TestEndToEndCall::recordingHoldsBothVoicesWhenTheyWereSpoken()
         // Half a second of the line from its first sound: enough to tell two sentences apart.
         const std::vector<float> voice = pcmToFloat(line.pcm);
         const qsizetype start = line.onsetSample;
-        const std::vector<float> reference = decimate(
-            voice.data() + start, std::min<qsizetype>(kRate / 2, qsizetype(voice.size()) - start));
-        const Match match =
-            findVoice(recording, reference, expectedSeconds - 0.5, expectedSeconds + 1.0);
+        const std::vector<float> reference =
+            decimate(voice.data() + start,
+                     std::min<qsizetype>(kRate / 2, qsizetype(voice.size()) - start), kDecimation);
+        const VoiceMatch match = findVoice(recording, reference, double(kRate) / kDecimation,
+                                           expectedSeconds - 0.5, expectedSeconds + 1.0);
         qInfo("%s line %s: expected at %.3f s, found at %.3f s (correlation %.2f)", who,
               qPrintable(line.id), expectedSeconds, match.seconds, match.correlation);
         QVERIFY2(match.correlation >= 0.6,

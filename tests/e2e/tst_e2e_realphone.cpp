@@ -4,6 +4,7 @@
 // the virtual devices, and the caller hangs up after the goodbye. The checks read the run's
 // report, the saved record and the recording.
 #include "common/ConversationScript.h"
+#include "common/VoiceMatch.h"
 #include "records/CallRecord.h"
 #include "records/HistoryCodec.h"
 
@@ -15,8 +16,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
-#include <cmath>
-#include <cstring>
 
 using namespace vemira;
 using namespace vemira::e2e;
@@ -26,65 +25,13 @@ namespace {
 // Voices compared at 1 kHz: enough to tell the lines apart, cheap over a whole call.
 constexpr int kDecimation = 24;
 
-std::vector<float> decimate(const std::vector<float>& samples)
-{
-    std::vector<float> out(samples.size() / kDecimation);
-    for (size_t i = 0; i < out.size(); ++i) {
-        float sum = 0;
-        for (int k = 0; k < kDecimation; ++k)
-            sum += samples[i * kDecimation + size_t(k)];
-        out[i] = sum / kDecimation;
-    }
-    return out;
-}
-
-// The float samples of the recorder's 24 kHz mono WAV (its data chunk).
-std::vector<float> wavSamples(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    const QByteArray bytes = file.readAll();
-    const qsizetype data = bytes.indexOf("data");
-    if (data < 0)
-        return {};
-    std::vector<float> samples(size_t((bytes.size() - data - 8) / 4));
-    std::memcpy(samples.data(), bytes.constData() + data + 8, samples.size() * 4);
-    return samples;
-}
-
-std::vector<float> pcmSamples(const QByteArray& pcm)
-{
-    std::vector<float> out(size_t(pcm.size() / 2));
-    for (size_t i = 0; i < out.size(); ++i) {
-        qint16 s = 0;
-        std::memcpy(&s, pcm.constData() + 2 * i, 2);
-        out[i] = float(s) / 32768.0f;
-    }
-    return out;
-}
-
 // Best normalised correlation of the line's first 1.5 s anywhere in the recording.
 double bestCorrelation(const std::vector<float>& recording, const ScriptLine& line)
 {
-    std::vector<float> reference = decimate(pcmSamples(line.pcm));
+    std::vector<float> reference = decimate(pcmToFloat(line.pcm), kDecimation);
     reference.resize(std::min<size_t>(reference.size(), 1500));
-    double refEnergy = 0;
-    for (float r : reference)
-        refEnergy += double(r) * r;
-    double best = 0;
-    for (size_t lag = 0; lag + reference.size() <= recording.size(); ++lag) {
-        double dot = 0;
-        double energy = 0;
-        for (size_t i = 0; i < reference.size(); ++i) {
-            const double x = recording[lag + i];
-            dot += x * reference[i];
-            energy += x * x;
-        }
-        if (energy > 0)
-            best = std::max(best, dot / std::sqrt(energy * refEnergy));
-    }
-    return best;
+    const double rate = 24000.0 / kDecimation;
+    return findVoice(recording, reference, rate, 0, double(recording.size()) / rate).correlation;
 }
 
 } // namespace
@@ -164,8 +111,9 @@ void TestRealPhone::wholeCallWithTheRealSoftphone()
     // call. Each voice's best-matching line counts, held to 0.5: a line can be blurred where the
     // two voices overlap or a loaded machine stretched it (0.59 and 0.78 were seen), while a
     // voice that is not there scores about 0.2 (the same lines played backwards).
-    const std::vector<float> recording =
-        decimate(wavSamples(figures.value(QStringLiteral("recording")).toString()));
+    const auto wav = readWav(figures.value(QStringLiteral("recording")).toString());
+    QVERIFY(wav);
+    const std::vector<float> recording = decimate(wav->samples, kDecimation);
     QVERIFY(recording.size() > 10000);
     auto script = ConversationScript::load(ConversationScript::defaultFolder());
     QVERIFY(script.ok());

@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QStringList>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -20,10 +21,20 @@ public:
         bool tls = false;   // self-signed certificate, STARTTLS required
         bool smtps = false; // TLS from the first byte
         int port = 0;       // 0 = any free port
+
+        // What most tests use: STARTTLS and a login.
+        static Options withLogin(const QString& user, const QString& password)
+        {
+            Options options;
+            options.user = user;
+            options.password = password;
+            options.tls = true;
+            return options;
+        }
     };
 
-    explicit SmtpTestServer(const Options& options) : SmtpTestServer(options, true) {}
-    SmtpTestServer() : SmtpTestServer(Options{}, true) {}
+    explicit SmtpTestServer(const Options& options) { start(options); }
+    SmtpTestServer() { start(Options()); }
     ~SmtpTestServer()
     {
         m_process.kill();
@@ -58,7 +69,7 @@ public:
     QString errors() { return QString::fromUtf8(m_process.readAllStandardError()); }
 
 private:
-    SmtpTestServer(const Options& options, bool)
+    void start(const Options& options)
     {
         QStringList args{QStringLiteral(VEMIRA_SMTP_SERVER_SCRIPT), QStringLiteral("--out"),
                          m_dir.path()};
@@ -89,6 +100,11 @@ private:
 };
 
 // A loopback port where nothing listens (bound, then released at once).
-int freeLoopbackPort();
+inline int freeLoopbackPort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost, 0);
+    return server.serverPort();
+}
 
 } // namespace vemira::test

@@ -7,19 +7,11 @@
 #include "records/TranscriptDocument.h"
 
 #include <QJsonArray>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
 using namespace vemira;
 using test::SmtpTestServer;
-
-int test::freeLoopbackPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost, 0);
-    return server.serverPort();
-}
 
 namespace {
 
@@ -229,10 +221,8 @@ void MailTest::recordingIsAttachedOnlyWhenAsked()
 
 void MailTest::startTlsWithLoginAndTrustedCertificate()
 {
-    SmtpTestServer::Options options;
-    options.user = QStringLiteral("gerant");
-    options.password = QStringLiteral("mot de passe « long » ’");
-    options.tls = true;
+    const auto options = SmtpTestServer::Options::withLogin(
+        QStringLiteral("gerant"), QStringLiteral("mot de passe « long » ’"));
     SmtpTestServer server(options);
     QVERIFY(server.started());
 
@@ -276,10 +266,8 @@ void MailTest::implicitTls()
 
 void MailTest::refusedPasswordAndUnreachableServer()
 {
-    SmtpTestServer::Options options;
-    options.user = QStringLiteral("gerant");
-    options.password = QStringLiteral("le-bon");
-    options.tls = true;
+    const auto options =
+        SmtpTestServer::Options::withLogin(QStringLiteral("gerant"), QStringLiteral("le-bon"));
     SmtpTestServer server(options);
     QVERIFY(server.started());
     Settings::Mail settings = mailSettings(server.url());

@@ -11,18 +11,10 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QTcpServer>
 #include <QTest>
 
 using namespace vemira;
 using test::SmtpTestServer;
-
-int test::freeLoopbackPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost, 0);
-    return server.serverPort();
-}
 
 class MailSettingsCardTest : public QObject {
     Q_OBJECT
@@ -33,10 +25,8 @@ private Q_SLOTS:
 
 void MailSettingsCardTest::setUpTestAndTurnOff()
 {
-    SmtpTestServer::Options options;
-    options.user = QStringLiteral("gerant");
-    options.password = QStringLiteral("le-bon");
-    options.tls = true;
+    const auto options =
+        SmtpTestServer::Options::withLogin(QStringLiteral("gerant"), QStringLiteral("le-bon"));
     SmtpTestServer server(options);
     QVERIFY(server.started());
 

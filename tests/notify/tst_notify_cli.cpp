@@ -2,7 +2,6 @@
 
 #include <QFileInfo>
 #include <QProcess>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -15,13 +14,6 @@ struct Run {
 };
 
 } // namespace
-
-int vemira::test::freeLoopbackPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost, 0);
-    return server.serverPort();
-}
 
 using vemira::test::SmtpTestServer;
 
@@ -60,10 +52,8 @@ private:
 
 void NotifyCliTest::setTestStatusOff()
 {
-    SmtpTestServer::Options options;
-    options.user = QStringLiteral("gerant");
-    options.password = QStringLiteral(" espace autour ");
-    options.tls = true;
+    const auto options = SmtpTestServer::Options::withLogin(QStringLiteral("gerant"),
+                                                            QStringLiteral(" espace autour "));
     SmtpTestServer server(options);
     QVERIFY(server.started());
 
@@ -114,10 +104,8 @@ void NotifyCliTest::setTestStatusOff()
 
 void NotifyCliTest::refusedAndUnreachableAreFailures()
 {
-    SmtpTestServer::Options options;
-    options.user = QStringLiteral("gerant");
-    options.password = QStringLiteral("le-bon");
-    options.tls = true;
+    const auto options =
+        SmtpTestServer::Options::withLogin(QStringLiteral("gerant"), QStringLiteral("le-bon"));
     SmtpTestServer server(options);
     QVERIFY(server.started());
     const QStringList set{QStringLiteral("notify"), QStringLiteral("set"),
