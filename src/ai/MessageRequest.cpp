@@ -155,7 +155,7 @@ void MessageRequest::start(std::function<void(const Outcome&)> done)
     cancel();
     m_done = std::move(done);
     const quint64 round = ++m_round;
-    if (!m_client || !m_client->isReady()) {
+    if (!m_client || !m_client->acceptsRequests()) {
         QMetaObject::invokeMethod(
             this,
             [this, round] {

@@ -248,6 +248,7 @@ void RealtimeClient::close()
 void RealtimeClient::teardown()
 {
     m_ready = false;
+    m_sessionEnded = false;
     m_held = false;
     m_responseActive = false;
     m_pendingInstructions.reset();
@@ -599,6 +600,8 @@ void RealtimeClient::handle(const QString& type, const QJsonObject& event)
             stringAt(event.value(QLatin1String("error")).toObject(), QLatin1String("code"));
         const QString message =
             realtime::serverErrorMessage(code.value_or(QStringLiteral("erreur")));
+        if (realtime::serverErrorEndsSession(code))
+            m_sessionEnded = true;
         if (onServerError)
             fire(onServerError, code, message);
         else

@@ -116,6 +116,9 @@ public:
     void addSystemNote(const QString& text);
 
     bool isReady() const { return m_ready; }
+    // Ready, and no error from the server has ended the session: something may still be asked
+    // of the model (the socket can outlive such an error by a while).
+    bool acceptsRequests() const { return m_ready && !m_sessionEnded; }
     bool isOpen() const { return m_socket != nullptr; }
     const ConversationUsageMeter& usageMeter() const { return m_meter; }
     const std::optional<QString>& pendingInstructions() const { return m_pendingInstructions; }
@@ -173,6 +176,7 @@ private:
     ConversationUsageMeter m_meter;
     qint64 m_audioBytesSinceUsage = 0;
     bool m_ready = false;
+    bool m_sessionEnded = false;
     std::optional<QString> m_pendingInstructions;
 
     // Barge-in: responses the caller cut off. Their late audio is dropped and their
