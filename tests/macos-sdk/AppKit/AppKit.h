@@ -32,5 +32,6 @@ NS_ASSUME_NONNULL_BEGIN
 @end
 
 FOUNDATION_EXPORT NSNotificationName const NSWorkspaceWillSleepNotification;
+FOUNDATION_EXPORT NSNotificationName const NSWorkspaceDidWakeNotification;
 
 NS_ASSUME_NONNULL_END

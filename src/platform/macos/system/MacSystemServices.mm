@@ -1,4 +1,4 @@
-// The workspace and the will-sleep notification through AppKit; the capture permission
+// The workspace and the sleep and wake notifications through AppKit; the capture permission
 // through AVFoundation. Compiled with ARC.
 
 #include "app/SystemServices.h"
@@ -45,23 +45,35 @@ public:
     {
         NSNotificationCenter* center = [[NSWorkspace sharedWorkspace] notificationCenter];
         MacSleepNotifier* owner = this;
-        m_observer = [center addObserverForName:NSWorkspaceWillSleepNotification
-                                         object:nil
-                                          queue:[NSOperationQueue mainQueue]
-                                     usingBlock:^(NSNotification*) {
-                                       if (owner->onWillSleep)
-                                           owner->onWillSleep();
-                                     }];
+        m_sleepObserver = [center addObserverForName:NSWorkspaceWillSleepNotification
+                                              object:nil
+                                               queue:[NSOperationQueue mainQueue]
+                                          usingBlock:^(NSNotification*) {
+                                            if (owner->onWillSleep)
+                                                owner->onWillSleep();
+                                          }];
+        // On wake the receptionist re-checks its circuit and arms again.
+        m_wakeObserver = [center addObserverForName:NSWorkspaceDidWakeNotification
+                                             object:nil
+                                              queue:[NSOperationQueue mainQueue]
+                                         usingBlock:^(NSNotification*) {
+                                           if (owner->onWoke)
+                                               owner->onWoke();
+                                         }];
     }
 
     ~MacSleepNotifier() override
     {
-        if (m_observer != nil)
-            [[[NSWorkspace sharedWorkspace] notificationCenter] removeObserver:m_observer];
+        NSNotificationCenter* center = [[NSWorkspace sharedWorkspace] notificationCenter];
+        if (m_sleepObserver != nil)
+            [center removeObserver:m_sleepObserver];
+        if (m_wakeObserver != nil)
+            [center removeObserver:m_wakeObserver];
     }
 
 private:
-    id<NSObject> m_observer = nil;
+    id<NSObject> m_sleepObserver = nil;
+    id<NSObject> m_wakeObserver = nil;
 };
 
 } // namespace
