@@ -100,7 +100,7 @@ bool MessageRequest::isAnswer(const QJsonObject& response)
 MessageRequest::Outcome MessageRequest::read(const QJsonObject& response)
 {
     const QJsonArray output = response.value(QLatin1String("output")).toArray();
-    for (const QJsonValue& value : output) {
+    for (const auto& value : output) {
         const QJsonObject item = value.toObject();
         if (item.value(QLatin1String("type")) != QLatin1String("function_call") ||
             item.value(QLatin1String("name")) != toolName())
@@ -185,7 +185,7 @@ void MessageRequest::cancel()
         m_client->onMessageResponse = nullptr;
 }
 
-void MessageRequest::finish(Outcome outcome)
+void MessageRequest::finish(const Outcome& outcome)
 {
     auto done = std::exchange(m_done, nullptr);
     cancel();

@@ -64,7 +64,7 @@ public:
     bool isRunning() const { return static_cast<bool>(m_done); }
 
 private:
-    void finish(Outcome outcome);
+    void finish(const Outcome& outcome);
 
     QPointer<RealtimeClient> m_client;
     Clock& m_clock;

@@ -139,7 +139,8 @@ public:
     // Requests the backend makes on its own (one per listed application, one per child of
     // a child list) stop once `timeRemains` answers false, so a search's budget also
     // bounds them. Empty: no bound. The default backend makes no such requests.
-    virtual void setDeadline(std::function<bool()> timeRemains) { (void)timeRemains; }
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): a sink, moved from by overriders.
+    virtual void setDeadline(std::function<bool()> /*timeRemains*/) {}
     // True when the platform knows where to find the application (it may not be running).
     virtual bool canOpenApplication(const QString& applicationId) = 0;
     // Launches or brings forward the application with activation; `done` runs on the main

@@ -30,7 +30,7 @@ bool sameRow(const QRect& a, const QRect& b)
 } // namespace
 
 PhoneAutomation::PhoneAutomation(Accessibility& accessibility, Clock& clock,
-                                 QStringList searchedApplications)
+                                 const QStringList& searchedApplications)
     : PhoneAutomation(accessibility, clock, softphones::forApplications(searchedApplications))
 {}
 
@@ -66,14 +66,16 @@ std::vector<PhoneAutomation::Root> PhoneAutomation::roots()
              m_accessibility.applicationRoots(m_profiles.front().applications))
             found.push_back({&m_profiles.front(), std::move(root)});
     } else {
-        for (auto& [id, root] :
+        // Not a structured binding: clang before 16 cannot capture one in the lambda.
+        for (auto& named :
              m_accessibility.namedApplicationRoots(softphones::applicationsOf(m_profiles))) {
+            const QString& id = named.first;
             const auto profile =
                 std::find_if(m_profiles.begin(), m_profiles.end(), [&](const auto& p) {
                     return p.applications.contains(id, Qt::CaseInsensitive);
                 });
             if (profile != m_profiles.end())
-                found.push_back({&*profile, std::move(root)});
+                found.push_back({&*profile, std::move(named.second)});
         }
     }
     for (const Root& root : found)

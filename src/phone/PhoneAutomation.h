@@ -31,7 +31,8 @@ public:
 
     // `searchedApplications`: see searchedPhoneApplications(); each is searched under the
     // known profile that lists it, or under the standard rules.
-    PhoneAutomation(Accessibility& accessibility, Clock& clock, QStringList searchedApplications);
+    PhoneAutomation(Accessibility& accessibility, Clock& clock,
+                    const QStringList& searchedApplications);
     PhoneAutomation(Accessibility& accessibility, Clock& clock,
                     std::vector<SoftphoneProfile> profiles);
     ~PhoneAutomation();
