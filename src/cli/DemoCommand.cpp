@@ -9,10 +9,11 @@
 
 #ifdef Q_OS_LINUX
 #include "DemoEnvironment.h"
-#include "DemoSoftphone.h"
 #include "SessionLogPrinter.h"
 #include "app/AppDependencies.h"
 #include "app/AppModel.h"
+#include "cli/demo/DemoSoftphone.h"
+#include "cli/demo/PrivateNetwork.h"
 #include "notify/AfterCallNotices.h"
 #include "notify/MailAccount.h"
 #include "records/APIKeyStore.h"
@@ -622,20 +623,6 @@ private:
 };
 
 } // namespace
-
-// The only network interface is the loopback (a namespace of our own).
-static bool inPrivateNetwork()
-{
-    QFile devices(QStringLiteral("/proc/self/net/dev"));
-    if (!devices.open(QIODevice::ReadOnly))
-        return false;
-    QStringList interfaces;
-    for (const QByteArray& line : devices.readAll().split('\n')) {
-        if (line.contains(':'))
-            interfaces.append(QString::fromLatin1(line.left(line.indexOf(':')).trimmed()));
-    }
-    return interfaces == QStringList{QStringLiteral("lo")};
-}
 
 static int runInPrivateNetwork(const QStringList& arguments)
 {

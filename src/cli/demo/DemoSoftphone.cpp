@@ -23,12 +23,15 @@ QString findDemoFile(const char* envName, const QString& relative)
     return QFileInfo::exists(path) ? QFileInfo(path).absoluteFilePath() : QString();
 }
 
-DemoSoftphone::DemoSoftphone(QString id, QString folder, const QProcessEnvironment& env)
-    : m_id(std::move(id)), m_folder(std::move(folder)), m_env(env)
+DemoSoftphone::DemoSoftphone(QString id, QString folder, const QProcessEnvironment& env,
+                             QString language, QString script)
+    : m_id(std::move(id)), m_folder(std::move(folder)), m_language(std::move(language)),
+      m_script(std::move(script)), m_env(env)
 {
     // <source>/build-x/src/cli/vemira → <source>/scripts/env/softphone.sh
-    m_script = findDemoFile("VEMIRA_SOFTPHONE_SCRIPT",
-                            QStringLiteral("../../../scripts/env/softphone.sh"));
+    if (m_script.isEmpty())
+        m_script = findDemoFile("VEMIRA_SOFTPHONE_SCRIPT",
+                                QStringLiteral("../../../scripts/env/softphone.sh"));
 }
 
 DemoSoftphone::~DemoSoftphone()
@@ -80,21 +83,29 @@ Status DemoSoftphone::script(const QStringList& arguments, const QString& failur
 Status DemoSoftphone::start()
 {
     m_started = true;
-    return script({QStringLiteral("start"), m_folder, m_id, QStringLiteral("fr")},
+    return script({QStringLiteral("start"), m_folder, m_id, m_language},
                   QStringLiteral("%1 n’a pas démarré.").arg(displayName()));
 }
 
 Status DemoSoftphone::startCaller(const QString& wav, const QString& sink)
 {
     m_started = true;
-    return script({QStringLiteral("caller"), m_folder, wav, sink},
-                  QStringLiteral("L’appelant SIP (baresip) n’a pas démarré."));
+    QStringList arguments{QStringLiteral("caller"), m_folder, wav};
+    if (!sink.isEmpty())
+        arguments.append(sink);
+    return script(arguments, QStringLiteral("L’appelant SIP (baresip) n’a pas démarré."));
 }
 
 Status DemoSoftphone::dial()
 {
     return script({QStringLiteral("dial"), m_folder},
                   QStringLiteral("L’appelant SIP n’a pas pu composer le numéro."));
+}
+
+Status DemoSoftphone::hangUp()
+{
+    return script({QStringLiteral("hangup"), m_folder},
+                  QStringLiteral("L’appelant SIP n’a pas pu raccrocher."));
 }
 
 void DemoSoftphone::stop()
@@ -143,10 +154,10 @@ QStringList DemoSoftphone::streamPlaces() const
     return places;
 }
 
-bool DemoSoftphone::callerHungUp() const
+bool DemoSoftphone::callerLogShows(const QByteArray& text) const
 {
     QFile log(QDir(m_folder).filePath(QStringLiteral("caller.log")));
-    return log.open(QIODevice::ReadOnly) && log.readAll().contains("terminated (duration");
+    return log.open(QIODevice::ReadOnly) && log.readAll().contains(text);
 }
 
 } // namespace vemira

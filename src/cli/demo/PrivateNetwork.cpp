@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace vemira::e2e {
+namespace vemira {
 
 bool inPrivateNetwork()
 {
@@ -52,4 +52,4 @@ bool enterPrivateNetwork(QString* error)
     return up;
 }
 
-} // namespace vemira::e2e
+} // namespace vemira

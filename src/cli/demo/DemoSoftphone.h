@@ -8,39 +8,51 @@
 
 namespace vemira {
 
-// A real softphone for the demonstration (Twinkle or GNOME Calls) and the headless SIP
-// caller that rings it over loopback and says a WAV file, both started and stopped by
-// scripts/env/softphone.sh in a folder of the demonstration. Main thread.
+// A real softphone (Twinkle or GNOME Calls) and the headless SIP caller, "Jean Test"
+// <sip:0612345678@127.0.0.1>, who rings it over loopback and says a WAV file. Both are started
+// and stopped by scripts/env/softphone.sh with a private HOME in `folder`, on the desktop and
+// audio server of `env`, inside a network of their own (PrivateNetwork.h): the SIP ports are
+// fixed. Used by the demonstration and by the tests that drive real softphones. Stopped on
+// destruction. Main thread.
 class DemoSoftphone {
 public:
-    // `id`: "twinkle" or "gnome-calls". `env`: the demonstration's desktop and audio server.
-    DemoSoftphone(QString id, QString folder, const QProcessEnvironment& env);
+    // `id`: "twinkle" or "gnome-calls"; `language`: "fr" or "en". `script`: softphone.sh,
+    // empty to look for it beside the program (findDemoFile).
+    DemoSoftphone(QString id, QString folder, const QProcessEnvironment& env,
+                  QString language = QStringLiteral("fr"), QString script = {});
     ~DemoSoftphone();
     DemoSoftphone(const DemoSoftphone&) = delete;
     DemoSoftphone& operator=(const DemoSoftphone&) = delete;
 
     static bool known(const QString& id);
+    QString id() const { return m_id; }
+    QString folder() const { return m_folder; }
     // The softphone's application name on the accessibility bus, and its name for the user.
     QString applicationName() const;
     QString displayName() const;
 
     Status start();
-    // The caller says `wav` and hears the call on `sink`.
+    // The caller says `wav` and hears the call on `sink` (empty: the default sink).
     Status startCaller(const QString& wav, const QString& sink);
+    // The caller dials the softphone / hangs up.
     Status dial();
+    Status hangUp();
     void stop();
 
     qint64 pid() const { return m_pid; }
     // The devices (sink or source names) the softphone's streams are on now.
     QStringList streamPlaces() const;
+    // The caller's log holds `text` ("Call established", "terminated"…).
+    bool callerLogShows(const QByteArray& text) const;
     // The caller's log says its call ended.
-    bool callerHungUp() const;
+    bool callerHungUp() const { return callerLogShows("terminated (duration"); }
 
 private:
     Status script(const QStringList& arguments, const QString& failure);
 
     QString m_id;
     QString m_folder;
+    QString m_language;
     QString m_script;
     QProcessEnvironment m_env;
     qint64 m_pid = 0;

@@ -2,7 +2,7 @@
 
 #include <QString>
 
-namespace vemira::e2e {
+namespace vemira {
 
 // Moves this process (and every process it starts afterwards) into a network namespace of
 // its own that holds only the loopback interface, brought up. SIP softphones bind fixed
@@ -14,4 +14,4 @@ bool enterPrivateNetwork(QString* error);
 // True when the only network interface is the loopback.
 bool inPrivateNetwork();
 
-} // namespace vemira::e2e
+} // namespace vemira
