@@ -9,9 +9,9 @@
 #include "platform/linux/phone/AtspiAccessibility.h"
 #endif
 #ifdef VEMIRA_REAL_SOFTPHONES
+#include "cli/demo/DemoSoftphone.h"
+#include "cli/demo/PrivateNetwork.h"
 #include "common/PrivateDesktop.h"
-#include "common/PrivateNetwork.h"
-#include "common/RealSoftphone.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -198,13 +198,14 @@ void realSoftphones()
                        QStringLiteral("synth"), QStringLiteral("30"), QStringLiteral("sine"),
                        QStringLiteral("440")});
     AtspiAccessibility accessibility;
-    for (const auto kind :
-         {e2e::RealSoftphone::Kind::Twinkle, e2e::RealSoftphone::Kind::GnomeCalls}) {
-        e2e::RealSoftphone phone(QStringLiteral(VEMIRA_SCRIPTS),
-                                 dir.filePath(QString::number(int(kind))), kind,
-                                 QStringLiteral("fr"));
-        if (!phone.start(env, &error) || !phone.startCaller(voice, {}, &error)) {
-            out << "  " << phone.id() << ": " << error << "\n";
+    for (const QString& id : {QStringLiteral("twinkle"), QStringLiteral("gnome-calls")}) {
+        DemoSoftphone phone(id, dir.filePath(id), env, QStringLiteral("fr"),
+                            QStringLiteral(VEMIRA_SCRIPTS "/softphone.sh"));
+        Status failed = phone.start();
+        if (!failed)
+            failed = phone.startCaller(voice, {});
+        if (failed) {
+            out << "  " << id << ": " << failed->message() << "\n";
             continue;
         }
         PhoneAutomation automation(accessibility, SystemClock::instance(), softphones::known());
@@ -219,7 +220,7 @@ void realSoftphones()
             idle.push_back(msSince(t));
         }
         std::sort(idle.begin(), idle.end());
-        phone.dial(&error);
+        (void)phone.dial();
         std::optional<IncomingCall> call;
         QElapsedTimer sinceRing;
         for (int i = 0; i < 300 && !call; ++i) {
@@ -232,8 +233,7 @@ void realSoftphones()
         if (call && !automation.answer(*call)) {
             pressed = msSince(sinceRing);
             for (int i = 0; i < 500 && established < 0; ++i) {
-                QFile log(phone.folder() + QStringLiteral("/caller.log"));
-                if (log.open(QIODevice::ReadOnly) && log.readAll().contains("Call established"))
+                if (phone.callerLogShows("Call established"))
                     established = msSince(sinceRing);
                 else
                     QThread::msleep(10);
@@ -246,11 +246,11 @@ void realSoftphones()
         if (!automation.hangup())
             hungUp = msSince(t);
         // A softphone that stopped answering: every request runs into its timeout.
-        ::kill(pid_t(phone.phonePid()), SIGSTOP);
+        ::kill(pid_t(phone.pid()), SIGSTOP);
         t.restart();
         automation.incoming();
         const double frozen = msSince(t);
-        ::kill(pid_t(phone.phonePid()), SIGCONT);
+        ::kill(pid_t(phone.pid()), SIGCONT);
         out << QStringLiteral("  %1: idle tick median %2 ms, max %3 ms (%4 scans); answer "
                               "delay (ring seen → pressed) %5 ms, → caller connected %6 ms; "
                               "hang-up %7 ms; frozen softphone: incoming() %8 ms\n")
@@ -276,7 +276,7 @@ int main(int argc, char** argv)
     // process (and a private network namespace, their SIP ports being fixed) of their own.
     if (argc > 1 && qstrcmp(argv[1], "--softphones") == 0) {
         QString error;
-        if (!e2e::enterPrivateNetwork(&error)) {
+        if (!enterPrivateNetwork(&error)) {
             out << "\nreal softphones skipped: " << error << "\n";
             return 0;
         }

@@ -400,7 +400,7 @@ void AudioBridge::onRender(float* interleaved, int frames)
 {
     RenderPath& path = *m_renderPath;
     const int channels = path.mixer.channels;
-    auto voice = [this, &path](float* buffer, int count) {
+    auto voice = [this](float* buffer, int count) {
         std::fill(buffer, buffer + count, 0.0f);
         // Bus 0: the AI voice through the equaliser, limiter and headroom.
         m_player->mixInto(buffer, count);
