@@ -40,6 +40,20 @@ function(seconds_of ms out)
     string(SUBSTRING "${rest}" 1 3 rest)
     set(${out} "${s}.${rest}" PARENT_SCOPE)
 endfunction()
+# Appends `ms` of silence (24 kHz, 16-bit mono raw) to the list `pieces`.
+function(append_pause ms)
+    list(LENGTH pieces n)
+    seconds_of(${ms} pause)
+    execute_process(
+        COMMAND sox -n -r 24000 -c 1 -b 16 -e signed-integer -t raw "${OUT}/pause-${n}.raw"
+                trim 0 ${pause}
+        RESULT_VARIABLE rc)
+    if(NOT rc EQUAL 0)
+        message(FATAL_ERROR "sox failed for a pause")
+    endif()
+    list(APPEND pieces "${OUT}/pause-${n}.raw")
+    set(pieces "${pieces}" PARENT_SCOPE)
+endfunction()
 set(turn_ms 700)
 set(pieces)
 set(silence_ms 0)
@@ -56,26 +70,12 @@ foreach(i RANGE ${last})
         endif()
     else()
         set(answered TRUE)
-        list(LENGTH pieces n)
-        seconds_of(${silence_ms} pause)
-        execute_process(
-            COMMAND sox -n -r 24000 -c 1 -b 16 -e signed-integer -t raw "${OUT}/pause-${n}.raw"
-                    trim 0 ${pause}
-            RESULT_VARIABLE rc)
-        if(NOT rc EQUAL 0)
-            message(FATAL_ERROR "sox failed for a pause")
-        endif()
-        list(APPEND pieces "${OUT}/pause-${n}.raw" "${OUT}/${id}.raw")
+        append_pause(${silence_ms})
+        list(APPEND pieces "${OUT}/${id}.raw")
         set(silence_ms 0)
     endif()
 endforeach()
-list(LENGTH pieces n)
-seconds_of(${silence_ms} pause)
-execute_process(
-    COMMAND sox -n -r 24000 -c 1 -b 16 -e signed-integer -t raw "${OUT}/pause-${n}.raw"
-            trim 0 ${pause}
-    RESULT_VARIABLE rc)
-list(APPEND pieces "${OUT}/pause-${n}.raw")
+append_pause(${silence_ms})
 set(inputs)
 foreach(piece IN LISTS pieces)
     list(APPEND inputs -t raw -r 24000 -c 1 -b 16 -e signed-integer "${piece}")

@@ -5,6 +5,7 @@
 // below read what the run left behind: the history file, the transcript file, the WAV
 // recording and the timing marks of the softphone and the stand-in.
 #include "common/ConversationScript.h"
+#include "common/DemoProcess.h"
 #include "common/MarksFile.h"
 #include "common/VoiceMatch.h"
 #include "records/CallRecord.h"
@@ -86,15 +87,9 @@ void TestEndToEndCall::initTestCase()
     const QString folder = m_dir.filePath(QStringLiteral("demo"));
     const QString report = m_dir.filePath(QStringLiteral("report.json"));
     QProcess demo;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    QProcessEnvironment env = demoProcessEnvironment(QStringLiteral(VEMIRA_E2E_STANDIN),
+                                                     QStringLiteral(VEMIRA_E2E_PULSE_SCRIPT));
     env.insert(QStringLiteral("VEMIRA_SOFTPHONE"), QStringLiteral(VEMIRA_E2E_SOFTPHONE));
-    env.insert(QStringLiteral("VEMIRA_STANDIN"), QStringLiteral(VEMIRA_E2E_STANDIN));
-    env.insert(QStringLiteral("VEMIRA_PULSE_SCRIPT"), QStringLiteral(VEMIRA_E2E_PULSE_SCRIPT));
-    // The demonstration brings its own display, buses and audio server.
-    for (const char* inherited :
-         {"QT_QPA_PLATFORM", "DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "PULSE_SERVER",
-          "AT_SPI_BUS_ADDRESS", "VEMIRA_DATA_DIR", "VEMIRA_REALTIME_URL"})
-        env.remove(QString::fromLatin1(inherited));
     demo.setProcessEnvironment(env);
     demo.setProcessChannelMode(QProcess::MergedChannels);
     QElapsedTimer elapsed;

@@ -4,6 +4,7 @@
 // the virtual devices, and the caller hangs up after the goodbye. The checks read the run's
 // report, the saved record and the recording.
 #include "common/ConversationScript.h"
+#include "common/DemoProcess.h"
 #include "common/VoiceMatch.h"
 #include "records/CallRecord.h"
 #include "records/HistoryCodec.h"
@@ -50,16 +51,10 @@ void TestRealPhone::wholeCallWithTheRealSoftphone()
     QVERIFY(dir.isValid());
     const QString report = dir.filePath(QStringLiteral("report.json"));
     QProcess demo;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("VEMIRA_STANDIN"), QStringLiteral(VEMIRA_E2E_STANDIN));
-    env.insert(QStringLiteral("VEMIRA_PULSE_SCRIPT"),
-               QStringLiteral(VEMIRA_E2E_SCRIPTS "/pulseaudio.sh"));
+    QProcessEnvironment env = demoProcessEnvironment(
+        QStringLiteral(VEMIRA_E2E_STANDIN), QStringLiteral(VEMIRA_E2E_SCRIPTS "/pulseaudio.sh"));
     env.insert(QStringLiteral("VEMIRA_SOFTPHONE_SCRIPT"),
                QStringLiteral(VEMIRA_E2E_SCRIPTS "/softphone.sh"));
-    for (const char* inherited :
-         {"QT_QPA_PLATFORM", "DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "PULSE_SERVER",
-          "AT_SPI_BUS_ADDRESS", "VEMIRA_DATA_DIR", "VEMIRA_REALTIME_URL"})
-        env.remove(QString::fromLatin1(inherited));
     demo.setProcessEnvironment(env);
     demo.setProcessChannelMode(QProcess::MergedChannels);
     QElapsedTimer clock;
