@@ -143,6 +143,10 @@ start_phone() {
     export XDG_CACHE_HOME="$home/.cache" GSETTINGS_BACKEND=memory
     export QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 QT_ACCESSIBILITY=1 GTK_MODULES=gail:atk-bridge
     export NO_AT_BRIDGE=0
+    # The windows go to this desktop's X display, whatever platform the caller's session uses:
+    # a softphone drawn offscreen or on Wayland never reaches this accessibility bus.
+    export QT_QPA_PLATFORM=xcb GDK_BACKEND=x11
+    unset WAYLAND_DISPLAY
     case "$phone" in
     twinkle)
         command -v twinkle >/dev/null || die "twinkle is missing (package twinkle)"

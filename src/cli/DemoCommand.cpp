@@ -16,6 +16,7 @@
 #include "cli/demo/PrivateNetwork.h"
 #include "notify/AfterCallNotices.h"
 #include "notify/MailAccount.h"
+#include "phone/PhoneAutomation.h"
 #include "records/APIKeyStore.h"
 #include "records/DataFolder.h"
 #include "records/Settings.h"
@@ -270,7 +271,6 @@ private:
         say(QStringLiteral("Démarrage du softphone de test…"));
         QProcessEnvironment phoneEnv = m_environment.environment();
         phoneEnv.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
-        phoneEnv.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
         QProcess* softphone = m_environment.spawn(
             softphoneProgram,
             {QStringLiteral("--call-sink"), DemoEnvironment::callSink(),
@@ -442,8 +442,15 @@ private:
         if (Status failure = ring())
             return failWith(failure->message());
 
-        if (!waitUntil([&] { return model.busy(); }, 20))
+        if (!waitUntil([&] { return model.busy(); }, 20)) {
+            // A softphone that never reached the accessibility bus cannot be seen ringing.
+            if (!model.phone().anyApplicationVisible())
+                return failWith(QStringLiteral("Vemira n’a pas pris l’appel de %1 : %1 n’est "
+                                               "jamais apparu sur le bus d’accessibilité "
+                                               "(AT-SPI) de l’écran virtuel (voir %2).")
+                                    .arg(phoneName, m_folder));
             return failWith(QStringLiteral("Vemira n’a pas pris l’appel de %1.").arg(phoneName));
+        }
         say(QStringLiteral("%1 — %2").arg(model.status(), model.detail()));
         if (!waitUntil([&] { return model.connected() || !model.busy(); }, 20) ||
             !model.connected())

@@ -138,6 +138,12 @@ Status DemoEnvironment::startDisplay()
         return AppError(QStringLiteral("L’écran virtuel Xvfb n’a pas démarré."));
     m_env.insert(QStringLiteral("DISPLAY"),
                  QStringLiteral(":") + QString::fromLatin1(number.trimmed()));
+    // Whatever platform the caller's own session picked (offscreen in a terminal without a
+    // screen, Wayland on a desktop), a program started here shows its windows on this display:
+    // a Qt softphone left offscreen never reaches the accessibility bus.
+    m_env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    m_env.insert(QStringLiteral("GDK_BACKEND"), QStringLiteral("x11"));
+    m_env.remove(QStringLiteral("WAYLAND_DISPLAY"));
     return std::nullopt;
 }
 
