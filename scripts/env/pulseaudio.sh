@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# A private PulseAudio daemon with the two virtual call devices, for tests, the demo and a
-# Linux workstation without the companion driver.
+# A private sound server with the two virtual call devices, for tests, the demo and a Linux
+# workstation without the companion driver. VEMIRA_SOUND_SERVER picks the server that `start`
+# runs: pulseaudio (the default) or pipewire (PipeWire, WirePlumber and pipewire-pulse, as on
+# Debian 12's GNOME, Ubuntu and Fedora); clients reach either through libpulse.
 #
-#   pulseaudio.sh start [DIR]   start a daemon of our own in DIR (own XDG_RUNTIME_DIR,
-#                               anonymous auth, never exits when idle), load a desk sink as the
-#                               default and the two virtual devices
-#   pulseaudio.sh stop [DIR]    stop that daemon and remove its runtime files
+#   pulseaudio.sh start [DIR]   start a server of our own in DIR (own XDG_RUNTIME_DIR, and for
+#                               PipeWire its own session bus and state folder; never exits when
+#                               idle), load a desk sink as the default and the two virtual devices
+#   pulseaudio.sh stop [DIR]    stop that server and remove its runtime files
 #   pulseaudio.sh env [DIR]     print the shell exports that make clients use it
 #   pulseaudio.sh run -- CMD…   start a daemon in a new temporary DIR, run CMD with its
 #                               environment, stop it; exits with CMD's status
@@ -42,8 +44,17 @@ runtime_dir() {
 use_daemon_in() {
     export XDG_RUNTIME_DIR="$1"
     export XDG_CONFIG_HOME="$1/config"
+    # WirePlumber keeps where it last sent each kind of stream under the state folder.
+    export XDG_STATE_HOME="$1/state"
     export PULSE_SERVER="unix:$1/pulse/native"
     unset PULSE_COOKIE
+}
+
+sound_server() {
+    case "${VEMIRA_SOUND_SERVER:-pulseaudio}" in
+    pulseaudio | pipewire) echo "${VEMIRA_SOUND_SERVER:-pulseaudio}" ;;
+    *) die "unknown sound server '${VEMIRA_SOUND_SERVER}' (pulseaudio or pipewire)" ;;
+    esac
 }
 
 server_ready() { pactl info >/dev/null 2>&1; }
@@ -108,16 +119,17 @@ restore_defaults() {
     fi
 }
 
-daemon_start() {
-    local dir
-    dir=$(runtime_dir "${1:-}")
-    use_daemon_in "$dir"
-    mkdir -p "$XDG_CONFIG_HOME"
-    if server_ready; then
-        echo "PulseAudio already running in $dir"
-        return 0
-    fi
-    rm -rf "$dir/pulse"
+wait_ready() {
+    local log=$1 tries=0
+    until server_ready; do
+        tries=$((tries + 1))
+        [ $tries -lt 200 ] || die "the server does not answer, see $log"
+        sleep 0.05
+    done
+}
+
+start_pulseaudio() {
+    local dir=$1
     cat >"$dir/daemon.pa" <<EOF
 load-module module-native-protocol-unix auth-anonymous=1 socket=$dir/pulse/native
 load-module module-null-sink sink_name=$DESK_SINK rate=$RATE channels=$CHANNELS sink_properties='device.description="$DESK_DESCRIPTION"'
@@ -129,30 +141,102 @@ EOF
     pulseaudio -n -F "$dir/daemon.pa" --exit-idle-time=-1 --daemonize=yes --use-pid-file=yes \
         --log-target="newfile:$dir/daemon.log" --system=no 2>>"$dir/daemon.log" ||
         die "the daemon did not start, see $dir/daemon.log"
+    wait_ready "$dir/daemon.log"
+}
+
+# PipeWire with its session manager and its PulseAudio server, all on a session bus of their
+# own (without one WirePlumber links no stream), never the machine's.
+start_pipewire() {
+    local dir=$1 program
+    for program in pipewire wireplumber pipewire-pulse dbus-daemon; do
+        command -v "$program" >/dev/null ||
+            die "$program is missing (packages pipewire, wireplumber, pipewire-pulse, dbus)"
+    done
+    mkdir -p "$XDG_STATE_HOME"
+    dbus-daemon --session --fork --nopidfile --address="unix:path=$dir/bus" --print-pid \
+        >"$dir/bus.pid" 2>>"$dir/daemon.log" || die "no session bus, see $dir/daemon.log"
+    export DBUS_SESSION_BUS_ADDRESS="unix:path=$dir/bus"
+    unset PIPEWIRE_REMOTE
+    : >"$dir/daemon.pids"
+    pipewire >>"$dir/daemon.log" 2>&1 &
+    echo $! >>"$dir/daemon.pids"
     local tries=0
-    until server_ready; do
+    until [ -S "$dir/pipewire-0" ]; do
         tries=$((tries + 1))
-        [ $tries -lt 100 ] || die "the daemon does not answer, see $dir/daemon.log"
+        [ $tries -lt 200 ] || die "pipewire did not start, see $dir/daemon.log"
         sleep 0.05
     done
+    for program in wireplumber pipewire-pulse; do
+        "$program" >>"$dir/daemon.log" 2>&1 &
+        echo $! >>"$dir/daemon.pids"
+    done
+    wait_ready "$dir/daemon.log"
+    load_null_sink "$DESK_SINK" "$DESK_DESCRIPTION" >/dev/null
+    pactl set-default-sink "$DESK_SINK"
+    pactl set-default-source "$DESK_SINK.monitor"
+    # A default set by a client shows a moment after the acknowledgement.
+    tries=0
+    until [ "$(pactl get-default-sink 2>/dev/null)" = "$DESK_SINK" ] &&
+        [ "$(pactl get-default-source 2>/dev/null)" = "$DESK_SINK.monitor" ]; do
+        tries=$((tries + 1))
+        [ $tries -lt 200 ] || die "the desk sink did not become the default"
+        sleep 0.05
+    done
+}
+
+daemon_start() {
+    local dir server
+    dir=$(runtime_dir "${1:-}")
+    server=$(sound_server)
+    use_daemon_in "$dir"
+    mkdir -p "$XDG_CONFIG_HOME"
+    if server_ready; then
+        echo "sound server already running in $dir"
+        return 0
+    fi
+    rm -rf "$dir/pulse"
+    "start_$server" "$dir"
     virtual_up >/dev/null
-    echo "PulseAudio running in $dir"
+    echo "$server running in $dir"
+}
+
+# Running and not a zombie: this machine's init may take a while to reap what it inherits.
+alive() {
+    local state
+    state=$(ps -o stat= -p "$1" 2>/dev/null) || return 1
+    [ "${state:0:1}" != Z ]
 }
 
 daemon_stop() {
-    local dir
+    local dir pid tries
     dir=$(runtime_dir "${1:-}")
     use_daemon_in "$dir"
-    if server_ready; then
+    if [ -s "$dir/daemon.pids" ]; then
+        # Newest first: pipewire-pulse and WirePlumber leave before the graph they use.
+        for pid in $(tac "$dir/daemon.pids"); do
+            kill "$pid" 2>/dev/null || true
+            tries=0
+            while alive "$pid" && [ $tries -lt 100 ]; do
+                tries=$((tries + 1))
+                sleep 0.05
+            done
+            kill -9 "$pid" 2>/dev/null || true
+        done
+        rm -f "$dir/daemon.pids"
+    elif server_ready; then
         pulseaudio -k 2>/dev/null || pactl exit 2>/dev/null || true
-        local tries=0
+        tries=0
         while server_ready && [ $tries -lt 100 ]; do
             tries=$((tries + 1))
             sleep 0.05
         done
     fi
-    rm -rf "$dir/pulse" "$dir/vemira-virtual-audio"
-    echo "PulseAudio stopped in $dir"
+    if [ -s "$dir/bus.pid" ]; then
+        kill "$(cat "$dir/bus.pid")" 2>/dev/null || true
+        rm -f "$dir/bus.pid" "$dir/bus"
+    fi
+    rm -rf "$dir/pulse" "$dir/vemira-virtual-audio" "$dir/pipewire-0" "$dir/pipewire-0.lock"
+    echo "sound server stopped in $dir"
 }
 
 daemon_env() {
@@ -160,6 +244,7 @@ daemon_env() {
     dir=$(runtime_dir "${1:-}")
     echo "export XDG_RUNTIME_DIR='$dir'"
     echo "export XDG_CONFIG_HOME='$dir/config'"
+    echo "export XDG_STATE_HOME='$dir/state'"
     echo "export PULSE_SERVER='unix:$dir/pulse/native'"
 }
 

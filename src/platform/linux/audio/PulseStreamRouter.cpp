@@ -3,9 +3,12 @@
 #include "platform/linux/audio/PulseConnection.h"
 #include "platform/linux/audio/PulseDeviceTable.h"
 
+#include <QElapsedTimer>
 #include <QHash>
+#include <algorithm>
 #include <pulse/error.h>
 #include <pulse/proplist.h>
+#include <pulse/stream.h>
 
 namespace vemira {
 
@@ -129,6 +132,38 @@ void onRemembered(pa_context*, const pa_ext_stream_restore_info* info, int eol, 
         read->connection->wake();
 }
 
+// The server's default sink or source by name.
+struct DefaultNames {
+    PulseConnection* connection = nullptr;
+    QByteArray sink;
+    QByteArray source;
+};
+
+void onServerInfo(pa_context*, const pa_server_info* info, void* data)
+{
+    auto* names = static_cast<DefaultNames*>(data);
+    if (info) {
+        names->sink = info->default_sink_name ? info->default_sink_name : "";
+        names->source = info->default_source_name ? info->default_source_name : "";
+    }
+    names->connection->wake();
+}
+
+void onStreamState(pa_stream*, void* data)
+{
+    static_cast<PulseConnection*>(data)->wake();
+}
+
+// A stream's facts completed from its client's, before the stream is considered.
+struct ClientLookup {
+    PulseStreamRouter* router = nullptr;
+    bool capture = false;
+    std::uint32_t stream = 0;
+    std::uint32_t device = 0;
+    StreamFacts facts;
+    QByteArray restoreKey;
+};
+
 QByteArray restoreKeyOf(const pa_proplist* list)
 {
     return property(list, "module-stream-restore.id").toUtf8();
@@ -206,9 +241,17 @@ Status PulseStreamRouter::route(const PhoneStreamOwner& owner, const QString& ca
             "l’assistant de configuration."));
     }
 
+    m_virtualNames.clear();
+    for (const DeviceEntry* entry : {call, voice}) {
+        for (const auto& side : {entry->playback, entry->capture}) {
+            if (side)
+                m_virtualNames.append(side->name);
+        }
+    }
     snapshotRemembered();
     m_owner = owner;
     m_moved.clear();
+    m_expected.clear();
     m_counts = {};
     m_watching = true;
     m_routing = true;
@@ -225,6 +268,8 @@ Status PulseStreamRouter::route(const PhoneStreamOwner& owner, const QString& ca
     pa_operation_unref(pa_context_get_source_output_info_list(
         server.context(), &PulseStreamRouter::onSourceOutput, this));
     server.waitUntil([this] { return m_pending == 0; }, requestTimeoutMs);
+    confirm(m_expected);
+    m_expected.clear();
     return std::nullopt;
 }
 
@@ -232,7 +277,12 @@ void PulseStreamRouter::onEvent(pa_context* context, pa_subscription_event_type_
                                 std::uint32_t index, void* data)
 {
     auto* self = static_cast<PulseStreamRouter*>(data);
-    if (!self->m_watching || (type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) != PA_SUBSCRIPTION_EVENT_NEW)
+    if ((type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) != PA_SUBSCRIPTION_EVENT_NEW) {
+        ++self->m_changes;
+        self->m_connection->wake();
+        return;
+    }
+    if (!self->m_watching)
         return;
     const int facility = type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
     pa_operation* operation = nullptr;
@@ -256,8 +306,7 @@ void PulseStreamRouter::onSinkInput(pa_context*, const pa_sink_input_info* info,
         return;
     }
     if (info)
-        self->consider(false, info->index, info->sink, factsOf(info->proplist),
-                       restoreKeyOf(info->proplist));
+        self->lookUpClient(false, info->proplist, info->client, info->index, info->sink);
 }
 
 void PulseStreamRouter::onSourceOutput(pa_context*, const pa_source_output_info* info, int eol,
@@ -270,8 +319,44 @@ void PulseStreamRouter::onSourceOutput(pa_context*, const pa_source_output_info*
         return;
     }
     if (info)
-        self->consider(true, info->index, info->source, factsOf(info->proplist),
-                       restoreKeyOf(info->proplist));
+        self->lookUpClient(true, info->proplist, info->client, info->index, info->source);
+}
+
+void PulseStreamRouter::lookUpClient(bool capture, const pa_proplist* list, std::uint32_t client,
+                                     std::uint32_t stream, std::uint32_t device)
+{
+    auto lookup = std::make_unique<ClientLookup>(
+        ClientLookup{this, capture, stream, device, factsOf(list), restoreKeyOf(list)});
+    if (lookup->facts.processId > 0 || client == PA_INVALID_INDEX) {
+        consider(capture, stream, device, lookup->facts, lookup->restoreKey);
+        return;
+    }
+    const auto onClient = [](pa_context*, const pa_client_info* info, int eol, void* data) {
+        auto* found = static_cast<ClientLookup*>(data);
+        if (!eol && info) {
+            const StreamFacts owner = factsOf(info->proplist);
+            found->facts.processId = owner.processId;
+            if (found->facts.applicationName.isEmpty())
+                found->facts.applicationName = owner.applicationName;
+            if (found->facts.processBinary.isEmpty())
+                found->facts.processBinary = owner.processBinary;
+            return;
+        }
+        const std::unique_ptr<ClientLookup> done(found);
+        PulseStreamRouter& router = *done->router;
+        router.consider(done->capture, done->stream, done->device, done->facts, done->restoreKey);
+        --router.m_pending;
+        router.m_connection->wake();
+    };
+    pa_operation* operation =
+        pa_context_get_client_info(m_connection->context(), client, onClient, lookup.get());
+    if (!operation) {
+        consider(capture, stream, device, lookup->facts, lookup->restoreKey);
+        return;
+    }
+    (void)lookup.release(); // the callback owns it now
+    ++m_pending;
+    pa_operation_unref(operation);
 }
 
 void PulseStreamRouter::onDone(pa_context*, int, void* data)
@@ -285,14 +370,21 @@ void PulseStreamRouter::consider(bool capture, std::uint32_t stream, std::uint32
                                  const StreamFacts& facts, const QByteArray& restoreKey)
 {
     const std::uint32_t target = capture ? m_source : m_sink;
-    if (!m_watching || device == target || !isCallStream(facts, m_owner))
+    if (!m_watching || !isCallStream(facts, m_owner))
         return;
     for (const Moved& moved : m_moved) {
         if (moved.capture == capture && moved.stream == stream)
             return;
     }
-    m_moved.push_back({capture, stream, device, restoreKey});
     ++m_counts.moved;
+    // Already there: the server put it where an earlier call's move left its memory. It is
+    // the call's all the same, and goes to the default device afterwards.
+    if (device == target) {
+        m_moved.push_back({capture, stream, PA_INVALID_INDEX, restoreKey, facts});
+        return;
+    }
+    m_moved.push_back({capture, stream, device, restoreKey, facts});
+    m_expected.push_back({capture, stream, target});
     pa_context* context = m_connection->context();
     pa_operation* operation =
         capture ? pa_context_move_source_output_by_index(context, stream, target, &onDone, this)
@@ -308,37 +400,62 @@ void PulseStreamRouter::release()
     if (!m_routing)
         return;
     m_routing = false;
-    PulseConnection& server = *m_connection;
-    PulseConnection::Lock lock(server);
-    m_watching = false;
-    pa_context_set_subscribe_callback(server.context(), nullptr, nullptr);
-    // Moves still under way land first, so nothing is put back before it arrived.
-    server.waitUntil([this] { return m_pending == 0; }, requestTimeoutMs);
+    {
+        PulseConnection& server = *m_connection;
+        PulseConnection::Lock lock(server);
+        m_watching = false;
+        // Moves still under way land first, so nothing is put back before it arrived.
+        server.waitUntil([this] { return m_pending == 0; }, requestTimeoutMs);
 
-    Placement now{&server, {}, {}};
-    server.finish(pa_context_get_sink_input_info_list(server.context(), &onPlacedSinkInput, &now),
-                  requestTimeoutMs);
-    server.finish(
-        pa_context_get_source_output_info_list(server.context(), &onPlacedSourceOutput, &now),
-        requestTimeoutMs);
-    QList<QByteArray> forget;
-    for (const Moved& moved : m_moved) {
-        const QHash<std::uint32_t, std::uint32_t>& placed =
-            moved.capture ? now.sourceOutputs : now.sinkInputs;
-        const auto where = placed.constFind(moved.stream);
-        if (where == placed.constEnd()) {
-            ++m_counts.closed;
-        } else if (*where != (moved.capture ? m_source : m_sink)) {
-            ++m_counts.left; // the user chose another device meanwhile: theirs stands
-            continue;
-        } else {
-            putBack(moved);
+        Placement now{&server, {}, {}};
+        server.finish(
+            pa_context_get_sink_input_info_list(server.context(), &onPlacedSinkInput, &now),
+            requestTimeoutMs);
+        server.finish(
+            pa_context_get_source_output_info_list(server.context(), &onPlacedSourceOutput, &now),
+            requestTimeoutMs);
+        QList<QByteArray> forget;
+        std::vector<Expected> back;
+        std::vector<const Moved*> closed;
+        for (const Moved& moved : m_moved) {
+            const QHash<std::uint32_t, std::uint32_t>& placed =
+                moved.capture ? now.sourceOutputs : now.sinkInputs;
+            const auto where = placed.constFind(moved.stream);
+            if (where == placed.constEnd()) {
+                ++m_counts.closed;
+                // One stand-in per kind of stream: the server's memory is by role or name.
+                const bool sameKind = std::any_of(closed.begin(), closed.end(), [&](auto* c) {
+                    return c->capture == moved.capture &&
+                           c->facts.mediaRole == moved.facts.mediaRole &&
+                           c->facts.applicationName == moved.facts.applicationName &&
+                           c->facts.processBinary == moved.facts.processBinary;
+                });
+                if (!sameKind)
+                    closed.push_back(&moved);
+            } else if (*where != (moved.capture ? m_source : m_sink)) {
+                ++m_counts.left; // the user chose another device meanwhile: theirs stands
+                continue;
+            } else {
+                const std::uint32_t home = homeOf(moved);
+                if (putBack(moved, home)) {
+                    ++m_counts.returned;
+                    back.push_back({moved.capture, moved.stream, home});
+                } else {
+                    ++m_counts.left;
+                }
+            }
+            if (!moved.restoreKey.isEmpty() && !forget.contains(moved.restoreKey))
+                forget.append(moved.restoreKey);
         }
-        if (!moved.restoreKey.isEmpty() && !forget.contains(moved.restoreKey))
-            forget.append(moved.restoreKey);
+        confirm(back);
+        for (const Moved* gone : closed)
+            standIn(*gone, homeOf(*gone));
+        m_moved.clear();
+        restoreRemembered(forget);
+        pa_context_set_subscribe_callback(server.context(), nullptr, nullptr);
     }
-    m_moved.clear();
-    restoreRemembered(forget);
+    // Only now: every move above has been seen to land.
+    m_connection.reset();
 }
 
 void PulseStreamRouter::snapshotRemembered()
@@ -362,7 +479,9 @@ void PulseStreamRouter::restoreRemembered(const QList<QByteArray>& keys)
     for (const QByteArray& key : keys) {
         Outcome outcome{&server, false};
         const auto before = m_remembered->constFind(key);
-        if (before != m_remembered->constEnd()) {
+        // A virtual device remembered before the call is an earlier call's leftover.
+        if (before != m_remembered->constEnd() &&
+            !(before->hasDevice && m_virtualNames.contains(before->device))) {
             pa_ext_stream_restore_info info = before->info;
             info.name = before->name.constData();
             info.device = before->hasDevice ? before->device.constData() : nullptr;
@@ -380,30 +499,110 @@ void PulseStreamRouter::restoreRemembered(const QList<QByteArray>& keys)
     m_remembered.reset();
 }
 
-void PulseStreamRouter::putBack(const Moved& moved)
+std::uint32_t PulseStreamRouter::homeOf(const Moved& moved)
 {
+    PulseConnection& server = *m_connection;
+    if (moved.from != PA_INVALID_INDEX) {
+        IndexLookup lookup{&server};
+        server.finish(moved.capture ? pa_context_get_source_info_by_index(
+                                          server.context(), moved.from, &onSourceIndex, &lookup)
+                                    : pa_context_get_sink_info_by_index(
+                                          server.context(), moved.from, &onSinkIndex, &lookup),
+                      requestTimeoutMs);
+        if (lookup.index != PA_INVALID_INDEX)
+            return lookup.index;
+    }
+    // The device it came from is gone, or it came already routed: the user's default.
+    DefaultNames names{&server, {}, {}};
+    server.finish(pa_context_get_server_info(server.context(), &onServerInfo, &names),
+                  requestTimeoutMs);
+    const QByteArray& name = moved.capture ? names.source : names.sink;
+    return name.isEmpty() ? PA_INVALID_INDEX : indexOf(server, name, moved.capture);
+}
+
+bool PulseStreamRouter::putBack(const Moved& moved, std::uint32_t home)
+{
+    if (home == PA_INVALID_INDEX)
+        return false;
     PulseConnection& server = *m_connection;
     pa_context* context = server.context();
     Outcome outcome{&server, false};
-    server.finish(moved.capture ? pa_context_move_source_output_by_index(
-                                      context, moved.stream, moved.from, &onOutcome, &outcome)
-                                : pa_context_move_sink_input_by_index(
-                                      context, moved.stream, moved.from, &onOutcome, &outcome),
+    server.finish(moved.capture ? pa_context_move_source_output_by_index(context, moved.stream,
+                                                                         home, &onOutcome, &outcome)
+                                : pa_context_move_sink_input_by_index(context, moved.stream, home,
+                                                                      &onOutcome, &outcome),
                   requestTimeoutMs);
-    if (!outcome.success) {
-        // The device it came from is gone: the user's default is the next best place.
-        outcome = {&server, false};
-        server.finish(moved.capture
-                          ? pa_context_move_source_output_by_name(
-                                context, moved.stream, "@DEFAULT_SOURCE@", &onOutcome, &outcome)
-                          : pa_context_move_sink_input_by_name(
-                                context, moved.stream, "@DEFAULT_SINK@", &onOutcome, &outcome),
-                      requestTimeoutMs);
+    return outcome.success;
+}
+
+void PulseStreamRouter::standIn(const Moved& closed, std::uint32_t home)
+{
+    if (home == PA_INVALID_INDEX)
+        return;
+    PulseConnection& server = *m_connection;
+    pa_proplist* properties = pa_proplist_new();
+    const auto set = [properties](const char* key, const QString& value) {
+        if (!value.isEmpty())
+            pa_proplist_sets(properties, key, value.toUtf8().constData());
+    };
+    set(PA_PROP_MEDIA_ROLE, closed.facts.mediaRole);
+    set(PA_PROP_APPLICATION_NAME, closed.facts.applicationName);
+    set(PA_PROP_APPLICATION_PROCESS_BINARY, closed.facts.processBinary);
+    const pa_sample_spec spec{PA_SAMPLE_S16LE, 48000, 2};
+    pa_stream* stream =
+        pa_stream_new_with_proplist(server.context(), "Vemira", &spec, nullptr, properties);
+    pa_proplist_free(properties);
+    if (!stream)
+        return;
+    pa_stream_set_state_callback(stream, &onStreamState, &server);
+    // Never written to: it stays silent for the moment it exists.
+    const int connected =
+        closed.capture ? pa_stream_connect_record(stream, nullptr, nullptr, PA_STREAM_NOFLAGS)
+                       : pa_stream_connect_playback(stream, nullptr, nullptr, PA_STREAM_NOFLAGS,
+                                                    nullptr, nullptr);
+    const auto settled = [stream] {
+        const pa_stream_state_t state = pa_stream_get_state(stream);
+        return state == PA_STREAM_READY || !PA_STREAM_IS_GOOD(state);
+    };
+    if (connected == 0 && server.waitUntil(settled, requestTimeoutMs) &&
+        pa_stream_get_state(stream) == PA_STREAM_READY) {
+        const Moved standing{closed.capture, pa_stream_get_index(stream), home, {}, {}};
+        if (putBack(standing, home))
+            confirm({{closed.capture, standing.stream, home}});
     }
-    if (outcome.success)
-        ++m_counts.returned;
-    else
-        ++m_counts.left;
+    pa_stream_set_state_callback(stream, nullptr, nullptr);
+    pa_stream_disconnect(stream);
+    pa_stream_unref(stream);
+}
+
+bool PulseStreamRouter::confirm(const std::vector<Expected>& expected)
+{
+    if (expected.empty())
+        return true;
+    PulseConnection& server = *m_connection;
+    QElapsedTimer clock;
+    clock.start();
+    while (true) {
+        const int changes = m_changes;
+        Placement now{&server, {}, {}};
+        server.finish(
+            pa_context_get_sink_input_info_list(server.context(), &onPlacedSinkInput, &now),
+            requestTimeoutMs);
+        server.finish(
+            pa_context_get_source_output_info_list(server.context(), &onPlacedSourceOutput, &now),
+            requestTimeoutMs);
+        const bool landed =
+            std::all_of(expected.begin(), expected.end(), [&now](const Expected& stream) {
+                const auto& placed = stream.capture ? now.sourceOutputs : now.sinkInputs;
+                const auto where = placed.constFind(stream.stream);
+                return where == placed.constEnd() || *where == stream.device;
+            });
+        const qint64 left = requestTimeoutMs - clock.elapsed();
+        if (landed || left <= 0 || !server.isAlive())
+            return landed;
+        // The server tells of each change; the bound covers a change it never reports.
+        server.waitUntil([&] { return m_changes != changes; }, int(std::min<qint64>(left, 100)));
+    }
 }
 
 } // namespace pulse
