@@ -77,7 +77,8 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
     d->notices->onLog = [this](const QString& line) { event(line); };
     d->notices->onOpenCall = [this](const QUuid& id) {
         m_selectedRecord = id;
-        m_page = QStringLiteral("Conversations");
+        // An alert names no call: the home page says what happened.
+        m_page = id.isNull() ? QStringLiteral("Accueil") : QStringLiteral("Conversations");
         Q_EMIT callOpenRequested(id);
     };
 
@@ -101,6 +102,10 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
             if (self)
                 self->woke();
         };
+        deps.sleepNotifier->onWillPowerOff = [self] {
+            if (self)
+                self->willPowerOff();
+        };
     }
 }
 
@@ -116,6 +121,7 @@ AppModel::~AppModel()
     if (d->dependencies.sleepNotifier) {
         d->dependencies.sleepNotifier->onWillSleep = nullptr;
         d->dependencies.sleepNotifier->onWoke = nullptr;
+        d->dependencies.sleepNotifier->onWillPowerOff = nullptr;
     }
     m_timer.reset();
     d->probe.reset();
@@ -240,7 +246,7 @@ void AppModel::bindRealtimeCallbacks()
     };
     client.onError = [self](const QString& message) {
         if (self)
-            self->fail(message);
+            self->aiFailed(message);
     };
     client.onServerError = [self](const std::optional<QString>& code, const QString& message) {
         if (!self)
@@ -248,7 +254,7 @@ void AppModel::bindRealtimeCallbacks()
         // Before the session is ready nothing can go on; after, most errors concern one
         // request and the conversation continues.
         if (!self->m_connected || realtime::serverErrorEndsSession(code))
-            self->fail(message);
+            self->aiFailed(message);
         else
             self->event(message);
     };
@@ -345,6 +351,10 @@ bool AppModel::hasReadyAction() const
 bool AppModel::hasConnectionProbe() const
 {
     return d->probe != nullptr;
+}
+bool AppModel::hangUpPending() const
+{
+    return d->hangUp.has_value();
 }
 int AppModel::audioRecoveryCount() const
 {

@@ -140,6 +140,11 @@ public:
     static constexpr int kLogLines = 50;
     // At the time limit, how long the AI's goodbye may take before the call is hung up.
     static constexpr double kGoodbyeBound = 10.0;
+    // A call we hang up is watched on the following ticks: pressed again while the phone
+    // still shows it, at most this many presses in all, and taken as ended after this many
+    // ticks in a row without it.
+    static constexpr int kHangUpPresses = 3;
+    static constexpr int kHangUpQuietTicks = 3;
 
     // Loads settings and history, binds the realtime callbacks, starts the one-second tick
     // and listens for the computer going to sleep. Standby is off.
@@ -291,6 +296,8 @@ public:
     bool hasReadinessTimeout() const;
     bool hasReadyAction() const;
     bool hasConnectionProbe() const;
+    // A call we hung up is still being watched until the phone no longer shows it.
+    bool hangUpPending() const;
 
     bool intervening() const { return m_intervening; }
     QString interventionMicUID() const { return m_interventionMicUID; }
@@ -401,7 +408,20 @@ private:
     void failAudio(const QString& message);
     // The caller hung up before the call was answered.
     void missedCall();
+    // A failure on the AI's side: the conversation fails, unless the caller already left
+    // (only the record's last touches are lost) or the manager speaks (the AI leaves alone).
+    void aiFailed(const QString& message);
+    // The AI leaves the call the manager took over; the call ends when either side hangs up.
+    // The receptionist goes off, the status then reading `endStatus`.
+    void aiLeaves(const QString& why, const QString& endStatus, const QString& whatToDo);
+    // The receptionist went off without the owner asking: the owner is told, wherever they are.
+    void stoppedUnasked(const QString& why, const QString& whatToDo);
+    void pressHangUp();
+    // One tick of the watch over a call we hung up.
+    void checkHangUp();
     void willSleep();
+    void willPowerOff();
+    void notRearmedAfterWake(const QString& why);
     void woke();
     // Watches the chosen phone application from now on (never during a conversation).
     void applyPhoneChoice();

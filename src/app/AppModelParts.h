@@ -57,6 +57,13 @@ struct AppModel::Parts {
     // The desktop notification and the e-mail once a call's record is complete.
     std::unique_ptr<AfterCallNotices> notices;
     QString probeKey; // the key the running check proves
+    // A call we hung up, watched until the phone lets it go: presses made so far and ticks in
+    // a row the phone showed no call.
+    struct HangUpWatch {
+        int presses = 0;
+        int quietTicks = 0;
+    };
+    std::optional<HangUpWatch> hangUp;
     // Recorders still mixing their file, by record id.
     QHash<QUuid, std::shared_ptr<CallAudioRecorder>> finishing;
 };

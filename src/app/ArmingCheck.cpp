@@ -68,7 +68,7 @@ void AppModel::completeAICheck(const std::optional<QString>& failure, bool armAf
     if (refused) {
         m_error = *refused;
         if (afterWake)
-            event(QStringLiteral("Réveil : le standard n’a pas pu être réactivé. ") + *refused);
+            notRearmedAfterWake(*refused);
         return;
     }
     if (!armAfter)

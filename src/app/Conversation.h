@@ -63,6 +63,8 @@ struct Conversation {
     // At the time limit: when the goodbye was asked, and whether the AI said it.
     std::optional<double> goodbyeAsked;
     bool goodbyeSaid = false;
+    // The AI left during the manager's intervention: the call is theirs until it ends.
+    bool aiGone = false;
     bool sawActiveCall = false;
     int missingActive = 0;
     int audioRecoveryCount = 0;

@@ -20,6 +20,14 @@ QString keptDetail()
     return PlatformWording::current().conversationKept;
 }
 
+const QString kNeedsCheck = QStringLiteral("Une vérification est nécessaire");
+const QString kLimitReached =
+    QStringLiteral("La conversation a atteint la limite de 20 minutes et le standard s’est mis en "
+                   "pause.");
+const QString kRearm = QStringLiteral("Réactivez le standard dans Vemira.");
+const QString kCheckAndRearm =
+    QStringLiteral("Ouvrez Vemira, corrigez la cause indiquée puis réactivez le standard.");
+
 } // namespace
 
 // --- Start ------------------------------------------------------------------------------
@@ -142,9 +150,15 @@ void AppModel::conversationTick(double now)
     }
     if (m_connected && !audioWatchdog())
         return;
-    if (now - call.started > kConversationLimit) {
+    if (now - call.started > kConversationLimit && !call.aiGone) {
+        // The limit bounds what the AI costs: under the manager's voice only the AI leaves.
+        if (m_intervening) {
+            aiLeaves(QStringLiteral("Limite de 20 minutes atteinte."),
+                     QStringLiteral("Limite de 20 minutes atteinte"), kRearm);
+            return;
+        }
         // A caller on the line hears a goodbye before the line is closed.
-        const bool goodbye = m_connected && call.phoneSession && !m_intervening;
+        const bool goodbye = m_connected && call.phoneSession;
         if (goodbye && !call.goodbyeAsked) {
             call.goodbyeAsked = now;
             d->realtime->sayGoodbye();
@@ -152,8 +166,11 @@ void AppModel::conversationTick(double now)
         }
         const bool played = call.goodbyeSaid && d->audio->health().snapshot().pending == 0;
         if (!goodbye || played || now - *call.goodbyeAsked >= kGoodbyeBound) {
+            const bool wasArmed = m_armed;
             m_armed = false;
             endConversation(QStringLiteral("Limite de 20 minutes atteinte"));
+            if (wasArmed)
+                stoppedUnasked(kLimitReached, kRearm);
             return;
         }
     }
@@ -163,7 +180,12 @@ void AppModel::conversationTick(double now)
         call.sawActiveCall = true;
         call.missingActive = 0;
     } else if (!call.sawActiveCall) {
-        if (now - call.started > kActiveCallConfirmation)
+        if (now - call.started <= kActiveCallConfirmation)
+            return;
+        // Neither the call nor its offer any more: the caller left right after the answer.
+        if (!d->phone->incoming())
+            missedCall();
+        else
             fail(QStringLiteral(
                 "Le décrochage a été demandé, mais la présence d’un appel actif n’a pas pu "
                 "être confirmée. L’audio disponible a été sauvegardé."));
@@ -194,10 +216,49 @@ void AppModel::failAudio(const QString& message)
 // say nothing about the sound path: its proof stays.
 void AppModel::fail(const QString& message)
 {
+    const bool wasArmed = m_armed;
     m_armed = false;
-    endConversation(QStringLiteral("Une vérification est nécessaire"));
+    endConversation(kNeedsCheck);
     m_error = message;
     event(message);
+    if (wasArmed)
+        stoppedUnasked(message, kCheckAndRearm);
+}
+
+void AppModel::aiFailed(const QString& message)
+{
+    if (m_call && m_call->ending) {
+        event(message);
+        finish();
+        return;
+    }
+    if (m_call && m_intervening) {
+        aiLeaves(message, kNeedsCheck, kCheckAndRearm);
+        return;
+    }
+    fail(message);
+}
+
+void AppModel::aiLeaves(const QString& why, const QString& endStatus, const QString& whatToDo)
+{
+    Conversation& call = *m_call;
+    call.aiGone = true;
+    call.endStatus = endStatus;
+    d->realtime->close();
+    appendToCurrent(QStringLiteral("Suivi"),
+                    QStringLiteral("L’IA a quitté l’appel ; le gestionnaire reste en ligne."));
+    const bool wasArmed = m_armed;
+    m_armed = false;
+    m_error = why;
+    event(why + QStringLiteral(" L’IA a quitté l’appel, votre intervention continue."));
+    if (wasArmed)
+        stoppedUnasked(why, whatToDo);
+}
+
+void AppModel::stoppedUnasked(const QString& why, const QString& whatToDo)
+{
+    d->notices->alert(QStringLiteral("Vemira · Standard arrêté"),
+                      why + QStringLiteral(" Le standard ne répond plus aux appels."), whatToDo);
 }
 
 void AppModel::missedCall()
@@ -243,17 +304,54 @@ void AppModel::finish()
     call.readyAction = nullptr;
     call.postAnswerCheck.reset();
     d->audio->stop();
-    // A call still open in the phone application is closed by whoever ends it: here, us.
-    if (call.phoneSession && call.answered && call.hangUpAtEnd && d->phone->hasActiveCall()) {
-        if (Status hung = d->phone->hangup()) {
-            m_error = hung->message();
-            event(hung->message());
-        } else {
-            event(QStringLiteral("Appel raccroché"));
-        }
+    // A call still open in the phone application is closed by whoever ends it: here, us. One
+    // reading of the phone's window proves little either way, so the press is made and then
+    // watched on the following ticks.
+    if (call.phoneSession && call.answered && call.hangUpAtEnd) {
+        d->hangUp = Parts::HangUpWatch{};
+        pressHangUp();
     }
     call.windDownStep = 0;
     runWindDown();
+}
+
+void AppModel::pressHangUp()
+{
+    d->hangUp->presses += 1;
+    d->hangUp->quietTicks = 0;
+    if (Status failed = d->phone->hangup()) {
+        // No button at all is the phone showing no call: the watch decides.
+        if (d->phone->hasActiveCall())
+            event(failed->message());
+    } else {
+        event(QStringLiteral("Appel raccroché"));
+    }
+}
+
+void AppModel::checkHangUp()
+{
+    if (!d->hangUp)
+        return;
+    if (!d->phone->hasActiveCall()) {
+        if (++d->hangUp->quietTicks >= kHangUpQuietTicks)
+            d->hangUp.reset();
+        return;
+    }
+    if (d->hangUp->presses < kHangUpPresses) {
+        event(QStringLiteral("L’appel est toujours en cours dans le téléphone : nouvel appui sur "
+                             "Raccrocher (%1/%2)")
+                  .arg(d->hangUp->presses + 1)
+                  .arg(kHangUpPresses));
+        pressHangUp();
+        return;
+    }
+    d->hangUp.reset();
+    const QString why = QStringLiteral("Vemira n’a pas pu raccrocher : l’appel est toujours en "
+                                       "cours dans l’application de téléphonie.");
+    const QString whatToDo = QStringLiteral("Terminez l’appel dans l’application de téléphonie.");
+    m_error = why + QLatin1Char(' ') + whatToDo;
+    event(m_error);
+    d->notices->alert(QStringLiteral("Vemira · Appel non raccroché"), why, whatToDo);
 }
 
 void AppModel::runWindDown()

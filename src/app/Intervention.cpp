@@ -14,6 +14,12 @@ void AppModel::toggleIntervention()
     if (m_intervening) {
         d->audio->stopIntervention();
         m_intervening = false;
+        // No AI left to hand the caller back to: the manager's goodbye ends the call.
+        if (call.aiGone) {
+            event(QStringLiteral("Micro du gestionnaire fermé · fin de l’appel"));
+            finish();
+            return;
+        }
         d->realtime->holdResponses(false);
         d->realtime->addSystemNote(realtime::managerSpokeNote());
         setPhase(Phase::InCall);

@@ -59,6 +59,8 @@ void AppModel::tick()
         m_guidedSetup->observeRelay();
     ageRelayEvidence();
 
+    checkHangUp();
+
     const double now = m_clock.uptime();
     if (now >= m_nextRetention)
         applyRecordingRetention();
@@ -103,7 +105,13 @@ void AppModel::standbyTick(double now)
         return;
     if (!m_accessibility) {
         m_armed = false;
-        m_error = QStringLiteral("L’autorisation Accessibilité a été retirée.");
+        m_ringSince.reset();
+        const QString why = QStringLiteral("L’autorisation Accessibilité a été retirée.");
+        m_error = why;
+        event(why);
+        setPhase(Phase::Paused, QStringLiteral("Une vérification est nécessaire"));
+        stoppedUnasked(why, QStringLiteral("Rendez à Vemira l’autorisation Accessibilité dans les "
+                                           "réglages du système, puis réactivez le standard."));
         return;
     }
     if (!(now > m_cooldownUntil))
@@ -194,8 +202,29 @@ void AppModel::woke()
     // A check that could not even start (no key) is an outcome too.
     if (!m_checkingAI) {
         m_checkAfterWake = false;
-        event(QStringLiteral("Réveil : le standard n’a pas pu être réactivé. ") + m_error.value());
+        notRearmedAfterWake(m_error);
     }
+}
+
+void AppModel::notRearmedAfterWake(const QString& why)
+{
+    event(QStringLiteral("Réveil : le standard n’a pas pu être réactivé. ") + why);
+    stoppedUnasked(QStringLiteral("Au réveil de l’ordinateur, le standard n’a pas pu être "
+                                  "réactivé : ") +
+                       why,
+                   QStringLiteral("Ouvrez Vemira, corrigez la cause indiquée puis réactivez le "
+                                  "standard."));
+}
+
+void AppModel::willPowerOff()
+{
+    m_armedAtSleep = false;
+    m_armed = false;
+    cancelCheck();
+    endConversation(QStringLiteral("Standard arrêté · extinction de l’ordinateur"));
+    // The machine stops soon: no waiting for the wind-down.
+    if (m_call)
+        finish();
 }
 
 } // namespace vemira

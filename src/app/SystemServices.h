@@ -21,15 +21,17 @@ public:
     virtual bool microphoneAuthorized() const = 0;
 };
 
-// Tells the model that the computer is about to sleep. The callback runs on the main
-// thread; the notifier holds the system back (where it can) until the callback returned,
-// so that the conversation under way is saved before the machine stops.
+// Tells the model that the computer is about to sleep or to power off. The callback runs on the
+// main thread; the notifier holds the system back (where it can) until the callback returned, so
+// that the conversation under way is saved before the machine stops.
 class SleepNotifier {
 public:
     virtual ~SleepNotifier() = default;
     std::function<void()> onWillSleep;
     // The computer woke up again (main thread).
     std::function<void()> onWoke;
+    // The computer is about to shut down or restart (main thread); held back like a sleep.
+    std::function<void()> onWillPowerOff;
 };
 
 // The platform's real ones, defined by the system backend of each platform.

@@ -83,6 +83,20 @@ MailContent afterCallMail(const CallRecord& record, const Settings::Mail& settin
     return mail;
 }
 
+MailContent alertMail(const Settings::Mail& settings, const QString& subject, const QString& why,
+                      const QString& whatToDo, const QDateTime& now, const QLocale& locale)
+{
+    MailContent mail;
+    mail.fromName = QStringLiteral("Vemira");
+    mail.from = settings.from;
+    mail.to = settings.to;
+    mail.subject = subject;
+    mail.date = now;
+    mail.body = QStringLiteral("%1\n\nQue faire : %2\n\nVemira, le %3")
+                    .arg(why, whatToDo, locale.toString(now, QLocale::LongFormat));
+    return mail;
+}
+
 MailContent testMail(const Settings::Mail& settings, const QDateTime& now)
 {
     MailContent mail;

@@ -31,6 +31,11 @@ MailContent afterCallMail(const CallRecord& record, const Settings::Mail& settin
                           const QString& recordingPath, const QDateTime& now,
                           const QLocale& locale = QLocale());
 
+// An e-mail telling the owner what went wrong and what to do about it.
+MailContent alertMail(const Settings::Mail& settings, const QString& subject, const QString& why,
+                      const QString& whatToDo, const QDateTime& now,
+                      const QLocale& locale = QLocale());
+
 // The test e-mail of "vemira notify test" and the Connexions page.
 MailContent testMail(const Settings::Mail& settings, const QDateTime& now);
 

@@ -48,6 +48,25 @@ void AfterCallNotices::callSaved(const CallRecord& record)
     m_sender->send(std::move(request.value()), label);
 }
 
+void AfterCallNotices::alert(const QString& title, const QString& why, const QString& whatToDo)
+{
+    if (m_notifier)
+        m_notifier->show({QUuid(), title, why + QLatin1Char(' ') + whatToDo, true});
+
+    const std::optional<Settings::Mail> mail = m_settings.mail();
+    if (!mail)
+        return;
+    const QString label = QStringLiteral("d’alerte");
+    auto request = mailRequest(*mail, mailPasswordStore(m_folder));
+    if (!request) {
+        log(QStringLiteral("E-mail ") + label + QStringLiteral(" non envoyé : ") +
+            request.error().message());
+        return;
+    }
+    request.value().message = encodeMail(alertMail(*mail, title, why, whatToDo, m_clock.now()));
+    m_sender->send(std::move(request.value()), label);
+}
+
 void AfterCallNotices::sendTest(std::function<void(const Status&)> done)
 {
     const std::optional<Settings::Mail> mail = m_settings.mail();

@@ -32,6 +32,10 @@ public:
     std::function<void(const QUuid&)> onOpenCall;
 
     void callSaved(const CallRecord& record);
+    // Something the owner must act on (the receptionist went off by itself, a call could not
+    // be hung up): `why` and `whatToDo` are complete French sentences. A desktop notification
+    // that stays, and the e-mail when set up.
+    void alert(const QString& title, const QString& why, const QString& whatToDo);
     // "Envoyer un e-mail d’essai": one attempt, `done` gets the server's verdict.
     void sendTest(std::function<void(const Status&)> done);
 

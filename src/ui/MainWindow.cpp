@@ -284,7 +284,8 @@ RecordingWindow* MainWindow::openRecording(const QUuid& id)
 void MainWindow::showRecord(const QUuid& id)
 {
     m_model->setSelectedRecord(id);
-    showPage(pages::conversations());
+    // A null id comes from an alert about the receptionist, told on the home page.
+    showPage(id.isNull() ? pages::home() : pages::conversations());
     showNormal();
     raise();
     activateWindow();

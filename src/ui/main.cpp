@@ -8,6 +8,7 @@
 #include "ui/GuiDesktopServices.h"
 #include "ui/GuidedSetup.h"
 #include "ui/MainWindow.h"
+#include "ui/OrderlyQuit.h"
 #include "ui/Screenshots.h"
 #include "ui/SetupAssistant.h"
 #include "ui/StatusIcon.h"
@@ -75,6 +76,8 @@ int main(int argc, char* argv[])
     ui::GuiDesktopServices* desktopServices = desktop.get();
     deps.desktop = std::move(desktop);
     AppModel model(std::move(deps));
+    // A signal, the session's end or "Quitter" end the call under way before the process does.
+    ui::OrderlyQuit orderlyQuit(model);
 
     AudioRouteProbe routeProbe(deviceIO, audioSystem, clock);
     MicrophoneProbe microphoneProbe(deviceIO, clock);

@@ -56,11 +56,32 @@ public:
         if (onWillSleep)
             onWillSleep();
     }
+    void powerOffNow()
+    {
+        if (onWillPowerOff)
+            onWillPowerOff();
+    }
     void wakeNow()
     {
         if (onWoke)
             onWoke();
     }
+};
+
+class FakeNotifier final : public DesktopNotifier {
+public:
+    void show(const CallNotice& notice) override { shown << notice; }
+    // The notices about the receptionist rather than about one call.
+    QList<CallNotice> alerts() const
+    {
+        QList<CallNotice> found;
+        for (const CallNotice& notice : shown) {
+            if (notice.callId.isNull())
+                found << notice;
+        }
+        return found;
+    }
+    QList<CallNotice> shown;
 };
 
 // The fake machine and everything around the model: devices, phone window, workspace,
@@ -75,6 +96,7 @@ struct ModelRig {
     FakeAccessibility* accessibility = nullptr;
     FakeWorkspace* workspace = nullptr;
     FakeSleepNotifier* sleep = nullptr;
+    FakeNotifier* notifier = nullptr;
     FakeElementPtr phoneApp;
     FakeElementPtr window;
     FakeElementPtr answerButton;
@@ -151,6 +173,9 @@ struct ModelRig {
         auto fakeSleep = std::make_unique<FakeSleepNotifier>();
         sleep = fakeSleep.get();
         deps.sleepNotifier = std::move(fakeSleep);
+        auto fakeNotifier = std::make_unique<FakeNotifier>();
+        notifier = fakeNotifier.get();
+        deps.notifier = std::move(fakeNotifier);
 
         deps.dataFolder = dir.path();
         deps.settingsFile = settingsFile();

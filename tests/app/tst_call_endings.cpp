@@ -425,6 +425,196 @@ private Q_SLOTS:
         QCOMPARE(rig.model->records().size(), 2);
     }
 
+    // One reading of the phone proves nothing: the hang-up is pressed, then watched on the
+    // next ticks, pressed again while the call is still shown, and the owner told if it stays.
+    void aHangUpIsWatchedUntilThePhoneLetsGo_data()
+    {
+        QTest::addColumn<bool>("redrawing");
+        QTest::addColumn<int>("pressesNeeded");
+        QTest::newRow("fenêtre en cours de dessin") << true << 1;
+        QTest::newRow("premier appui sans effet") << false << 2;
+        QTest::newRow("bouton sans effet") << false << 100;
+    }
+    void aHangUpIsWatchedUntilThePhoneLetsGo()
+    {
+        QFETCH(bool, redrawing);
+        QFETCH(int, pressesNeeded);
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        int presses = 0;
+        const auto showCall = [&] {
+            rig.window->removeChildren();
+            rig.window->add(axrole::button(), QStringLiteral("Raccrocher"))->onPress =
+                [&](FakeElement& button) {
+                    if (++presses >= pressesNeeded)
+                        rig.hangUp(button);
+                };
+        };
+        if (redrawing)
+            rig.phoneIdle();
+        else
+            showCall();
+        rig.model->finish();
+        if (redrawing)
+            showCall();
+        rig.tick(12);
+        QVERIFY(!rig.model->hangUpPending());
+        QCOMPARE(rig.hangUps, pressesNeeded < 100 ? 1 : 0);
+        const QString stuck =
+            QStringLiteral("Vemira n’a pas pu raccrocher : l’appel est toujours en cours dans "
+                           "l’application de téléphonie. Terminez l’appel dans l’application de "
+                           "téléphonie.");
+        if (pressesNeeded < 100) {
+            QCOMPARE(presses, pressesNeeded);
+            QVERIFY(rig.notifier->alerts().isEmpty());
+            return;
+        }
+        // Bounded: given up, said, and no more presses.
+        QCOMPARE(rig.model->error(), stuck);
+        QVERIFY(logHas(*rig.model, stuck));
+        QCOMPARE(rig.notifier->alerts().size(), 1);
+        QCOMPARE(rig.notifier->alerts().first().title,
+                 QStringLiteral("Vemira · Appel non raccroché"));
+        const int given = presses;
+        QVERIFY(given > 1);
+        rig.tick(10);
+        QCOMPARE(presses, given);
+    }
+
+    // An AI failure or the time limit while the manager speaks: the AI leaves, the manager
+    // keeps the caller, and the call ends when one of them hangs up.
+    void theManagerKeepsTheCallWhenTheAILeaves_data()
+    {
+        QTest::addColumn<bool>("timeLimit");
+        QTest::addColumn<bool>("managerCloses");
+        QTest::addColumn<QString>("status");
+        QTest::newRow("erreur de l’IA, l’appelant raccroche") << false << false << kNeedsCheck;
+        QTest::newRow("20 minutes, le gestionnaire ferme son micro")
+            << true << true << QStringLiteral("Limite de 20 minutes atteinte");
+    }
+    void theManagerKeepsTheCallWhenTheAILeaves()
+    {
+        QFETCH(bool, timeLimit);
+        QFETCH(bool, managerCloses);
+        QFETCH(QString, status);
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        rig.showActiveCall();
+        rig.tick();
+        rig.model->toggleIntervention();
+        QVERIFY(rig.model->intervening());
+        if (timeLimit) {
+            rig.clock.advance(*rig.model->callStarted() + 1201 - rig.clock.uptime());
+            rig.tick();
+        } else {
+            rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
+            QVERIFY(waitFor([&] { return !rig.model->armed(); }));
+        }
+        rig.tick(3);
+        QVERIFY(rig.model->busy());
+        QVERIFY(rig.model->intervening());
+        QVERIFY(!rig.model->realtime().isOpen());
+        QCOMPARE(rig.hangUps, 0);
+        QVERIFY(!rig.model->armed());
+        QCOMPARE(rig.model->current()->transcript.last().text,
+                 QStringLiteral("L’IA a quitté l’appel ; le gestionnaire reste en ligne."));
+
+        if (managerCloses) {
+            rig.model->toggleIntervention();
+        } else {
+            rig.phoneIdle();
+            rig.tick(5);
+        }
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QCOMPARE(rig.hangUps, managerCloses ? 1 : 0);
+        QCOMPARE(rig.model->status(), status);
+        QCOMPARE(rig.model->records().size(), 1);
+    }
+
+    // The caller has left and the record is being completed: a failure now loses at most the
+    // message, never the receptionist's standby.
+    void anErrorDuringTheWindDownKeepsTheReceptionistOn()
+    {
+        AppRig rig;
+        QVERIFY(rig.arm());
+        QVERIFY(rig.takeCall());
+        QVERIFY(rig.callerSays(QStringLiteral("Jean Dupuis, une fuite au 12 rue des Lilas.")));
+        rig.showActiveCall();
+        rig.tick();
+        rig.phoneIdle();
+        rig.tick(5);
+        QVERIFY(waitFor([&] {
+            const auto asked = rig.server.eventsOfType(QStringLiteral("response.create"));
+            return std::any_of(asked.begin(), asked.end(),
+                               ScriptedRealtimeServer::isMessageRequest);
+        }));
+        rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
+        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QVERIFY(rig.model->armed());
+        QCOMPARE(rig.model->status(), QStringLiteral("À l’écoute des appels"));
+        QCOMPARE(rig.historyOnDisk().size(), 1);
+        QVERIFY(rig.notifier->alerts().isEmpty());
+    }
+
+    // Every way the receptionist goes off by itself reaches the owner with the reason; the
+    // headline no longer says it listens. Switching it off oneself tells nobody.
+    void everyUnaskedStopAlertsTheOwner_data()
+    {
+        QTest::addColumn<QString>("stop");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("échec") << QStringLiteral("fail")
+                               << QStringLiteral("L’IA signale une erreur (session_expired).");
+        QTest::newRow("accessibilité")
+            << QStringLiteral("accessibility")
+            << QStringLiteral("L’autorisation Accessibilité a été retirée.");
+        QTest::newRow("20 minutes")
+            << QStringLiteral("limit") << QStringLiteral("La conversation a atteint la limite");
+        QTest::newRow("réveil") << QStringLiteral("wake")
+                                << QStringLiteral("Au réveil de l’ordinateur, le standard n’a "
+                                                  "pas pu être réactivé");
+    }
+    void everyUnaskedStopAlertsTheOwner()
+    {
+        QFETCH(QString, stop);
+        QFETCH(QString, reason);
+        AppRig rig;
+        QVERIFY(rig.arm());
+        rig.model->toggleArmed();
+        QVERIFY(rig.arm());
+        QVERIFY(rig.notifier->alerts().isEmpty());
+
+        if (stop == u"accessibility") {
+            rig.accessibility->trusted = false;
+            rig.tick();
+        } else if (stop == u"wake") {
+            rig.sleep->sleepNow();
+            rig.server.behaviour().confirmSessions = false;
+            rig.sleep->wakeNow();
+            rig.clock.advance(AppModel::kAICheckTimeout);
+        } else {
+            QVERIFY(rig.takeCall());
+            rig.showActiveCall();
+            if (stop == u"fail")
+                rig.server.sendEvent(
+                    ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
+            else
+                rig.clock.advance(*rig.model->callStarted() + 1201 - rig.clock.uptime());
+            QVERIFY(waitFor([&] {
+                rig.tick();
+                return !rig.model->busy();
+            }));
+        }
+        QVERIFY(!rig.model->armed());
+        QVERIFY(rig.model->status() != QStringLiteral("À l’écoute des appels"));
+        QCOMPARE(rig.notifier->alerts().size(), 1);
+        const CallNotice alert = rig.notifier->alerts().first();
+        QCOMPARE(alert.title, QStringLiteral("Vemira · Standard arrêté"));
+        QVERIFY2(alert.body.contains(reason), qPrintable(alert.body));
+        QVERIFY(alert.urgent);
+    }
+
     void theLogPrinterPrintsRepeatedLinesToo()
     {
         AppRig rig;

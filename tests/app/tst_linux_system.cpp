@@ -4,6 +4,7 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusUnixFileDescriptor>
+#include <QHash>
 #include <QProcess>
 #include <QTest>
 #include <fcntl.h>
@@ -11,7 +12,7 @@
 
 using namespace vemira;
 
-// Plays logind on a private bus: hands out the write end of a pipe as the inhibitor lock,
+// Plays logind on a private bus: hands out the write end of a pipe as each inhibitor lock,
 // so the test can see when every copy of it has been closed (the read end reaches EOF).
 class FakeLogind : public QObject {
     Q_OBJECT
@@ -19,19 +20,20 @@ class FakeLogind : public QObject {
 
 public:
     int locksGiven = 0;
-    QStringList lastRequest;
-    int readEnd = -1;
+    // The requests, by what they inhibit ("sleep", "shutdown").
+    QHash<QString, QStringList> requests;
+    QHash<QString, int> readEnds;
 
     ~FakeLogind() override
     {
-        if (readEnd >= 0)
-            ::close(readEnd);
+        for (int fd : std::as_const(readEnds))
+            ::close(fd);
     }
 
-    bool lockReleased() const
+    bool lockReleased(const QString& what = QStringLiteral("sleep")) const
     {
         char byte;
-        return ::read(readEnd, &byte, 1) == 0;
+        return ::read(readEnds.value(what, -1), &byte, 1) == 0;
     }
 
 public Q_SLOTS:
@@ -41,14 +43,14 @@ public Q_SLOTS:
         int fds[2];
         if (::pipe(fds) != 0)
             return {};
-        if (readEnd >= 0)
-            ::close(readEnd);
-        readEnd = fds[0];
-        ::fcntl(readEnd, F_SETFL, O_NONBLOCK);
+        if (readEnds.contains(what))
+            ::close(readEnds.value(what));
+        readEnds.insert(what, fds[0]);
+        ::fcntl(fds[0], F_SETFL, O_NONBLOCK);
         QDBusUnixFileDescriptor lock(fds[1]); // duplicates
         ::close(fds[1]);
         ++locksGiven;
-        lastRequest = {what, who, why, mode};
+        requests.insert(what, {what, who, why, mode});
         return lock;
     }
 };
@@ -90,9 +92,10 @@ private Q_SLOTS:
         LogindSleepNotifier notifier(
             QDBusConnection::connectToBus(m_address, QStringLiteral("vemira")));
         QVERIFY(notifier.listening());
-        QTRY_VERIFY(notifier.holdsLock());
-        QCOMPARE(logind.lastRequest.value(0), QStringLiteral("sleep"));
-        QCOMPARE(logind.lastRequest.value(3), QStringLiteral("delay"));
+        QTRY_VERIFY(notifier.holdsLock() && notifier.holdsShutdownLock());
+        QCOMPARE(logind.requests.value(QStringLiteral("sleep")).value(3), QStringLiteral("delay"));
+        QCOMPARE(logind.requests.value(QStringLiteral("shutdown")).value(3),
+                 QStringLiteral("delay"));
         QVERIFY(!logind.lockReleased());
 
         // The lock must still be held while the callback saves, and released right after.
@@ -104,14 +107,15 @@ private Q_SLOTS:
             ++calls;
             heldDuringCallback = !logind.lockReleased();
         };
-        auto emitSleep = [&](bool start) {
+        auto emitPrepare = [&](const QString& what, bool start) {
             QDBusMessage signal =
                 QDBusMessage::createSignal(QStringLiteral("/org/freedesktop/login1"),
                                            QStringLiteral("org.freedesktop.login1.Manager"),
-                                           QStringLiteral("PrepareForSleep"));
+                                           QStringLiteral("PrepareFor") + what);
             signal << start;
             QVERIFY(service.send(signal));
         };
+        auto emitSleep = [&](bool start) { emitPrepare(QStringLiteral("Sleep"), start); };
         emitSleep(true);
         QTRY_COMPARE(calls, 1);
         QVERIFY(heldDuringCallback);
@@ -121,10 +125,23 @@ private Q_SLOTS:
         // Waking up takes a new lock for the next sleep and is told once; it is not a sleep.
         QCOMPARE(wakes, 0);
         emitSleep(false);
-        QTRY_COMPARE(logind.locksGiven, 2);
+        QTRY_COMPARE(logind.locksGiven, 3);
         QVERIFY(notifier.holdsLock());
         QCOMPARE(calls, 1);
         QCOMPARE(wakes, 1);
+
+        // A shutdown is held back the same way, and is not a sleep.
+        int powerOffs = 0;
+        bool shutdownHeld = false;
+        notifier.onWillPowerOff = [&] {
+            ++powerOffs;
+            shutdownHeld = !logind.lockReleased(QStringLiteral("shutdown"));
+        };
+        emitPrepare(QStringLiteral("Shutdown"), true);
+        QTRY_COMPARE(powerOffs, 1);
+        QVERIFY(shutdownHeld);
+        QVERIFY(logind.lockReleased(QStringLiteral("shutdown")));
+        QCOMPARE(calls, 1);
 
         service.unregisterObject(QStringLiteral("/org/freedesktop/login1"));
         service.unregisterService(QStringLiteral("org.freedesktop.login1"));

@@ -1,6 +1,7 @@
 #include "SmtpTestServer.h"
 #include "core/Clock.h"
 #include "notify/AfterCallMail.h"
+#include "notify/AfterCallNotices.h"
 #include "notify/MailAccount.h"
 #include "notify/MailSender.h"
 #include "notify/SmtpTransport.h"
@@ -64,6 +65,7 @@ private Q_SLOTS:
     void headlineComesFromTheMessage();
     void afterCallMailArrivesAsWritten();
     void recordingIsAttachedOnlyWhenAsked();
+    void alertReachesTheOwner();
     void startTlsWithLoginAndTrustedCertificate();
     void implicitTls();
     void refusedPasswordAndUnreachableServer();
@@ -177,6 +179,28 @@ void MailTest::afterCallMailArrivesAsWritten()
                                       "Rappel : Non précisé\nEnregistrement : ") +
                        *record.recordingFile + QStringLiteral("\n\n") + transcriptDocument(record));
     QCOMPARE(mail.value(QStringLiteral("attachments")).toArray().size(), 0);
+}
+
+// The receptionist's own alerts go through the same account as the calls' e-mails.
+void MailTest::alertReachesTheOwner()
+{
+    SmtpTestServer server;
+    QVERIFY(server.started());
+    QTemporaryDir dir;
+    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
+    settings.setMail(mailSettings(server.url()));
+    AfterCallNotices notices(SystemClock::instance(), settings, DataFolder(dir.path()), nullptr);
+    const QString why = QStringLiteral("L’autorisation Accessibilité a été retirée.");
+    const QString whatToDo = QStringLiteral("Réactivez le standard dans Vemira.");
+    notices.alert(QStringLiteral("Vemira · Standard arrêté"), why, whatToDo);
+
+    const QJsonObject mail = server.mail(1);
+    QCOMPARE(mail.value(QStringLiteral("subject")).toString(),
+             QStringLiteral("Vemira · Standard arrêté"));
+    QCOMPARE(mail.value(QStringLiteral("to")).toString(), kTo);
+    const QString body = mail.value(QStringLiteral("body")).toString();
+    QVERIFY2(body.startsWith(why + QStringLiteral("\r\n\r\nQue faire : ") + whatToDo),
+             qPrintable(body));
 }
 
 void MailTest::recordingIsAttachedOnlyWhenAsked()

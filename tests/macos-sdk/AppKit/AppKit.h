@@ -33,5 +33,6 @@ NS_ASSUME_NONNULL_BEGIN
 
 FOUNDATION_EXPORT NSNotificationName const NSWorkspaceWillSleepNotification;
 FOUNDATION_EXPORT NSNotificationName const NSWorkspaceDidWakeNotification;
+FOUNDATION_EXPORT NSNotificationName const NSWorkspaceWillPowerOffNotification;
 
 NS_ASSUME_NONNULL_END

@@ -44,7 +44,9 @@ void FreedesktopNotifier::show(const CallNotice& notice)
     hints.insert(QStringLiteral("desktop-entry"), QStringLiteral("vemira"));
     call << QStringLiteral("Vemira") << uint(0) << QStringLiteral("call-start") << notice.title
          << (m_markup ? notice.body.toHtmlEscaped() : notice.body)
-         << QStringList{kDefaultAction, QStringLiteral("Ouvrir l’appel")} << hints << int(-1);
+         << QStringList{kDefaultAction, notice.callId.isNull() ? QStringLiteral("Ouvrir Vemira")
+                                                               : QStringLiteral("Ouvrir l’appel")}
+         << hints << int(-1);
     // Asynchronous: a slow or absent daemon never holds up the main thread.
     auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,

@@ -60,6 +60,14 @@ public:
                                            if (owner->onWoke)
                                                owner->onWoke();
                                          }];
+        // Log out, restart or shut down: the call under way is ended and saved first.
+        m_powerOffObserver = [center addObserverForName:NSWorkspaceWillPowerOffNotification
+                                                 object:nil
+                                                  queue:[NSOperationQueue mainQueue]
+                                             usingBlock:^(NSNotification*) {
+                                               if (owner->onWillPowerOff)
+                                                   owner->onWillPowerOff();
+                                             }];
     }
 
     ~MacSleepNotifier() override
@@ -69,11 +77,14 @@ public:
             [center removeObserver:m_sleepObserver];
         if (m_wakeObserver != nil)
             [center removeObserver:m_wakeObserver];
+        if (m_powerOffObserver != nil)
+            [center removeObserver:m_powerOffObserver];
     }
 
 private:
     id<NSObject> m_sleepObserver = nil;
     id<NSObject> m_wakeObserver = nil;
+    id<NSObject> m_powerOffObserver = nil;
 };
 
 } // namespace
