@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Compiles the macOS backends against the SDK model, builds everything and runs every test
-# suite: the normal build, the AddressSanitizer + UndefinedBehaviorSanitizer build, the ThreadSanitizer build of the audio tests, and
-# the fuzz targets for a bounded time. Exits non-zero on the first failure.
+# suite: the normal build and its Debian package, the AddressSanitizer +
+# UndefinedBehaviorSanitizer build, the ThreadSanitizer build of the audio tests, and the fuzz
+# targets for a bounded time. Exits non-zero on the first failure.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -15,6 +16,9 @@ echo "== build and test"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DVEMIRA_BUILD_BENCH=ON -DVEMIRA_WERROR=ON >/dev/null
 cmake --build build -j"$jobs"
 (cd build && ctest --output-on-failure -j"$jobs" --timeout 300)
+
+echo "== Debian package: validated, installed, started twice, autostart, removed"
+"$root/scripts/package-check.sh" build
 
 echo "== address and undefined-behaviour sanitizers"
 cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVEMIRA_BUILD_APP=ON -DVEMIRA_WERROR=ON \

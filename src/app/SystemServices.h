@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/AppError.h"
+
 #include <QString>
 #include <QUrl>
 #include <functional>
@@ -34,8 +36,21 @@ public:
     std::function<void()> onWillPowerOff;
 };
 
+// Starting the application when the user opens a session: an XDG autostart entry on Linux,
+// the application's login item (SMAppService) on macOS. Main thread only.
+class LoginItem {
+public:
+    virtual ~LoginItem() = default;
+    virtual Result<bool> enabled() const = 0;
+    // A refusal says, in French, what the user can do instead.
+    virtual Status setEnabled(bool enabled) = 0;
+    // Where the user sees the entry: its file, or the system settings' pane.
+    virtual QString where() const = 0;
+};
+
 // The platform's real ones, defined by the system backend of each platform.
 std::unique_ptr<Workspace> createPlatformWorkspace();
 std::unique_ptr<SleepNotifier> createPlatformSleepNotifier();
+std::unique_ptr<LoginItem> createPlatformLoginItem();
 
 } // namespace vemira

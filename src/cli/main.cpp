@@ -81,7 +81,8 @@ void printOverview(const CommandTable& table)
     }
     out() << "\nREF est la référence de 8 caractères ou l’identifiant complet, en majuscules "
              "ou minuscules.\n"
-          << "« vemira COMMANDE --help » détaille une commande.\n";
+          << "« vemira COMMANDE --help » détaille une commande ; « vemira --version » donne "
+             "la version.\n";
 }
 
 void printCommandHelp(const Command& command)
@@ -119,6 +120,12 @@ int main(int argc, char** argv)
         return UsageError;
     }
     const QString name = arguments.takeFirst();
+    if (name == QLatin1String("--version") || name == QLatin1String("-v") ||
+        name == QLatin1String("version")) {
+        out() << "vemira " << VEMIRA_VERSION << '\n';
+        out().flush();
+        return Success;
+    }
     if (name == QLatin1String("--help") || name == QLatin1String("-h") ||
         name == QLatin1String("help")) {
         if (!arguments.isEmpty()) {

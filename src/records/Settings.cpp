@@ -144,6 +144,26 @@ void Settings::setRearmOnWake(bool enabled)
     m_store->setValue(key("rearmOnWake"), enabled);
 }
 
+bool Settings::armedAtExit() const
+{
+    return boolean(key("armedAtExit")).value_or(false);
+}
+
+void Settings::setArmedAtExit(bool armed)
+{
+    m_store->setValue(key("armedAtExit"), armed);
+}
+
+std::optional<bool> Settings::rearmAtLogin() const
+{
+    return boolean(key("rearmAtLogin"));
+}
+
+void Settings::setRearmAtLogin(bool rearm)
+{
+    m_store->setValue(key("rearmAtLogin"), rearm);
+}
+
 QString Settings::phoneApp() const
 {
     const QVariant value = m_store->value(key("phoneApp"));

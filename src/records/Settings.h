@@ -50,6 +50,12 @@ public:
     void setRecordingRetentionDays(int days);
     bool rearmOnWake() const; // true unless a boolean false is stored
     void setRearmOnWake(bool enabled);
+    // Whether standby was armed when the application last stopped, and the owner's answer
+    // (asked once) to arming it again when the session opens; absent until asked.
+    bool armedAtExit() const;
+    void setArmedAtExit(bool armed);
+    std::optional<bool> rearmAtLogin() const;
+    void setRearmAtLogin(bool rearm);
     // The phone application watched for calls, by profile id ("twinkle") or application
     // name; empty (the default) watches every known one.
     QString phoneApp() const;

@@ -8,7 +8,7 @@ namespace vemira::ui {
 
 namespace {
 
-// The handset and its two waves on a 256-unit canvas (see packaging/vemira.svg).
+// The handset and its two waves on a 256-unit canvas (see packaging/fr.brelian.Vemira.svg).
 void drawHandset(QPainter& p, const QColor& color)
 {
     QPainterPath handset;

@@ -8,7 +8,7 @@ namespace vemira::ui {
 // What the status icon tells at a glance.
 enum class StandbyState { Paused, Listening, InCall };
 
-// Icons are drawn in code: the same handset as packaging/vemira.svg, so no image plugin
+// Icons are drawn in code: the same handset as packaging/fr.brelian.Vemira.svg, so no image plugin
 // is needed and the tray variants stay consistent with the application icon.
 class AppIcon {
 public:

@@ -194,6 +194,7 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     recording->body()->addLayout(retentionRow);
     m_rearmOnWake = new ToggleSwitch(QStringLiteral("Réactiver le standard au réveil"), recording);
     recording->body()->addWidget(m_rearmOnWake);
+    m_optionsBody = recording->body();
     m_permissions = makeLabel(QString(), recording);
     m_permissions->setAccessibleName(QStringLiteral("Autorisations"));
     recording->body()->addWidget(m_permissions);
@@ -304,6 +305,11 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     bind(m_model, &AppModel::accessibilityChanged, this, permissions);
     connect(m_model, &AppModel::micAllowedChanged, this, permissions);
     connect(m_model, &AppModel::permissionReportChanged, this, permissions);
+}
+
+void ConnectionsPage::addLoginStartSwitch(QWidget* toggle)
+{
+    m_optionsBody->insertWidget(m_optionsBody->indexOf(m_rearmOnWake) + 1, toggle);
 }
 
 void ConnectionsPage::refreshDevices()

@@ -2,6 +2,7 @@
 
 #include <QWidget>
 
+class QBoxLayout;
 class QComboBox;
 class QLabel;
 class QLineEdit;
@@ -38,11 +39,15 @@ public:
     QComboBox* retentionPicker() const { return m_retention; }
     QComboBox* phoneAppPicker() const { return m_phoneApp; }
 
+    // Places the start-at-login switch beside the other options.
+    void addLoginStartSwitch(QWidget* toggle);
+
 private:
     void refreshDevices();
 
     AppModel* m_model;
     GuidedSetup* m_setup;
+    QBoxLayout* m_optionsBody = nullptr;
     QLineEdit* m_key;
     QPushButton* m_saveKey;
     QPushButton* m_deleteKey;

@@ -1,6 +1,7 @@
 #include "ui/GuidePage.h"
 
 #include "app/AppModel.h"
+#include "records/LogFile.h"
 #include "ui/UiTexts.h"
 #include "ui/Widgets.h"
 
@@ -44,6 +45,22 @@ GuidePage::GuidePage(AppModel* model, QWidget* parent) : QWidget(parent)
         card->body()->addWidget(makeLabel(s.body, card));
         layout->addWidget(card);
     }
+    auto* journal = new Card(QStringLiteral("Journal"), content);
+    const LogFile log(LogFile::standardFolder());
+    journal->body()->addWidget(makeLabel(
+        QStringLiteral("Chaque événement du standard est aussi noté dans « ") + log.path() +
+            QStringLiteral(" » (sans clé, mot de passe ni texte des conversations). "
+                           "« vemira log » l’affiche aussi. Dernières lignes :"),
+        journal));
+    m_logTail = makeLabel(QString(), journal);
+    m_logTail->setAccessibleName(QStringLiteral("Dernières lignes du journal"));
+    m_logTail->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    journal->body()->addWidget(m_logTail);
+    layout->addWidget(journal);
+    connect(model, &AppModel::logChanged, this, [this] {
+        if (isVisible())
+            refreshLogTail();
+    });
     auto* actions = new QHBoxLayout;
     auto* setup = makeButton(QStringLiteral("Ouvrir la configuration &guidée"), content);
     auto* test = makeButton(QStringLiteral("Ouvrir la fenêtre d’&essai"), content);
@@ -57,6 +74,19 @@ GuidePage::GuidePage(AppModel* model, QWidget* parent) : QWidget(parent)
     connect(setup, &QPushButton::clicked, this, &GuidePage::setupRequested);
     connect(test, &QPushButton::clicked, this, &GuidePage::testRequested);
     connect(demo, &QPushButton::clicked, model, &AppModel::addDemo);
+}
+
+void GuidePage::refreshLogTail()
+{
+    const QStringList lines = LogFile(LogFile::standardFolder()).lastLines(kLogTailLines);
+    m_logTail->setText(lines.isEmpty() ? QStringLiteral("(vide pour l’instant)")
+                                       : lines.join(u'\n'));
+}
+
+void GuidePage::showEvent(QShowEvent* event)
+{
+    refreshLogTail();
+    QWidget::showEvent(event);
 }
 
 } // namespace vemira::ui

@@ -2,6 +2,8 @@
 
 #include <QWidget>
 
+class QLabel;
+
 namespace vemira {
 class AppModel;
 }
@@ -18,6 +20,14 @@ public:
 Q_SIGNALS:
     void setupRequested();
     void testRequested();
+
+protected:
+    void showEvent(QShowEvent* event) override;
+
+private:
+    void refreshLogTail();
+    static constexpr int kLogTailLines = 8;
+    QLabel* m_logTail = nullptr;
 };
 
 } // namespace vemira::ui

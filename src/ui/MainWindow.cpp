@@ -8,6 +8,7 @@
 #include "ui/DashboardPage.h"
 #include "ui/DossiersPage.h"
 #include "ui/GuidePage.h"
+#include "ui/LoginStart.h"
 #include "ui/RecordingWindow.h"
 #include "ui/SetupAssistant.h"
 #include "ui/TestWindow.h"
@@ -22,6 +23,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QStackedWidget>
 #include <QSystemTrayIcon>
 #include <QVBoxLayout>
@@ -230,10 +232,18 @@ QString MainWindow::currentPage() const
     return row < 0 ? QString() : m_nav->item(row)->data(Qt::UserRole).toString();
 }
 
+void MainWindow::setLoginStart(LoginStart* start)
+{
+    m_loginStart = start;
+    m_connections->addLoginStartSwitch(start->makeSwitch(m_connections));
+}
+
 SetupAssistant* MainWindow::openSetupAssistant()
 {
     if (!m_setupWindow) {
         m_setupWindow = new SetupAssistant(m_model, m_setup, this);
+        if (m_loginStart)
+            m_setupWindow->addToLastStep(m_loginStart->makeSwitch(m_setupWindow));
         connect(m_setupWindow, &QDialog::finished, this, [this] {
             m_model->setShowSetupAssistant(false);
             m_model->setMacAssistantOpen(false);
@@ -308,6 +318,23 @@ void MainWindow::closeEvent(QCloseEvent* event)
         hide();
         event->ignore();
         return;
+    }
+    // Without a tray the window is the only way back; closing it would stop answering. Opening
+    // Vemira again from the menu brings a hidden window forward.
+    if (!QApplication::closingDown() && m_model->armed()) {
+        const auto answer = QMessageBox::question(
+            this, QStringLiteral("Vemira"),
+            QStringLiteral("Continuer à répondre aux appels en arrière-plan ?\n\nOui : la fenêtre "
+                           "se ferme et le standard reste en veille ; rouvrez Vemira depuis le "
+                           "menu des applications pour la retrouver.\nNon : Vemira s’arrête et "
+                           "ne répond plus."),
+            QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel, QMessageBox::Yes);
+        if (answer != QMessageBox::No) {
+            if (answer == QMessageBox::Yes)
+                hide();
+            event->ignore();
+            return;
+        }
     }
     QMainWindow::closeEvent(event);
 }

@@ -21,6 +21,7 @@ class DashboardPage;
 class DossiersPage;
 class GuidePage;
 class GuidedSetup;
+class LoginStart;
 class RecordingWindow;
 class SetupAssistant;
 class TestWindow;
@@ -39,6 +40,8 @@ public:
     void showPage(const QString& name);
     QString currentPage() const;
     SetupAssistant* openSetupAssistant();
+    // Shows the start-at-login switch on the Connexions page and the setup's last step.
+    void setLoginStart(LoginStart* start);
     VoiceWindow* openVoiceWindow();
     TestWindow* openTestWindow();
     RecordingWindow* openRecording(const QUuid& id);
@@ -77,6 +80,7 @@ private:
     ConnectionsPage* m_connections;
     GuidePage* m_guide;
     QPointer<SetupAssistant> m_setupWindow;
+    LoginStart* m_loginStart = nullptr; // owned by the caller of setLoginStart
     QPointer<VoiceWindow> m_voiceWindow;
     QPointer<TestWindow> m_testWindow;
     QPointer<RecordingWindow> m_recordingWindow;

@@ -92,6 +92,7 @@ void OrderlyQuit::request(const QString& reason, bool quitAfter)
     m_cutShort = false;
     m_elapsed.start();
     m_model.event(QStringLiteral("Arrêt demandé : ") + reason);
+    Q_EMIT windingDown();
     // Asked for: no alert to the owner, the status says why.
     if (m_model.armed())
         m_model.toggleArmed();

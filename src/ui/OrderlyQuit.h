@@ -38,6 +38,8 @@ public:
     void endNow(const QString& reason);
 
 Q_SIGNALS:
+    // The wind-down begins: what is disarmed from now on was not the owner's choice.
+    void windingDown();
     void ended();
 
 private:

@@ -315,6 +315,7 @@ QWidget* SetupAssistant::buildPhoneStep()
     m_validated->setAccessibleName(QStringLiteral("Validation"));
     body->addWidget(m_validated);
     body->addStretch(1);
+    m_lastStepBody = body;
     if (m_setup->makesDevices()) {
         auto* check =
             makeButton(QStringLiteral("Vérifier le &son du logiciel de téléphonie"), page);
@@ -330,6 +331,11 @@ QWidget* SetupAssistant::buildPhoneStep()
             m_setup->observeTestCall();
     });
     return page;
+}
+
+void SetupAssistant::addToLastStep(QWidget* widget)
+{
+    m_lastStepBody->insertWidget(m_lastStepBody->count() - 1, widget);
 }
 
 void SetupAssistant::showStep(int index)

@@ -30,6 +30,8 @@ public:
     SetupAssistant(AppModel* model, GuidedSetup* setup, QWidget* parent = nullptr);
 
     void showStep(int index);
+    // Adds a line to the last step, above its end (the start at login).
+    void addToLastStep(QWidget* widget);
     int currentStep() const;
     // The first step not done yet (the last one when all are done).
     int firstOpenStep() const;
@@ -48,6 +50,7 @@ private:
     GuidedSetup* m_setup;
     QListWidget* m_steps;
     QStackedWidget* m_pages;
+    QVBoxLayout* m_lastStepBody = nullptr;
     QProgressBar* m_progress;
     QPushButton* m_previous;
     QPushButton* m_next;

@@ -13,6 +13,7 @@
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLocale>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSlider>
@@ -23,6 +24,13 @@ namespace vemira::ui {
 namespace {
 // Sliders move in tenths of a decibel.
 constexpr int kSteps = 10;
+
+// French whatever the session's language: "-2,5 dB".
+QString gainText(double decibels)
+{
+    return QLocale(QLocale::French, QLocale::France).toString(decibels, 'f', 1) +
+           QStringLiteral(" dB");
+}
 } // namespace
 
 QStringList VoiceWindow::bandNames()
@@ -83,7 +91,7 @@ VoiceWindow::VoiceWindow(AppModel* model, QWidget* parent) : QDialog(parent), m_
     auto* grid = new QGridLayout;
     const QStringList names = bandNames();
     for (int i = 0; i < VoiceEQSettings::kBands; ++i) {
-        auto* value = new QLabel(QStringLiteral("0.0 dB"), eqCard);
+        auto* value = new QLabel(gainText(0), eqCard);
         value->setAlignment(Qt::AlignHCenter);
         auto* slider = new QSlider(Qt::Vertical, eqCard);
         slider->setRange(int(-VoiceEQSettings::kMaxGain) * kSteps,
@@ -103,7 +111,7 @@ VoiceWindow::VoiceWindow(AppModel* model, QWidget* parent) : QDialog(parent), m_
         m_bands << slider;
         m_bandValues << value;
         connect(slider, &QSlider::valueChanged, this, [this, i, value](int v) {
-            value->setText(QString::number(v / double(kSteps), 'f', 1) + QStringLiteral(" dB"));
+            value->setText(gainText(v / double(kSteps)));
             m_bands[i]->setAccessibleDescription(value->text());
             pushEqualizer();
         });

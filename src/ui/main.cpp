@@ -1,16 +1,20 @@
 // vemira-app: the desktop application. Creates the one AppModel with the platform's parts,
 // the main window and the status icon.
 #include "app/AppModel.h"
+#include "app/SessionLogFile.h"
 #include "audio/probes/AudioRouteProbe.h"
 #include "audio/probes/MicrophoneProbe.h"
 #include "records/InstanceLock.h"
 #include "ui/AppIcon.h"
+#include "ui/FrenchQt.h"
 #include "ui/GuiDesktopServices.h"
 #include "ui/GuidedSetup.h"
+#include "ui/LoginStart.h"
 #include "ui/MainWindow.h"
 #include "ui/OrderlyQuit.h"
 #include "ui/Screenshots.h"
 #include "ui/SetupAssistant.h"
+#include "ui/SingleInstance.h"
 #include "ui/StatusIcon.h"
 #include "ui/Theme.h"
 
@@ -18,18 +22,29 @@
 #include <QCommandLineParser>
 #include <QLocale>
 #include <QMessageBox>
+#include <QSystemTrayIcon>
 #include <QTextStream>
+#include <cstring>
+#include <optional>
 
 using namespace vemira;
 
 int main(int argc, char* argv[])
 {
+    // Before any display is opened, so it answers over SSH and in scripts too.
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--version") == 0 || std::strcmp(argv[i], "-v") == 0) {
+            QTextStream(stdout) << "vemira-app " << VEMIRA_VERSION << '\n';
+            return 0;
+        }
+    }
     QApplication app(argc, argv);
+    ui::useFrenchQt(app);
     QApplication::setApplicationName(QStringLiteral("Vemira"));
     QApplication::setOrganizationName(QStringLiteral("Brelian"));
     QApplication::setOrganizationDomain(QStringLiteral("brelian.fr"));
     QApplication::setApplicationVersion(QStringLiteral(VEMIRA_VERSION));
-    QApplication::setDesktopFileName(QStringLiteral("vemira"));
+    QApplication::setDesktopFileName(QStringLiteral(VEMIRA_APP_ID));
     QApplication::setWindowIcon(ui::AppIcon::application());
 
     QCommandLineParser parser;
@@ -46,6 +61,10 @@ int main(int argc, char* argv[])
                                     QStringLiteral("Réglages dans ce fichier au lieu des "
                                                    "préférences de l’utilisateur."),
                                     QStringLiteral("FICHIER"));
+    QCommandLineOption autostart(QStringLiteral("autostart"),
+                                 QStringLiteral("Démarrage à l’ouverture de session : reste dans "
+                                                "la zone de notification."));
+    parser.addOption(autostart);
     parser.addOption(screenshots);
     parser.addOption(settingsFile);
     parser.addOption(dark);
@@ -56,8 +75,12 @@ int main(int argc, char* argv[])
     else if (parser.isSet(light))
         ui::Theme::applyLightPalette(app);
 
-    // One receptionist per data folder: refuse before the history is even read.
-    auto instance = InstanceLock::acquire(DataFolder::standard(), QStringLiteral("vemira-app"));
+    // One receptionist per data folder: refuse before the history is even read. When the
+    // holder is this application, its window comes forward instead.
+    const DataFolder dataFolder = DataFolder::standard();
+    auto instance = InstanceLock::acquire(dataFolder, QStringLiteral("vemira-app"));
+    if (!instance && !parser.isSet(screenshots) && ui::SingleInstance::askRunningToShow(dataFolder))
+        return 0;
     if (!instance) {
         QTextStream(stderr) << instance.error().message() << '\n';
         if (!parser.isSet(screenshots) && QGuiApplication::platformName() != u"offscreen")
@@ -65,9 +88,15 @@ int main(int argc, char* argv[])
         return 1;
     }
 
+    ui::SingleInstance singleInstance(dataFolder);
+    if (!parser.isSet(screenshots))
+        singleInstance.listen();
+
     AppDependencies deps = createPlatformDependencies();
     if (parser.isSet(settingsFile))
         deps.settingsFile = parser.value(settingsFile);
+    Settings loginSettings =
+        parser.isSet(settingsFile) ? Settings(parser.value(settingsFile)) : Settings();
     Clock& clock = *deps.clock;
     // The model owns the audio parts; the setup's probes borrow them while no call runs.
     AudioDeviceIO& deviceIO = *deps.deviceIO;
@@ -76,8 +105,14 @@ int main(int argc, char* argv[])
     ui::GuiDesktopServices* desktopServices = desktop.get();
     deps.desktop = std::move(desktop);
     AppModel model(std::move(deps));
+    std::optional<SessionLogFile> logFile;
+    if (!parser.isSet(screenshots))
+        logFile.emplace(model, LogFile(LogFile::standardFolder()));
+    ui::LoginStart loginStart(model, std::move(loginSettings), createPlatformLoginItem());
     // A signal, the session's end or "Quitter" end the call under way before the process does.
     ui::OrderlyQuit orderlyQuit(model);
+    QObject::connect(&orderlyQuit, &ui::OrderlyQuit::windingDown, &loginStart,
+                     &ui::LoginStart::stopTracking);
 
     AudioRouteProbe routeProbe(deviceIO, audioSystem, clock);
     MicrophoneProbe microphoneProbe(deviceIO, clock);
@@ -95,12 +130,20 @@ int main(int argc, char* argv[])
     ui::GuidedSetup setup(model, clock, std::move(probes));
     ui::MainWindow window(&model, clock, &setup);
     desktopServices->setDialogParent(&window);
+    window.setLoginStart(&loginStart);
     ui::StatusIcon status(&model);
-    QObject::connect(&status, &ui::StatusIcon::showWindowRequested, &window, [&window] {
+    const auto bringForward = [&window] {
         window.showNormal();
         window.raise();
         window.activateWindow();
-    });
+    };
+    QObject::connect(&status, &ui::StatusIcon::showWindowRequested, &window, bringForward);
+    QObject::connect(&singleInstance, &ui::SingleInstance::showRequested, &window,
+                     [&model, bringForward] {
+                         bringForward();
+                         model.event(QStringLiteral("Vemira ouvert à nouveau : fenêtre ramenée "
+                                                    "au premier plan."));
+                     });
     QObject::connect(&status, &ui::StatusIcon::recordRequested, &window,
                      &ui::MainWindow::showRecord);
     QObject::connect(&model, &AppModel::callOpenRequested, &window, &ui::MainWindow::showRecord);
@@ -121,7 +164,12 @@ int main(int argc, char* argv[])
     }
 
     status.show();
-    window.show();
-    window.presentStartupAssistant();
+    // Started by the session: stay in the tray, unless there is no tray to come back from.
+    if (!parser.isSet(autostart) || !QSystemTrayIcon::isSystemTrayAvailable()) {
+        window.show();
+        window.presentStartupAssistant();
+    }
+    if (parser.isSet(autostart))
+        loginStart.startedAtLogin(&window);
     return app.exec();
 }

@@ -308,7 +308,7 @@ private Q_SLOTS:
         const auto stored = Settings(rig.settingsFile()).voiceEQ();
         QVERIFY(stored.has_value());
         QCOMPARE(VoiceEQSettings::load(*stored), rig.model->voiceEQ());
-        QCOMPARE(voice->band(1)->accessibleDescription(), QStringLiteral("6.0 dB"));
+        QCOMPARE(voice->band(1)->accessibleDescription(), QStringLiteral("6,0 dB"));
         voice->equalizerSwitch()->setChecked(false);
         QCOMPARE(rig.model->voiceEQ().enabled, false);
         QCOMPARE(rig.model->voiceEQ().safeGains()[1], 6.0f); // kept, only bypassed

@@ -89,6 +89,7 @@ typedef struct {
 
 // NSError.h
 @interface NSError : NSObject <NSCopying>
+@property(readonly) NSInteger code;
 @property(readonly, copy) NSString* localizedDescription;
 @end
 

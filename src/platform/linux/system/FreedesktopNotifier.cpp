@@ -41,7 +41,7 @@ void FreedesktopNotifier::show(const CallNotice& notice)
     // Urgency: 1 normal, 2 critical (stays until the owner acts on it).
     hints.insert(QStringLiteral("urgency"), QVariant::fromValue<uchar>(notice.urgent ? 2 : 1));
     hints.insert(QStringLiteral("category"), QStringLiteral("im.received"));
-    hints.insert(QStringLiteral("desktop-entry"), QStringLiteral("vemira"));
+    hints.insert(QStringLiteral("desktop-entry"), QStringLiteral(VEMIRA_APP_ID));
     call << QStringLiteral("Vemira") << uint(0) << QStringLiteral("call-start") << notice.title
          << (m_markup ? notice.body.toHtmlEscaped() : notice.body)
          << QStringList{kDefaultAction, notice.callId.isNull() ? QStringLiteral("Ouvrir Vemira")
