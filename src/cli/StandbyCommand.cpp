@@ -5,6 +5,7 @@
 #include "SessionLogPrinter.h"
 #include "app/AppDependencies.h"
 #include "app/AppModel.h"
+#include "app/SessionLogFile.h"
 #include "audio/SoundDevice.h"
 #include "audio/VirtualAudioDevices.h"
 #include "phone/SoftphoneProfile.h"
@@ -115,6 +116,7 @@ int runStandbyCommand(const QStringList& arguments)
     for (qsizetype i = atStart.size() - 1; i >= 0; --i)
         out << atStart.at(i) << Qt::endl;
     SessionLogPrinter printer(model, out);
+    SessionLogFile logFile(model, LogFile(LogFile::standardFolder()));
     chooseVirtualDevices(model, out);
 
     out << QStringLiteral("Vérifications et connexion IA…") << Qt::endl;

@@ -15,6 +15,10 @@ LogFile::LogFile(QString folder, qint64 maxBytes, int keptFiles)
 
 QString LogFile::standardFolder()
 {
+    // Tests and scripted runs keep their log with the rest of their data.
+    const QString data = qEnvironmentVariable("VEMIRA_DATA_DIR");
+    if (!data.isEmpty())
+        return data;
 #ifdef Q_OS_MACOS
     return QDir::homePath() + QStringLiteral("/Library/Logs/Brelian");
 #else

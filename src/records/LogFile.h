@@ -18,7 +18,8 @@ public:
     explicit LogFile(QString folder, qint64 maxBytes = kMaxBytes, int keptFiles = kKeptFiles);
 
     // The standard folder: ~/Library/Logs/Brelian on macOS, $XDG_STATE_HOME/Brelian (by
-    // default ~/.local/state/Brelian) elsewhere.
+    // default ~/.local/state/Brelian) elsewhere; the data folder itself when VEMIRA_DATA_DIR
+    // names one.
     static QString standardFolder();
 
     QString path() const;
