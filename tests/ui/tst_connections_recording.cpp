@@ -2,13 +2,16 @@
 // real model, with the preferences file and the data folder checked as a restart reads them.
 
 #include "UiRig.h"
+#include "app/SystemServices.h"
 #include "core/PlatformWording.h"
 #include "records/APIKeyStore.h"
 #include "records/Settings.h"
 #include "ui/ConnectionsPage.h"
 #include "ui/DashboardPage.h"
 #include "ui/DossiersPage.h"
+#include "ui/LoginStart.h"
 #include "ui/RecordingWindow.h"
+#include "ui/SetupAssistant.h"
 #include "ui/Widgets.h"
 
 #include <QComboBox>
@@ -17,6 +20,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QtEndian>
 
@@ -248,6 +252,43 @@ private Q_SLOTS:
                  QStringLiteral("L’enregistrement audio est introuvable."));
         QVERIFY(!window->playButton()->isEnabled());
         QVERIFY(!window->exportButton()->isEnabled());
+    }
+
+    // The switch on the Connexions page and the one on the guided setup's last step write and
+    // remove the same autostart entry, and each shows what the other did.
+    void startAtLoginSwitchesShareTheEntry()
+    {
+#if defined(Q_OS_LINUX)
+        QTemporaryDir config;
+        qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
+        UiRig rig;
+        Settings settings(config.filePath(QStringLiteral("prefs.ini")));
+        settings.setRearmAtLogin(false); // asked once already: no question box here
+        ui::LoginStart start(*rig.model, std::move(settings), createPlatformLoginItem());
+        rig.mainWindow->setLoginStart(&start);
+        const auto toggleIn = [](QWidget* top) {
+            const QList<ui::ToggleSwitch*> toggles = top->findChildren<ui::ToggleSwitch*>();
+            for (ui::ToggleSwitch* toggle : toggles) {
+                if (toggle->accessibleName() == u"Lancer Vemira à l’ouverture de session")
+                    return toggle;
+            }
+            return static_cast<ui::ToggleSwitch*>(nullptr);
+        };
+        ui::ToggleSwitch* onPage = toggleIn(rig.mainWindow->connectionsPage());
+        QVERIFY(onPage && !onPage->isChecked());
+        onPage->click();
+        const QString entry =
+            config.filePath(QStringLiteral("autostart/fr.brelian.Vemira.desktop"));
+        QVERIFY(QFile::exists(entry));
+        ui::ToggleSwitch* inSetup = toggleIn(rig.mainWindow->openSetupAssistant());
+        QVERIFY(inSetup && inSetup->isChecked());
+        inSetup->click();
+        QVERIFY(!QFile::exists(entry));
+        QVERIFY(!onPage->isChecked());
+        qunsetenv("XDG_CONFIG_HOME");
+#else
+        QSKIP("The autostart entry is a Linux file; macOS asks the system.");
+#endif
     }
 };
 
