@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # The Debian package as a user meets it: made by CPack from an existing build, validated
 # (desktop file, AppStream metainfo, lintian with no error), installed with apt-get, both
-# programs run from /usr/bin, the application started twice on a private Xvfb desktop (the
-# second launch exits 0 and the first window comes forward), the autostart entry written
-# and removed, then the package removed.
+# programs run from /usr/bin, the application started on a private Xvfb desktop with a tray as
+# the session would (it stays hidden in the tray), then started again (that launch exits 0
+# and the first window shows), the autostart entry written and removed, then the package
+# removed.
 #   scripts/package-check.sh [BUILD_FOLDER]      (default: build)
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -43,14 +44,19 @@ unset XDG_CONFIG_HOME XDG_STATE_HOME XDG_DATA_HOME VEMIRA_DATA_DIR
     }
     # Qt'"'"'s own texts come from its French translation.
     /usr/bin/vemira-app --help | grep -q "Affiche" || die "Qt'"'"'s French translation is not loaded"
-    /usr/bin/vemira-app >"$HOME/first.log" 2>&1 &
+    # A tray (XEmbed, as older panels have): started by the session, Vemira stays hidden there.
+    trayer --expand false >/dev/null 2>&1 &
+    wait_for 10 xdotool search --class trayer || die "the tray did not start"
+    log=$HOME/.local/state/Brelian/vemira.log
+    /usr/bin/vemira-app --autostart >"$HOME/first.log" 2>&1 &
     first=$!
     trap "kill $first 2>/dev/null || true" EXIT
-    wait_for 30 xdotool search --onlyvisible --name "^Vemira" || die "the first window never showed"
+    wait_for 30 grep -q "ouverture de session" "$log" || die "the first instance did not start"
+    if xdotool search --onlyvisible --name "^Vemira\$"; then die "started at login, yet shown"; fi
     timeout 30 /usr/bin/vemira-app || die "the second launch did not exit 0"
-    log=$HOME/.local/state/Brelian/vemira.log
-    grep -q "premier plan" "$log" || die "the first instance was not asked to come forward"
-    xdotool search --onlyvisible --name "^Vemira" >/dev/null || die "the window went away"
+    wait_for 10 xdotool search --onlyvisible --name "^Vemira\$" ||
+        die "the second launch did not bring the first window forward"
+    grep -q "premier plan" "$log" || die "the first instance did not log the request"
     [ "$(stat -c %a "$log")" = 600 ] || die "the log file is not private"
     if /usr/bin/vemira standby >"$HOME/standby.log" 2>&1; then die "standby ran beside the app"; fi
     grep -q "vemira-app" "$HOME/standby.log" || die "standby did not name the running app"
