@@ -28,21 +28,31 @@ int failToLoad(const LoadedHistory& history)
     return fail(message);
 }
 
-// Fields of a history line are tab-separated: tabs and line breaks inside become spaces.
-QString field(QString text)
+// A transcript holds what a speech model heard: a control character in it must not drive the
+// terminal (escape sequences) nor break the output into false lines. Each becomes a space;
+// line feeds stay only where the output is meant to have lines.
+QString printable(QString text, bool keepLineFeeds)
 {
     for (QChar& c : text) {
-        if (c == u'\t' || c == u'\n' || c == u'\r')
+        const char16_t u = c.unicode();
+        const bool control = u < 0x20 || (u >= 0x7F && u <= 0x9F);
+        if ((control && !(keepLineFeeds && u == u'\n')) || u == 0x2028 || u == 0x2029)
             c = u' ';
     }
     return text;
+}
+
+// Fields of a history line are tab-separated: tabs and line breaks inside become spaces.
+QString field(const QString& text)
+{
+    return printable(text, false);
 }
 
 QString historyLine(const CallRecord& record)
 {
     return QStringList{record.reference(),
                        record.date.toDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")),
-                       field(record.kind),
+                       field(record.kindLabel()),
                        field(record.caller),
                        field(record.folderLabel()),
                        field(record.statusLabel())}
@@ -155,7 +165,7 @@ int runShow(const QStringList& arguments)
     if (arguments.size() != 1)
         return UsageError;
     return withRecord(arguments, [](RecordsStore& store, const CallRecord& record) {
-        out() << store.transcriptDocument(record);
+        out() << printable(store.transcriptDocument(record), true);
         return int(Success);
     });
 }

@@ -81,6 +81,27 @@ QString CallRecord::statusLabel() const
     return followUpStatus.value_or(QStringLiteral("À traiter"));
 }
 
+QString CallRecord::kindLabel() const
+{
+    switch (progress) {
+    case CallProgress::InProgress:
+        return kind + QStringLiteral(" en cours");
+    case CallProgress::Interrupted:
+        return kind + QStringLiteral(" interrompu");
+    case CallProgress::Ended:
+        break;
+    }
+    return kind;
+}
+
+bool CallRecord::isRecordingName(QStringView name)
+{
+    const QStringView prefix = u"Appel-";
+    const QStringView suffix = u".wav";
+    return name.size() == prefix.size() + 36 + suffix.size() && name.startsWith(prefix) &&
+           name.endsWith(suffix) && parseUuid(name.mid(prefix.size(), 36)).has_value();
+}
+
 CallRecord makeDemoRecord(const QDateTime& now)
 {
     CallRecord record = CallRecord::create(now, QStringLiteral("Élise Modèle · exemple fictif"),

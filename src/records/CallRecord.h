@@ -52,6 +52,11 @@ struct TranscriptLine {
     bool operator==(const TranscriptLine&) const = default;
 };
 
+// Where the conversation stood when the record was written. A record is saved while its call
+// is under way, so a crash leaves one marked in progress; the next receptionist to start on
+// the folder marks it interrupted.
+enum class CallProgress { Ended, InProgress, Interrupted };
+
 // A new field must also be merged field by field in HistoryMerge.cpp.
 struct CallRecord {
     QUuid id;
@@ -61,11 +66,14 @@ struct CallRecord {
     QList<TranscriptLine> transcript;
     QString note;
     std::optional<QString> dossier;
-    std::optional<QString> recordingFile; // a file name inside the recordings folder
+    // A bare name of the recordings folder's own pattern (isRecordingName); nothing else is
+    // ever read from a file, so no record can make Vemira open or delete a file elsewhere.
+    std::optional<QString> recordingFile;
     std::optional<QString> recordingError;
     std::optional<ConversationUsage> usage;
     std::optional<QString> followUpStatus;
     std::optional<CallMessage> message; // the message taken for the owner, when one was
+    CallProgress progress = CallProgress::Ended;
 
     // A fresh record: new random id, date = now, everything else empty.
     static CallRecord create(const QDateTime& now, QString caller, QString kind);
@@ -74,6 +82,10 @@ struct CallRecord {
     QString phoneLabel() const;  // the number read in `caller`, or "Non communiqué"
     QString folderLabel() const; // dossier, or "Non classé"
     QString statusLabel() const; // follow-up status, or "À traiter"
+    QString kindLabel() const;   // kind, with " en cours" or " interrompu" while not ended
+
+    // "Appel-<UUID>.wav": the only names a recording of the recordings folder has.
+    static bool isRecordingName(QStringView name);
 
     bool operator==(const CallRecord&) const = default;
 };

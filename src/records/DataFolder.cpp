@@ -23,6 +23,11 @@ QString DataFolder::historyFile() const
     return m_path + QStringLiteral("/history.json");
 }
 
+QString DataFolder::deletedFile() const
+{
+    return m_path + QStringLiteral("/history-deleted.json");
+}
+
 QString DataFolder::transcriptsFolder() const
 {
     return m_path + QStringLiteral("/Transcriptions");

@@ -14,6 +14,7 @@ public:
 
     const QString& path() const { return m_path; }
     QString historyFile() const;       // history.json
+    QString deletedFile() const;       // history-deleted.json (ids of deleted records)
     QString transcriptsFolder() const; // Transcriptions
     QString recordingsFolder() const;  // Enregistrements (call recordings, "Appel-<ID>.wav")
     QString credentialsFolder() const; // Credentials (the API key file)

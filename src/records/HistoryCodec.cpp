@@ -333,6 +333,18 @@ Result<CallRecord> decodeRecord(const QJsonValue& value, qsizetype index)
     const auto usage = in.optionalObject(QStringLiteral("usage"));
     record.followUpStatus = in.optionalString(QStringLiteral("followUpStatus"));
     const auto message = in.optionalObject(QStringLiteral("message"));
+    const auto progress = in.optionalString(QStringLiteral("progress"));
+    if (record.recordingFile && !CallRecord::isRecordingName(*record.recordingFile)) {
+        in.fail(QStringLiteral("« recordingFile » doit être un nom d’enregistrement de Vemira "
+                               "(Appel-<identifiant>.wav), sans dossier"));
+    }
+    if (progress == QStringLiteral("inProgress"))
+        record.progress = CallProgress::InProgress;
+    else if (progress == QStringLiteral("interrupted"))
+        record.progress = CallProgress::Interrupted;
+    else if (progress)
+        in.fail(QStringLiteral("« progress » vaut « %1 », ni inProgress ni interrupted")
+                    .arg(*progress));
     if (in.failed())
         return in.error();
     if (message) {
@@ -419,6 +431,11 @@ std::optional<AppError> writeRecord(Writer& w, const CallRecord& r)
     writeOptionalString(w, "followUpStatus", r.followUpStatus);
     if (r.message)
         writeMessage(w, *r.message);
+    if (r.progress != CallProgress::Ended) {
+        w.raw(",");
+        w.key("progress");
+        w.raw(r.progress == CallProgress::InProgress ? R"("inProgress")" : R"("interrupted")");
+    }
     w.raw("}");
     return std::nullopt;
 }

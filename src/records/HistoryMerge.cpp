@@ -13,6 +13,8 @@ template <typename T> void takeTheirs(T& merged, const T& base, const T& theirs)
         merged = theirs;
 }
 
+} // namespace
+
 CallRecord mergeRecord(const CallRecord& base, const CallRecord& mine, const CallRecord& theirs)
 {
     CallRecord merged = mine;
@@ -27,10 +29,9 @@ CallRecord mergeRecord(const CallRecord& base, const CallRecord& mine, const Cal
     takeTheirs(merged.usage, base.usage, theirs.usage);
     takeTheirs(merged.followUpStatus, base.followUpStatus, theirs.followUpStatus);
     takeTheirs(merged.message, base.message, theirs.message);
+    takeTheirs(merged.progress, base.progress, theirs.progress);
     return merged;
 }
-
-} // namespace
 
 QHash<QUuid, CallRecord> indexById(const QList<CallRecord>& records)
 {
@@ -43,7 +44,8 @@ QHash<QUuid, CallRecord> indexById(const QList<CallRecord>& records)
 }
 
 QList<CallRecord> mergeHistory(const QHash<QUuid, CallRecord>& base, const QList<CallRecord>& mine,
-                               const QList<CallRecord>& theirs)
+                               const QList<CallRecord>& theirs, const QSet<QUuid>& deleted,
+                               QList<QUuid>* keptMissing)
 {
     const QHash<QUuid, CallRecord> ours = indexById(mine);
     QSet<QUuid> inTheirs;
@@ -77,7 +79,18 @@ QList<CallRecord> mergeHistory(const QHash<QUuid, CallRecord>& base, const QList
         }
         placed.insert(record.id);
     }
-    // Records in base that the file no longer holds were deleted there: they stay deleted.
+    for (const CallRecord& record : mine) {
+        if (placed.contains(record.id) || !base.contains(record.id) || deleted.contains(record.id))
+            continue;
+        // Newest first: before the first record older than it.
+        qsizetype at = 0;
+        while (at < merged.size() && !(merged[at].date < record.date))
+            ++at;
+        merged.insert(at, record);
+        placed.insert(record.id);
+        if (keptMissing)
+            keptMissing->append(record.id);
+    }
     return merged;
 }
 

@@ -36,7 +36,10 @@ QStringList purge(RecordsStore& store, int days, const QDateTime& now)
     QList<QUuid> expired;
     QSet<QString> named;
     for (const CallRecord& record : store.records()) {
-        if (!record.recordingFile)
+        // A call under way, or one whose recording is still being made, owns its file by id.
+        if (record.progress == CallProgress::InProgress || !(record.date < cutoff))
+            named.insert(QStringLiteral("Appel-") + uuidText(record.id) + QStringLiteral(".wav"));
+        if (!record.recordingFile || record.progress == CallProgress::InProgress)
             continue;
         if (record.date < cutoff)
             expired.append(record.id);

@@ -10,6 +10,8 @@
 #include <QDirIterator>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QLockFile>
 #include <QSet>
 #include <QTimer>
@@ -124,7 +126,40 @@ Status RecordsStore::refreshFromFile()
         m_watcher->addPath(m_folder.historyFile());
     if (m_historyReadFailed)
         return std::nullopt; // decided at start; only a restart reads it again
-    return mergeFile();
+    m_keptMissing = false;
+    if (Status failed = mergeFile())
+        return failed;
+    // Records the file lost from outside are only in memory: put them back on disk now.
+    return m_keptMissing ? saveHistory() : std::nullopt;
+}
+
+QSet<QUuid> RecordsStore::readDeleted() const
+{
+    // An unreadable list only means fewer deletions are known: records are kept, not lost.
+    QSet<QUuid> ids;
+    auto bytes = PrivateFiles::read(m_folder.deletedFile());
+    if (!bytes)
+        return ids;
+    for (const QJsonValue& value : QJsonDocument::fromJson(bytes.value()).array()) {
+        if (const auto id = parseUuid(value.toString()))
+            ids.insert(*id);
+    }
+    return ids;
+}
+
+Status RecordsStore::writeDeleted()
+{
+    const QSet<QUuid> onDisk = readDeleted();
+    m_deleted.unite(onDisk);
+    if (m_deleted.size() == onDisk.size())
+        return std::nullopt;
+    QStringList ids;
+    for (const QUuid& id : std::as_const(m_deleted))
+        ids.append(uuidText(id));
+    ids.sort();
+    return PrivateFiles::write(
+        m_folder.deletedFile(),
+        QJsonDocument(QJsonArray::fromStringList(ids)).toJson(QJsonDocument::Compact));
 }
 
 Status RecordsStore::mergeFile()
@@ -137,9 +172,21 @@ Status RecordsStore::mergeFile()
     auto theirs = readFile(path);
     if (!theirs)
         return theirs.error();
-    QList<CallRecord> merged = mergeHistory(m_base, m_records, theirs.value());
+    m_deleted.unite(readDeleted());
+    QList<QUuid> kept;
+    QList<CallRecord> merged = mergeHistory(m_base, m_records, theirs.value(), m_deleted, &kept);
     m_base = indexById(theirs.value());
     m_stamp = now;
+    if (!kept.isEmpty()) {
+        m_keptMissing = true;
+        QStringList references;
+        for (const QUuid& id : std::as_const(kept))
+            references.append(uuidText(id).left(8));
+        Q_EMIT notice(QStringLiteral("history.json a été remplacé sans %1 appel(s) que Vemira "
+                                     "n’a pas supprimés ; ils sont conservés : %2.")
+                          .arg(kept.size())
+                          .arg(references.join(QStringLiteral(", "))));
+    }
     if (merged != m_records) {
         m_records = std::move(merged);
         Q_EMIT recordsChanged();
@@ -166,8 +213,11 @@ Status RecordsStore::saveHistory()
     }
     if (Status failed = PrivateFiles::ensureFolder(m_folder.path()))
         return cannotSave(*failed);
-    if (Status failed = writeLocked())
+    if (Status failed = writeLocked()) {
+        // The calls then live on in their transcript files, as with an unreadable history.
+        (void)writeTranscriptFiles();
         return failed;
+    }
     if (Status failed = writeTranscriptFiles()) {
         return AppError(QStringLiteral("Historique enregistré, mais un fichier de transcription "
                                        "n’a pas pu être mis à jour : ") +
@@ -193,6 +243,10 @@ Status RecordsStore::writeLocked()
     auto bytes = encodeRecords();
     if (!bytes)
         return cannotSave(bytes.error());
+    // Before the history: a record must never be missing from the file without its deletion
+    // being known.
+    if (Status failed = writeDeleted())
+        return cannotSave(*failed);
     if (m_stamp.exists && FileStamp::of(path).exists)
         keepBackup(path);
     if (Status failed = PrivateFiles::write(path, bytes.value()))
@@ -334,13 +388,22 @@ Status RecordsStore::deleteRecord(const QUuid& id)
     }
     if (index < 0)
         return std::nullopt;
+    if (m_records[index].progress == CallProgress::InProgress) {
+        return AppError(QStringLiteral("Cet appel est en cours : il pourra être supprimé une fois "
+                                       "terminé (après un arrêt inattendu, au prochain démarrage "
+                                       "du standard)."));
+    }
     const CallRecord record = m_records.takeAt(index);
+    const bool known = m_deleted.contains(id);
+    m_deleted.insert(id);
     Q_EMIT recordsChanged();
     // While the file is unreadable the record lived only in memory: its files go all the same.
     if (!m_historyReadFailed) {
         if (Status failed = saveHistory(); failed && m_base.contains(id)) {
             // Still in the file: keep the record and its files rather than half-delete it.
             m_records.insert(qMin(index, m_records.size()), record);
+            if (!known)
+                m_deleted.remove(id);
             Q_EMIT recordsChanged();
             return failed;
         }
@@ -379,9 +442,10 @@ std::optional<QString> RecordsStore::recordingPath(const CallRecord& record) con
 {
     if (!record.recordingFile || record.recordingFile->isEmpty())
         return std::nullopt;
-    const QString& file = *record.recordingFile;
-    const QString path =
-        QDir::isAbsolutePath(file) ? file : m_folder.recordingsFolder() + u'/' + file;
+    // A record built in memory is held to the same rule as one read from the file.
+    if (!CallRecord::isRecordingName(*record.recordingFile))
+        return std::nullopt;
+    const QString path = m_folder.recordingsFolder() + u'/' + *record.recordingFile;
     if (!QFileInfo(path).isFile())
         return std::nullopt;
     return path;

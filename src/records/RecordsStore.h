@@ -9,6 +9,7 @@
 #include <QList>
 #include <QLocale>
 #include <QObject>
+#include <QSet>
 #include <QUuid>
 #include <functional>
 #include <optional>
@@ -75,7 +76,9 @@ public:
     Status updateFollowUpStatus(const QUuid& id, const QString& status);
     // The owner's correction of the call's message, cleaned like a model's answer.
     Status updateMessage(const QUuid& id, const CallMessage& message);
-    // Deletes the record, its transcript file and its recording; unknown id → nothing.
+    // Deletes the record, its transcript file and its recording; unknown id → nothing. The id
+    // is kept in history-deleted.json, so that every other writer drops the record too. A call
+    // still under way is refused.
     Status deleteRecord(const QUuid& id);
 
     // For the call lifecycle: the list changes in memory; callers then call saveHistory().
@@ -101,6 +104,8 @@ public:
 Q_SIGNALS:
     // Any change of the list: load, insert, edit, demo.
     void recordsChanged();
+    // A line for the session log: records kept that the file had lost.
+    void notice(const QString& line);
 
 private:
     struct WrittenTranscript {
@@ -110,12 +115,17 @@ private:
     Status writeTranscriptFiles();
     Status writeLocked();
     Status mergeFile();
+    QSet<QUuid> readDeleted() const;
+    Status writeDeleted();
 
     QFileSystemWatcher* m_watcher = nullptr;
     std::optional<AppError> m_readFailure;
     // The list as the file held it when last read or written, and the file's stamp then.
     QHash<QUuid, CallRecord> m_base;
     FileStamp m_stamp;
+    // Every id a Vemira writer of this folder deleted: ours and those read from the file.
+    QSet<QUuid> m_deleted;
+    bool m_keptMissing = false; // the last merge kept records the file had lost
 
     DataFolder m_folder;
     QLocale m_locale;

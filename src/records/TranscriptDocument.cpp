@@ -60,7 +60,7 @@ QString transcriptDocument(const CallRecord& record, const QLocale& locale)
 
     return QStringLiteral("TRANSCRIPTION D’APPEL — VEMIRA\n") + QStringLiteral("Référence : ") +
            uuidText(record.id) + u'\n' + QStringLiteral("Date : ") + documentDate(record, locale) +
-           u'\n' + QStringLiteral("Type : ") + record.kind + u'\n' +
+           u'\n' + QStringLiteral("Type : ") + record.kindLabel() + u'\n' +
            QStringLiteral("Interlocuteur : ") + record.caller + u'\n' +
            QStringLiteral("Numéro affiché : ") + record.phoneLabel() + u'\n' +
            QStringLiteral("Dossier : ") + record.folderLabel() + u'\n' + QStringLiteral("État : ") +

@@ -72,7 +72,7 @@ QVariant RecordTableModel::data(const QModelIndex& index, int role) const
     case Number:
         return r.phoneLabel();
     case Kind:
-        return r.kind;
+        return r.kindLabel();
     case Dossier:
         return r.folderLabel();
     case Status:

@@ -136,6 +136,24 @@ void CliTest::recordsFromTheCommandLine()
     QCOMPARE(vemira({QStringLiteral("file"), ref, QStringLiteral("  ")}).status, 0);
     QCOMPARE(vemira({QStringLiteral("dossiers")}).out, QString());
     QCOMPARE(vemira({QStringLiteral("search"), QStringLiteral("--unfiled")}).out.count(u'\n'), 2);
+
+    // What a record holds never drives the terminal nor makes false lines or fields.
+    const QString hostile = QStringLiteral("a\x1b[2J\rb\u2028c\u2029d\x7f\u0085e\tf");
+    QCOMPARE(vemira({QStringLiteral("note"), ref, hostile}).status, 0);
+    QCOMPARE(vemira({QStringLiteral("file"), ref, hostile}).status, 0);
+    const auto printable = [](const QString& text, const QString& allowed) {
+        return std::none_of(text.begin(), text.end(), [&](QChar c) {
+            return !allowed.contains(c) && (c.category() == QChar::Other_Control ||
+                                            c == QChar(0x2028) || c == QChar(0x2029));
+        });
+    };
+    const QString listed = vemira({QStringLiteral("history")}).out;
+    QVERIFY(printable(listed, QStringLiteral("\t\n")));
+    QCOMPARE(listed.count(u'\n'), 2);
+    QCOMPARE(listed.section(u'\n', 0, 0).count(u'\t'), 5);
+    const QString document = vemira({QStringLiteral("show"), ref}).out;
+    QVERIFY(printable(document, QStringLiteral("\n")));
+    QVERIFY(document.endsWith(QStringLiteral("a [2J b c d  e f")));
 }
 
 void CliTest::failuresAreFrenchOnStandardError()
@@ -233,6 +251,26 @@ void CliTest::deleteAndSecondReceptionist()
     QVERIFY(!vemira({QStringLiteral("history")}).out.contains(ref));
     QCOMPARE(QDir(data() + QStringLiteral("/Transcriptions")).entryList(QDir::Files).size(), 1);
     QCOMPARE(vemira({QStringLiteral("delete"), ref}).status, 1);
+
+    // A hand-edited record naming a file of the user's: refused at reading, never deleted.
+    const QString history = data() + QStringLiteral("/history.json");
+    const QByteArray before = bytesOf(history);
+    const QString pdf = m_dir->filePath(QStringLiteral("bail.pdf"));
+    QFile(pdf).open(QIODevice::WriteOnly);
+    QByteArray edited = before;
+    edited.replace(R"("note":)", R"("recordingFile":")" + pdf.toUtf8() + R"(","note":)");
+    QFile file(history);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(edited);
+    file.close();
+    const Run refused = vemira({QStringLiteral("delete"), kept});
+    QCOMPARE(refused.status, 1);
+    QVERIFY2(refused.err.contains(QStringLiteral("enregistrement 1 : « recordingFile »")),
+             qPrintable(refused.err));
+    QVERIFY(QFileInfo::exists(pdf));
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(before);
+    file.close();
     // A plain apostrophe finds the demonstration's typographic one.
     QVERIFY(vemira({QStringLiteral("search"), QStringLiteral("l'eau coule")}).out.startsWith(kept));
 

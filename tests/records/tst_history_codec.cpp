@@ -77,6 +77,7 @@ void HistoryCodecTest::readsAnyCaseAndNullAsAbsent()
              QStringLiteral("AAAAAAAA-BBBB-CCCC-DDDD-EEEEEEEEEEEE"));
     QCOMPARE(r.note, QString()); // an empty note stays a note
     QVERIFY(!r.dossier && !r.recordingFile && !r.recordingError && !r.usage && !r.followUpStatus);
+    QCOMPARE(r.progress, CallProgress::Ended); // files from before calls were saved under way
 
     QVERIFY(!r.message);
 
@@ -120,6 +121,7 @@ void HistoryCodecTest::roundTripKeepsEveryValue()
         ConversationUsage{9007199254740993LL, 0, std::nullopt, 2, QStringLiteral("autre")};
     second.transcript.clear();
     second.dossier.reset();
+    second.progress = CallProgress::Interrupted;
 
     const QByteArray bytes = encodeHistory({record, second}).value();
     const auto decoded = decodeHistory(bytes);
@@ -166,6 +168,15 @@ void HistoryCodecTest::rejectsAnyBadRecordWhole_data()
     QTest::newRow("message as text") << with(R"("note":"n")", R"("note":"n","message":"m")");
     QTest::newRow("message field as number")
         << with(R"("note":"n")", R"("note":"n","message":{"identity":"a","urgency":3})");
+    // A record must never lead Vemira to a file outside its recordings folder.
+    for (const char* name :
+         {"/home/u/Documents/bail.pdf", "../Appel-0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0.wav",
+          "x/Appel-0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0.wav", "Appel-x.wav"}) {
+        const QByteArray field = QByteArray(R"("note":"n","recordingFile":")") + name + '"';
+        QTest::newRow((QByteArray("recordingFile ") + name).constData())
+            << with(R"("note":"n")", field.constData());
+    }
+    QTest::newRow("progress unknown") << with(R"("note":"n")", R"("note":"n","progress":"paused")");
     QTest::newRow("record not an object") << QByteArray("[") + good + ",3]";
     QTest::newRow("top level object") << good;
     QTest::newRow("truncated") << QByteArray("[") + good.left(good.size() - 9);
@@ -176,7 +187,13 @@ void HistoryCodecTest::rejectsAnyBadRecordWhole_data()
 void HistoryCodecTest::rejectsAnyBadRecordWhole()
 {
     QFETCH(QByteArray, file);
-    QVERIFY(!decodeHistory(file).ok());
+    const auto decoded = decodeHistory(file);
+    QVERIFY(!decoded.ok());
+    if (QByteArray(QTest::currentDataTag()).startsWith("recordingFile")) {
+        QVERIFY2(decoded.error().message().startsWith(
+                     QStringLiteral("enregistrement 2 : « recordingFile »")),
+                 qPrintable(decoded.error().message()));
+    }
 }
 
 void HistoryCodecTest::encodesTextJsonReadersAgreeWith()

@@ -68,8 +68,10 @@ private Q_SLOTS:
             fixedRecord(QStringLiteral("{DDDDDDDD-0000-4000-8000-000000000004}"), 250);
 
         // Here: a new call in front, b untouched. There: b deleted, a new record.
+        QList<QUuid> kept;
         const QList<CallRecord> merged =
-            mergeHistory(base, {newHere, b, mineA}, {newThere, theirsA});
+            mergeHistory(base, {newHere, b, mineA}, {newThere, theirsA}, {b.id}, &kept);
+        QVERIFY(kept.isEmpty());
         QCOMPARE(merged.size(), 3);
         QCOMPARE(merged[0].id, newHere.id);
         QCOMPARE(merged[1].id, newThere.id);
@@ -77,13 +79,21 @@ private Q_SLOTS:
         QCOMPARE(merged[2].dossier, std::optional<QString>(QStringLiteral("SCI Lilas")));
         QCOMPARE(merged[2].followUpStatus, std::optional<QString>(QStringLiteral("En cours")));
         QCOMPARE(merged[2].recordingFile, std::optional<QString>(QStringLiteral("Appel.wav")));
+        // The same file with b gone but no writer of ours having deleted it (a backup put
+        // back): b stays, in its place by date, and the caller hears of it.
+        const QList<CallRecord> restored =
+            mergeHistory(base, {newHere, b, mineA}, {newThere, theirsA}, {}, &kept);
+        QCOMPARE(kept, QList<QUuid>{b.id});
+        QCOMPARE(restored.size(), 4);
+        QCOMPARE(restored[2].id, b.id);
 
         // Deleted here, edited there: stays deleted. Field cleared there: cleared.
         CallRecord filed = a;
         filed.dossier = QStringLiteral("X");
         CallRecord unfiled = filed;
         unfiled.dossier.reset();
-        const QList<CallRecord> again = mergeHistory(indexById({b, filed}), {filed}, {b, unfiled});
+        const QList<CallRecord> again =
+            mergeHistory(indexById({b, filed}), {filed}, {b, unfiled}, {});
         QCOMPARE(again.size(), 1);
         QCOMPARE(again[0].id, a.id);
         QVERIFY(!again[0].dossier);
@@ -161,6 +171,16 @@ private Q_SLOTS:
         tool.insertFront(fixedRecord(kB, 200));
         QVERIFY(!tool.saveHistory());
         QTRY_VERIFY(app.find(uuid(kB)) != nullptr);
+
+        // The backup, older than b, is put back by hand: b is not lost, the log says so, and
+        // the file holds it again at once.
+        QSignalSpy notices(&app, &RecordsStore::notice);
+        QVERIFY(QFile::remove(folder.historyFile()));
+        QVERIFY(QFile::copy(folder.historyFile() + QStringLiteral(".bak"), folder.historyFile()));
+        QTRY_COMPARE(notices.count(), 1);
+        QVERIFY(notices.first().first().toString().contains(uuidText(uuid(kB)).left(8)));
+        QTRY_VERIFY(findIn(onDisk(folder), kB));
+        QVERIFY(app.find(uuid(kB)));
     }
 
     void fileBrokenAfterStartIsNeverReplaced()

@@ -294,6 +294,15 @@ void RecordsStoreTest::failuresKeepTheRecords()
     RecordsStore reread{DataFolder(dataPath())};
     QVERIFY(!reread.load());
     QCOMPARE(reread.records().size(), 1);
+
+    // The history cannot be written (broken by another program since): the new call still
+    // reaches its transcript file.
+    QVERIFY(QFile::remove(dataPath() + QStringLiteral("/Transcriptions")));
+    writeBytes(dataPath() + QStringLiteral("/history.json"), "[{");
+    const auto refused = reread.addDemo(QDateTime::currentDateTime());
+    QVERIFY(refused.saved);
+    QVERIFY(QFileInfo::exists(dataPath() + QStringLiteral("/Transcriptions/Appel-") +
+                              uuidText(refused.id) + QStringLiteral(".txt")));
 }
 
 void RecordsStoreTest::desktopActions()
