@@ -45,6 +45,12 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
 
     // History.
     QObject::connect(&d->store, &RecordsStore::recordsChanged, this, &AppModel::recordsChanged);
+    QObject::connect(&d->store, &RecordsStore::notice, this,
+                     [this](const QString& line) { event(line); });
+    d->provisional = std::make_unique<ProvisionalRecord>(
+        d->store, m_clock, this, [this] { return m_call ? &m_call->record : nullptr; });
+    d->provisional->onSaveFailed = [this](const QString& message) { event(message); };
+    QObject::connect(this, &AppModel::currentChanged, this, [this] { d->provisional->changed(); });
     if (Status loaded = d->store.load()) {
         m_error = loaded->message();
         event(loaded->message());

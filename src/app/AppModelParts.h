@@ -8,6 +8,7 @@
 #include "ai/RealtimeClient.h"
 #include "app/AppModel.h"
 #include "app/MainThreadMailbox.h"
+#include "app/ProvisionalRecord.h"
 #include "audio/AudioBridge.h"
 #include "audio/CallAudioRecorder.h"
 #include "audio/MacAudioRoute.h"
@@ -41,6 +42,8 @@ struct AppModel::Parts {
     Settings settings;
     DataFolder folder;
     RecordsStore store;
+    // The record of the call under way, on disk while the call lasts.
+    std::unique_ptr<ProvisionalRecord> provisional;
     LocalKeyStore keyStore;
     VoiceEQSettings voiceEQ;
     std::unique_ptr<RealtimeClient> realtime;

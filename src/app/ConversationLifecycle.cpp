@@ -128,6 +128,9 @@ void AppModel::readyStep(const std::function<Status()>& action)
     setPhase(call.phoneSession ? Phase::InCall : Phase::Testing);
     event(call.phoneSession ? QStringLiteral("Décrochage demandé")
                             : QStringLiteral("Essai audio démarré"));
+    // From now on a crash must not lose the call: its record is on disk, kept up to date.
+    if (Status failed = d->provisional->open(call.record))
+        event(failed->message());
 
     call.postAnswerCheck = m_clock.schedule(kPostAnswerCheck, this, [this, generation] {
         if (m_call && m_call->generation == generation)
@@ -385,7 +388,7 @@ void AppModel::closeAndSave()
 
     std::unique_ptr<Conversation> call = std::move(m_call);
     call->windDownBound.reset();
-    d->store.insertFront(call->record);
+    d->provisional->close(call->record);
     saveHistory();
     // The owner hears of the call once its record is complete: now, or when the recording
     // has been written.

@@ -26,13 +26,30 @@ std::optional<QUuid> callOf(const QString& wavName)
 
 QStringList recoverRecordings(RecordsStore& store)
 {
+    QStringList lines;
+    bool changed = false;
+    // Only one receptionist runs on a folder: a record still in progress at its start was
+    // left by one that stopped without ending the call.
+    QList<QUuid> interrupted;
+    for (const CallRecord& record : store.records()) {
+        if (record.progress == CallProgress::InProgress)
+            interrupted.append(record.id);
+    }
+    for (const QUuid& id : std::as_const(interrupted)) {
+        store.modify(id, [](CallRecord& record) { record.progress = CallProgress::Interrupted; });
+        const CallRecord* record = store.find(id);
+        changed = true;
+        lines.append(QStringLiteral("Appel interrompu par un arrêt inattendu de Vemira, conservé : "
+                                    "%1 · %2 · %3 ligne(s) de transcription")
+                         .arg(record->reference(), record->caller)
+                         .arg(record->transcript.size()));
+    }
+
     const QDir folder(store.folder().recordingsFolder());
     QSet<QString> urls;
     for (const QString& track : folder.entryList(
              {QStringLiteral("*.wav.input.caf"), QStringLiteral("*.wav.voice.caf")}, QDir::Files))
         urls.insert(folder.filePath(track.left(track.lastIndexOf(u'.', track.size() - 5))));
-    QStringList lines;
-    bool changed = false;
     for (const QString& url : std::as_const(urls)) {
         const QString name = QFileInfo(url).fileName();
         const auto id = callOf(name);

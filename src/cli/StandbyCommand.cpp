@@ -138,7 +138,9 @@ int runStandbyCommand(const QStringList& arguments)
     });
     QUuid lastRecord = model.records().isEmpty() ? QUuid() : model.records().first().id;
     QObject::connect(&model, &AppModel::recordsChanged, &model, [&] {
-        if (model.records().isEmpty() || model.records().first().id == lastRecord)
+        // The call's record is in the history from the answer on; it is told once ended.
+        if (model.records().isEmpty() || model.records().first().id == lastRecord ||
+            model.records().first().progress == CallProgress::InProgress)
             return;
         const CallRecord& record = model.records().first();
         lastRecord = record.id;

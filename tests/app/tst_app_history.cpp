@@ -195,6 +195,9 @@ private Q_SLOTS:
         ModelRig rig(true, [&](RecordsStore& store) {
             QVERIFY(!store.load());
             saved = store.addDemo(QDateTime::currentDateTime()).id;
+            // The call was under way when its receptionist died.
+            store.modify(saved, [](CallRecord& r) { r.progress = CallProgress::InProgress; });
+            QVERIFY(!store.saveHistory());
         });
         const QString recordings = DataFolder(rig.dir.path()).recordingsFolder();
         const auto wav = [&](const QUuid& id) {
@@ -209,6 +212,7 @@ private Q_SLOTS:
         QCOMPARE(record->recordingFile, std::optional<QString>(QFileInfo(wav(saved)).fileName()));
         QCOMPARE(AudioFiles::wavFrames(wav(saved)).value(), std::int64_t(24000));
         QCOMPARE(byId(onDisk(rig.dir.path()), saved)->recordingFile, record->recordingFile);
+        QCOMPARE(byId(onDisk(rig.dir.path()), saved)->progress, CallProgress::Interrupted);
         // No record for the other call: its audio is kept, playable, and the log says where.
         QCOMPARE(AudioFiles::wavFrames(wav(unknown)).value(), std::int64_t(12000));
         QVERIFY(rig.model->log().join(u'\n').contains(QFileInfo(wav(unknown)).fileName()));

@@ -242,7 +242,7 @@ private Q_SLOTS:
         rig.clock.advance(4.9);
         QCoreApplication::processEvents();
         QVERIFY(rig.model->busy());
-        QVERIFY(rig.model->records().isEmpty());
+        QCOMPARE(rig.model->records().first().progress, CallProgress::InProgress);
         rig.clock.advance(0.2);
         // Then that answer's bilan is waited for, as briefly, before the session closes.
         QVERIFY(rig.model->busy());
@@ -604,16 +604,27 @@ private Q_SLOTS:
         AppRig rig;
         QVERIFY(rig.arm());
         QVERIFY(rig.takeCall());
-        QVERIFY(rig.callerSays(QStringLiteral("Je rappellerai.")));
-        QVERIFY(waitFor([&] { return rig.server.receivedAudio().size() >= 4800; }));
         const QUuid id = rig.model->current()->id;
+        // On disk from the answer on, in progress, and beyond the reach of a deletion.
+        QCOMPARE(rig.historyOnDisk().value(0).progress, CallProgress::InProgress);
+        rig.model->deleteRecord(id);
+        QVERIFY(rig.model->error().contains(QStringLiteral("en cours")));
+        QVERIFY(rig.callerSays(QStringLiteral("Je rappellerai.")));
+        QVERIFY(rig.callerSays(QStringLiteral("Merci.")));
+        // The lines are gathered into one save a few seconds later, not one save each.
+        QVERIFY(rig.historyOnDisk().value(0).transcript.isEmpty());
+        rig.clock.advance(3.0);
+        QVERIFY(waitFor([&] { return rig.historyOnDisk().value(0).transcript.size() == 2; }));
+        QVERIFY(waitFor([&] { return rig.server.receivedAudio().size() >= 4800; }));
 
         rig.model.reset();
         const QList<CallRecord> history = rig.historyOnDisk();
         QCOMPARE(history.size(), 1);
         QCOMPARE(history.first().id, id);
+        QCOMPARE(history.first().progress, CallProgress::Ended);
         QCOMPARE(rig.speakers(history.first()),
-                 QStringList{QStringLiteral("Interlocuteur: Je rappellerai.")});
+                 (QStringList{QStringLiteral("Interlocuteur: Je rappellerai."),
+                              QStringLiteral("Interlocuteur: Merci.")}));
         QVERIFY2(history.first().recordingFile,
                  qPrintable(history.first().recordingError.value_or(QStringLiteral("?"))));
         QVERIFY(QFileInfo::exists(DataFolder(rig.dir.path()).recordingsFolder() +

@@ -1,0 +1,68 @@
+#include "app/ProvisionalRecord.h"
+
+#include "records/HistoryMerge.h"
+#include "records/RecordsStore.h"
+
+namespace vemira {
+
+ProvisionalRecord::ProvisionalRecord(RecordsStore& store, Clock& clock, QObject* context,
+                                     std::function<const CallRecord*()> live)
+    : m_store(store), m_clock(clock), m_context(context), m_live(std::move(live))
+{}
+
+Status ProvisionalRecord::open(const CallRecord& record)
+{
+    m_pending.reset();
+    m_id = record.id;
+    m_synced = record;
+    m_failureTold = false;
+    CallRecord provisional = record;
+    provisional.progress = CallProgress::InProgress;
+    m_store.insertFront(provisional);
+    return m_store.saveHistory();
+}
+
+void ProvisionalRecord::changed()
+{
+    if (m_id.isNull() || m_pending)
+        return;
+    m_pending = m_clock.schedule(kSaveDelay, m_context, [this] {
+        m_pending.reset();
+        save();
+    });
+}
+
+void ProvisionalRecord::save()
+{
+    const CallRecord* live = m_live();
+    if (!live || live->id != m_id)
+        return;
+    m_store.modify(m_id, [this, live](CallRecord& stored) {
+        stored = mergeRecord(m_synced, *live, stored);
+        stored.progress = CallProgress::InProgress;
+    });
+    m_synced = *live;
+    if (Status failed = m_store.saveHistory(); failed && !m_failureTold) {
+        m_failureTold = true;
+        if (onSaveFailed)
+            onSaveFailed(failed->message());
+    }
+}
+
+void ProvisionalRecord::close(const CallRecord& record)
+{
+    m_pending.reset();
+    const bool opened = m_id == record.id;
+    m_id = QUuid();
+    if (opened && m_store.modify(record.id, [this, &record](CallRecord& stored) {
+            stored = mergeRecord(m_synced, record, stored);
+            stored.progress = CallProgress::Ended;
+        }))
+        return;
+    // Never opened, or deleted meanwhile from outside: the record is saved whole.
+    CallRecord ended = record;
+    ended.progress = CallProgress::Ended;
+    m_store.insertFront(ended);
+}
+
+} // namespace vemira
