@@ -1,7 +1,9 @@
 // `vemira standby` as a Linux user runs it next to a softphone: on the project's private audio
 // server and desktop, with the test softphone and the realtime stand-in. The receptionist
 // must arm itself, answer, print its session log, and on Ctrl-C in the middle of the call
-// stop cleanly with what was said so far saved.
+// stop cleanly with what was said so far saved. Killed outright instead, the call is found at
+// the next start as an interrupted call, with what was said until seconds before, and its
+// recording.
 #include "common/MarksFile.h"
 #include "common/PrivateDesktop.h"
 #include "records/APIKeyStore.h"
@@ -54,11 +56,20 @@ class TestStandby : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void interruptDuringACallKeepsWhatWasSaid_data();
     void interruptDuringACallKeepsWhatWasSaid();
 };
 
+void TestStandby::interruptDuringACallKeepsWhatWasSaid_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("Ctrl-C") << SIGINT;
+    QTest::newRow("killed") << SIGKILL;
+}
+
 void TestStandby::interruptDuringACallKeepsWhatWasSaid()
 {
+    QFETCH(int, signal);
     QTemporaryDir dir;
     QVERIFY(dir.isValid());
     PrivateDesktop desktop(QStringLiteral(VEMIRA_E2E_SCRIPTS), dir.filePath(QStringLiteral("env")));
@@ -123,27 +134,59 @@ void TestStandby::interruptDuringACallKeepsWhatWasSaid()
                  },
                  40000),
              qPrintable(output));
-    QTest::qWait(500); // the caller's transcript, sent just before, reaches the record
-    ::kill(pid_t(standby.process.processId()), SIGINT);
+    const auto saved = [&] {
+        QFile history(QDir(data).filePath(QStringLiteral("history.json")));
+        if (!history.open(QIODevice::ReadOnly))
+            return QList<CallRecord>();
+        auto records = decodeHistory(history.readAll());
+        return records.ok() ? records.value() : QList<CallRecord>();
+    };
+    if (signal == SIGKILL) {
+        // The call's record keeps up with it on disk, seconds behind at most.
+        QVERIFY2(waitFor(
+                     [&] {
+                         const QList<CallRecord> records = saved();
+                         return !records.isEmpty() && records.first().transcript.size() >= 2;
+                     },
+                     6000),
+                 qPrintable(output));
+    } else {
+        QTest::qWait(500); // the caller's transcript, sent just before, reaches the record
+    }
+    ::kill(pid_t(standby.process.processId()), signal);
     QVERIFY2(waitFor([&] { return standby.process.state() == QProcess::NotRunning; }, 15000),
              qPrintable(output));
-    QCOMPARE(standby.process.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(standby.process.exitCode(), 0);
     output += QString::fromUtf8(standby.process.readAll());
-
     qInfo().noquote() << output;
     // The session log went to the terminal as it happened.
     QVERIFY2(output.contains(QStringLiteral(" · Décrochage demandé")), qPrintable(output));
-    QVERIFY2(output.contains(QStringLiteral("Arrêt demandé")), qPrintable(output));
-    QVERIFY2(output.contains(QStringLiteral("Fiche enregistrée : ")), qPrintable(output));
+    if (signal == SIGKILL) {
+        // The next receptionist on the folder finds the call and says so.
+        Child again;
+        again.process.setProcessEnvironment(env);
+        again.process.setProcessChannelMode(QProcess::MergedChannels);
+        QString restarted;
+        connect(&again.process, &QProcess::readyRead, this,
+                [&] { restarted += QString::fromUtf8(again.process.readAll()); });
+        again.process.start(QStringLiteral(VEMIRA_E2E_CLI), {QStringLiteral("standby")});
+        QVERIFY2(
+            waitFor([&] { return restarted.contains(QStringLiteral("Appel interrompu")); }, 20000),
+            qPrintable(restarted));
+        ::kill(pid_t(again.process.processId()), SIGINT);
+        QVERIFY2(waitFor([&] { return again.process.state() == QProcess::NotRunning; }, 15000),
+                 qPrintable(restarted));
+    } else {
+        QCOMPARE(standby.process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(standby.process.exitCode(), 0);
+        QVERIFY2(output.contains(QStringLiteral("Arrêt demandé")), qPrintable(output));
+        QVERIFY2(output.contains(QStringLiteral("Fiche enregistrée : ")), qPrintable(output));
+    }
 
     // The record holds what was said before the interruption, speakers in order.
-    QFile history(QDir(data).filePath(QStringLiteral("history.json")));
-    QVERIFY(history.open(QIODevice::ReadOnly));
-    const auto records = decodeHistory(history.readAll());
-    QVERIFY(records.ok());
-    QCOMPARE(records.value().size(), 1);
-    const CallRecord& record = records.value().first();
+    const QList<CallRecord> records = saved();
+    QCOMPARE(records.size(), 1);
+    const CallRecord& record = records.first();
+    QCOMPARE(record.progress, signal == SIGKILL ? CallProgress::Interrupted : CallProgress::Ended);
     QCOMPARE(record.caller, QStringLiteral("+33 6 12 34 56 78"));
     QVERIFY2(record.transcript.size() >= 2, qPrintable(output));
     QCOMPARE(record.transcript.at(0).speaker, QStringLiteral("Vemira"));
@@ -157,6 +200,8 @@ void TestStandby::interruptDuringACallKeepsWhatWasSaid()
         QDir(DataFolder(data).transcriptsFolder())
             .filePath(QStringLiteral("Appel-") + uuidText(record.id) + QStringLiteral(".txt"))));
 
+    if (signal == SIGKILL)
+        return;
     // The session was closed politely.
     QJsonObject conversation;
     for (const QJsonValue& s :
