@@ -511,7 +511,7 @@ private:
     // a later retry is not waited for.
     void waitForMail(AppModel& model)
     {
-        if (model.records().isEmpty() || model.afterCallNotices().sender().pending() == 0)
+        if (model.records().isEmpty() || model.afterCallNotices().mailQueue().pending() == 0)
             return;
         say(QStringLiteral("Envoi de l’e-mail de l’appel au gérant…"));
         const QString tag =

@@ -1,12 +1,14 @@
-// vemira notify set | status | test | off: the e-mail sent to the owner after each call.
+// vemira notify set | status | test | retry | off: the e-mail sent to the owner after each call.
 #include "cli/Command.h"
 #include "notify/AfterCallMail.h"
 #include "notify/MailAccount.h"
+#include "notify/MailQueue.h"
 #include "notify/SmtpTransport.h"
 #include "records/DataFolder.h"
 #include "records/Settings.h"
 
 #include <QDateTime>
+#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QTextStream>
@@ -81,9 +83,18 @@ int runSet(const QStringList& arguments)
     return Success;
 }
 
+int waitingMails()
+{
+    return MailQueue::waitingIn(DataFolder::standard().mailQueueFolder());
+}
+
 int runStatus()
 {
     const std::optional<Settings::Mail> mail = Settings().mail();
+    // Mails may wait from before e-mail was switched off.
+    const int waiting = waitingMails();
+    if (waiting > 0)
+        err() << waiting << " e-mail(s) en attente d’envoi\n";
     if (!mail) {
         out() << "désactivé\n";
         return Success;
@@ -118,6 +129,40 @@ int runTest()
     return Success;
 }
 
+// Sends the waiting mails now, once each; the exit status says whether any still waits.
+int runRetry()
+{
+    const DataFolder folder = DataFolder::standard();
+    const int before = waitingMails();
+    if (before == 0) {
+        err() << "Aucun e-mail en attente.\n";
+        return Success;
+    }
+    MailQueue queue(SystemClock::instance(), folder.mailQueueFolder(),
+                    [&folder]() -> Result<SmtpRequest> {
+                        const std::optional<Settings::Mail> mail = Settings().mail();
+                        if (!mail)
+                            return AppError(QStringLiteral("l’envoi d’e-mail n’est pas "
+                                                           "configuré : utilisez d’abord "
+                                                           "« vemira notify set »."));
+                        return mailRequest(*mail, mailPasswordStore(folder));
+                    });
+    queue.setLog([](const QString& line) { err() << line << '\n'; });
+    QEventLoop loop;
+    bool idle = false;
+    queue.onIdle = [&] {
+        idle = true;
+        loop.quit();
+    };
+    queue.retryNow();
+    if (!idle)
+        loop.exec();
+    const int after = waitingMails();
+    err() << (before - after) << " e-mail(s) envoyé(s) ou abandonné(s), " << after
+          << " encore en attente\n";
+    return after == 0 ? Success : Failure;
+}
+
 int runOff()
 {
     if (Status failed = mailPasswordStore(DataFolder::standard()).remove())
@@ -140,6 +185,8 @@ int runNotify(const QStringList& arguments)
         return runStatus();
     if (action == QLatin1String("test"))
         return runTest();
+    if (action == QLatin1String("retry"))
+        return runRetry();
     if (action == QLatin1String("off"))
         return runOff();
     return UsageError;
@@ -150,7 +197,7 @@ void registerNotifyCommands(CommandTable& table)
     table.add(
         {QStringLiteral("notify"),
          QStringLiteral("set --smtp URL --from ADRESSE --to ADRESSE [--user NOM] [--ca FICHIER] "
-                        "[--attach-recording] | status | test | off"),
+                        "[--attach-recording] | status | test | retry | off"),
          QStringLiteral("Règle l’e-mail envoyé au gérant après chaque appel."),
          QStringLiteral(
              "set enregistre le serveur d’envoi (smtps://hôte[:port], ou smtp://hôte[:port] avec "
@@ -161,9 +208,13 @@ void registerNotifyCommands(CommandTable& table)
              "plus).\n"
              "status affiche « désactivé », ou « activé » suivi du serveur, de l’expéditeur, du "
              "destinataire, de l’identifiant, de l’état du mot de passe et de l’enregistrement "
-             "joint ou non, séparés par des tabulations.\n"
+             "joint ou non, séparés par des tabulations ; le nombre d’e-mails en attente "
+             "d’envoi, s’il y en a, est dit sur la sortie d’erreur.\n"
              "test envoie un e-mail d’essai ; le statut de sortie est 0 seulement si le serveur "
              "l’a accepté.\n"
+             "retry envoie tout de suite les e-mails d’après appel en attente (un serveur "
+             "injoignable : ils sont réessayés pendant trois jours au moins, de plus en plus "
+             "espacés) ; le statut de sortie est 0 seulement s’il n’en reste aucun.\n"
              "off arrête les e-mails et supprime le mot de passe enregistré."),
          [&table](const QStringList& arguments) {
              const int status = runNotify(arguments);

@@ -11,10 +11,20 @@ namespace vemira {
 AfterCallNotices::AfterCallNotices(Clock& clock, Settings& settings, DataFolder folder,
                                    std::unique_ptr<DesktopNotifier> notifier, QObject* parent)
     : QObject(parent), m_settings(settings), m_folder(std::move(folder)), m_clock(clock),
-      m_notifier(std::move(notifier)), m_sender(std::make_unique<MailSender>(clock)),
+      m_notifier(std::move(notifier)),
+      m_queue(std::make_unique<MailQueue>(
+          clock, m_folder.mailQueueFolder(),
+          [this]() -> Result<SmtpRequest> {
+              const std::optional<Settings::Mail> mail = m_settings.mail();
+              if (!mail)
+                  return AppError(QStringLiteral("l’envoi d’e-mail n’est plus configuré."));
+              return mailRequest(*mail, mailPasswordStore(m_folder));
+          })),
       m_tester(std::make_unique<MailSender>(clock, QList<double>{}))
 {
-    m_sender->setLog([this](const QString& line) { log(line); });
+    m_queue->setLog([this](const QString& line) { log(line); });
+    // What an earlier run could not send.
+    m_queue->resume();
     if (m_notifier) {
         m_notifier->onActivated = [this](const QUuid& id) {
             if (onOpenCall)
@@ -44,8 +54,10 @@ void AfterCallNotices::callSaved(const CallRecord& record)
     const QString recording =
         record.recordingFile ? QDir(m_folder.recordingsFolder()).filePath(*record.recordingFile)
                              : QString();
-    request.value().message = encodeMail(afterCallMail(record, *mail, recording, m_clock.now()));
-    m_sender->send(std::move(request.value()), label);
+    const QByteArray message = encodeMail(afterCallMail(record, *mail, recording, m_clock.now()));
+    if (Status failed = m_queue->add(message, label))
+        log(QStringLiteral("E-mail ") + label + QStringLiteral(" non envoyé : ") +
+            failed->message());
 }
 
 void AfterCallNotices::alert(const QString& title, const QString& why, const QString& whatToDo)

@@ -3,6 +3,7 @@
 #include "core/AppError.h"
 #include "core/Clock.h"
 #include "notify/DesktopNotifier.h"
+#include "notify/MailQueue.h"
 #include "notify/MailSender.h"
 #include "records/CallRecord.h"
 #include "records/DataFolder.h"
@@ -39,7 +40,8 @@ public:
     // "Envoyer un e-mail d’essai": one attempt, `done` gets the server's verdict.
     void sendTest(std::function<void(const Status&)> done);
 
-    MailSender& sender() { return *m_sender; }
+    // The calls' e-mails, kept on disk until the server takes them.
+    MailQueue& mailQueue() { return *m_queue; }
 
     // The e-mail settings as the Connexions page edits them.
     std::optional<Settings::Mail> mailSettings() const;
@@ -56,7 +58,7 @@ private:
     DataFolder m_folder;
     Clock& m_clock;
     std::unique_ptr<DesktopNotifier> m_notifier;
-    std::unique_ptr<MailSender> m_sender; // retries calls' mails
+    std::unique_ptr<MailQueue> m_queue;   // calls' mails, retried for days
     std::unique_ptr<MailSender> m_tester; // the test mail: one attempt, no retry
 };
 

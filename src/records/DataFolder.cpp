@@ -43,4 +43,9 @@ QString DataFolder::credentialsFolder() const
     return m_path + QStringLiteral("/Credentials");
 }
 
+QString DataFolder::mailQueueFolder() const
+{
+    return m_path + QStringLiteral("/Courriels");
+}
+
 } // namespace vemira

@@ -18,6 +18,7 @@ public:
     QString transcriptsFolder() const; // Transcriptions
     QString recordingsFolder() const;  // Enregistrements (call recordings, "Appel-<ID>.wav")
     QString credentialsFolder() const; // Credentials (the API key file)
+    QString mailQueueFolder() const;   // Courriels (after-call e-mails not yet sent)
 
 private:
     QString m_path;

@@ -3,10 +3,13 @@
 #include "notify/AfterCallMail.h"
 #include "notify/AfterCallNotices.h"
 #include "notify/MailAccount.h"
+#include "notify/MailQueue.h"
 #include "notify/MailSender.h"
 #include "notify/SmtpTransport.h"
 #include "records/TranscriptDocument.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QTemporaryDir>
 #include <QTest>
@@ -69,7 +72,7 @@ private Q_SLOTS:
     void startTlsWithLoginAndTrustedCertificate();
     void implicitTls();
     void refusedPasswordAndUnreachableServer();
-    void senderRetriesWithBackOffThenDelivers();
+    void queueKeepsMailsForDaysAndAcrossRestarts();
     void senderGivesUpAndLogsTheReason();
 };
 
@@ -320,44 +323,69 @@ void MailTest::refusedPasswordAndUnreachableServer()
     QVERIFY(outcome.retryable);
 }
 
-void MailTest::senderRetriesWithBackOffThenDelivers()
+void MailTest::queueKeepsMailsForDaysAndAcrossRestarts()
 {
     ManualClock clock;
+    QTemporaryDir dir;
+    const QString folder = dir.filePath(QStringLiteral("Courriels"));
     const int port = test::freeLoopbackPort();
-    Settings::Mail settings =
+    const Settings::Mail settings =
         mailSettings(QStringLiteral("smtp://127.0.0.1:") + QString::number(port));
+    const auto maker = [&]() -> Result<SmtpRequest> { return requestFor(settings, {}); };
     QStringList log;
-    std::optional<Status> result;
+    const auto message = encodeMail(testMail(settings, clock.now()));
     {
-        MailSender sender(clock, {5.0, 20.0});
-        sender.setLog([&log](const QString& line) { log.append(line); });
-        sender.send(requestFor(settings, testMail(settings, clock.now())),
-                    QStringLiteral("de l’appel 1A2B3C4D"),
-                    [&result](const Status& status) { result = status; });
-        QCOMPARE(sender.pending(), 1);
+        MailQueue queue(clock, folder, maker);
+        queue.setLog([&log](const QString& line) { log.append(line); });
+        QVERIFY(!queue.add(message, QStringLiteral("de l’appel 1A2B3C4D")));
         QTRY_COMPARE_WITH_TIMEOUT(log.size(), 1, 15000);
-        QCOMPARE(log.first(),
-                 QStringLiteral("E-mail de l’appel 1A2B3C4D non envoyé, nouvel essai dans 5 s : "
-                                "Le serveur d’envoi 127.0.0.1:%1 est injoignable. Vérifiez son "
-                                "adresse, son port et la connexion Internet.")
-                     .arg(port));
-        QVERIFY(!result);
-
-        // The server comes back before the next attempt is due.
-        SmtpTestServer::Options options;
-        options.port = port;
-        SmtpTestServer server(options);
-        QVERIFY(server.started());
-        clock.advance(4.9);
-        QTest::qWait(200);
-        QCOMPARE(server.received(), 0); // not before its time
-        clock.advance(0.2);
-        QTRY_VERIFY_WITH_TIMEOUT(result.has_value(), 15000);
-        QVERIFY(!*result);
-        QCOMPARE(server.received(), 1);
-        QCOMPARE(sender.pending(), 0);
-        QCOMPARE(log.last(), QStringLiteral("E-mail de l’appel 1A2B3C4D envoyé à ") + kTo);
     }
+    // On disk, owner-only, through a restart.
+    QCOMPARE(MailQueue::waitingIn(folder), 1);
+    const QFileInfo file(QDir(folder).entryInfoList(QDir::Files).value(0));
+    QCOMPARE(file.permissions() & 0x7777, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                              QFileDevice::ReadUser | QFileDevice::WriteUser);
+    MailQueue queue(clock, folder, maker);
+    queue.setLog([&log](const QString& line) { log.append(line); });
+    queue.resume();
+
+    // The server stays away: each wait is longer than the last (or as long), and the mail
+    // waits on for three days before it is given up.
+    const QDateTime first = clock.now();
+    QList<double> waits;
+    while (log.last().contains(QStringLiteral(" nouvel essai dans "))) {
+        QCOMPARE(MailQueue::waitingIn(folder), 1);
+        const QStringList wait = log.last()
+                                     .section(QStringLiteral(" nouvel essai dans "), 1)
+                                     .section(u' ', 0, 1)
+                                     .split(u' ');
+        const double unit = wait[1] == QStringLiteral("h")     ? 3600
+                            : wait[1] == QStringLiteral("min") ? 60
+                                                               : 1;
+        waits.append(wait[0].toDouble() * unit);
+        QVERIFY(waits.size() < 2 || waits.last() >= waits[waits.size() - 2]);
+        const qsizetype before = log.size();
+        clock.advance(waits.last());
+        QTRY_VERIFY_WITH_TIMEOUT(log.size() > before, 15000);
+    }
+    QVERIFY2(log.last().startsWith(QStringLiteral("E-mail de l’appel 1A2B3C4D abandonné après ")),
+             qPrintable(log.last()));
+    QVERIFY(first.secsTo(clock.now()) >= 3 * 24 * 3600);
+    QVERIFY(waits.last() >= 3600 && waits.first() < 60);
+    QCOMPARE(MailQueue::waitingIn(folder), 0);
+
+    // Another one waits; the server is back and the owner asks for it now.
+    QVERIFY(!queue.add(message, QStringLiteral("de l’appel 5E6F7A8B")));
+    QTRY_COMPARE_WITH_TIMEOUT(queue.pending(), 1, 15000);
+    SmtpTestServer::Options options;
+    options.port = port;
+    SmtpTestServer server(options);
+    QVERIFY(server.started());
+    queue.retryNow();
+    QTRY_COMPARE_WITH_TIMEOUT(server.received(), 1, 15000);
+    QTRY_COMPARE_WITH_TIMEOUT(MailQueue::waitingIn(folder), 0, 15000);
+    QCOMPARE(log.last(), QStringLiteral("E-mail de l’appel 5E6F7A8B envoyé à ") + kTo);
+    QCOMPARE(queue.pending(), 0);
 }
 
 void MailTest::senderGivesUpAndLogsTheReason()

@@ -1,4 +1,5 @@
 #include "SmtpTestServer.h"
+#include "notify/MailQueue.h"
 
 #include <QFileInfo>
 #include <QProcess>
@@ -94,6 +95,23 @@ void NotifyCliTest::setTestStatusOff()
              QStringLiteral("Vemira · E-mail d’essai"));
     QVERIFY(mail.value(QStringLiteral("tls")).toBool());
     QCOMPARE(mail.value(QStringLiteral("login")).toString(), options.user);
+
+    // A call's mail left waiting by a run that could not send it: told, then sent on demand.
+    {
+        vemira::ManualClock clock;
+        vemira::MailQueue queue(clock, m_dir->filePath(QStringLiteral("data/Courriels")), [] {
+            return vemira::Result<vemira::SmtpRequest>(
+                vemira::AppError(QStringLiteral("hors ligne")));
+        });
+        QVERIFY(!queue.add("Subject: En attente\r\n\r\nCorps\r\n", QStringLiteral("de l’appel X")));
+    }
+    run = vemira({QStringLiteral("notify"), QStringLiteral("status")});
+    QCOMPARE(run.err, QStringLiteral("1 e-mail(s) en attente d’envoi\n"));
+    run = vemira({QStringLiteral("notify"), QStringLiteral("retry")});
+    QCOMPARE(run.status, 0);
+    QCOMPARE(server.mail(2).value(QStringLiteral("subject")).toString(),
+             QStringLiteral("En attente"));
+    QCOMPARE(vemira({QStringLiteral("notify"), QStringLiteral("status")}).err, QString());
 
     run = vemira({QStringLiteral("notify"), QStringLiteral("off")});
     QCOMPARE(run.status, 0);
