@@ -75,8 +75,11 @@ void AfterCallNotices::alert(const QString& title, const QString& why, const QSt
             request.error().message());
         return;
     }
-    request.value().message = encodeMail(alertMail(*mail, title, why, whatToDo, m_clock.now()));
-    m_sender->send(std::move(request.value()), label);
+    // Queued like a call's mail: a stop while the server is away is still told later.
+    if (Status failed =
+            m_queue->add(encodeMail(alertMail(*mail, title, why, whatToDo, m_clock.now())), label))
+        log(QStringLiteral("E-mail ") + label + QStringLiteral(" non envoyé : ") +
+            failed->message());
 }
 
 void AfterCallNotices::sendTest(std::function<void(const Status&)> done)
