@@ -2,7 +2,8 @@
 # Compiles the macOS backends against the SDK model, builds everything and runs every test
 # suite: the normal build and its Debian package, the AddressSanitizer +
 # UndefinedBehaviorSanitizer build, the ThreadSanitizer build of the audio tests, and the fuzz
-# targets for a bounded time. Exits non-zero on the first failure.
+# targets for a bounded time. Exits non-zero on the first failure. The audio suites and
+# Twinkle's whole call run on PulseAudio and again on PipeWire (CTest label pipewire).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"

@@ -15,6 +15,9 @@
 #                               or ours), leaving the default sink and source as they were
 #   pulseaudio.sh down          unload them again by index, defaults untouched
 #
+# With VEMIRA_SOUND_BARE=1 a PipeWire `start` loads neither the desk sink nor the virtual
+# devices: the server has only what its configuration files in DIR/config make.
+#
 # DIR defaults to $VEMIRA_PULSE_DIR, else ${TMPDIR:-/tmp}/vemira-pulse-<uid>. The device names
 # end in the companion driver's uid suffixes, so the application recognises them as the call
 # and voice devices.
@@ -171,6 +174,7 @@ start_pipewire() {
         echo $! >>"$dir/daemon.pids"
     done
     wait_ready "$dir/daemon.log"
+    [ "${VEMIRA_SOUND_BARE:-}" != 1 ] || return 0
     load_null_sink "$DESK_SINK" "$DESK_DESCRIPTION" >/dev/null
     pactl set-default-sink "$DESK_SINK"
     pactl set-default-source "$DESK_SINK.monitor"
@@ -196,7 +200,9 @@ daemon_start() {
     fi
     rm -rf "$dir/pulse"
     "start_$server" "$dir"
-    virtual_up >/dev/null
+    if [ "${VEMIRA_SOUND_BARE:-}" != 1 ] || [ "$server" != pipewire ]; then
+        virtual_up >/dev/null
+    fi
     echo "$server running in $dir"
 }
 

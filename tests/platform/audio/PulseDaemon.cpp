@@ -1,6 +1,8 @@
 #include "PulseDaemon.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
 
@@ -12,6 +14,12 @@ PulseDaemon::~PulseDaemon()
 QString PulseDaemon::script(const QString& command) const
 {
     QProcess process;
+    if (m_bare) {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("VEMIRA_SOUND_SERVER"), QStringLiteral("pipewire"));
+        env.insert(QStringLiteral("VEMIRA_SOUND_BARE"), QStringLiteral("1"));
+        process.setProcessEnvironment(env);
+    }
     process.start(QStringLiteral(VEMIRA_PULSE_SCRIPT), {command, m_folder->path()});
     if (!process.waitForFinished(20000) || process.exitCode() != 0)
         return QString::fromLocal8Bit(process.readAllStandardError()) +
@@ -19,12 +27,21 @@ QString PulseDaemon::script(const QString& command) const
     return QString();
 }
 
-QString PulseDaemon::start()
+QString PulseDaemon::start(const QString& pipewireDropIn)
 {
     m_folder = std::make_unique<QTemporaryDir>(QDir::temp().filePath(QStringLiteral("vp-XXXXXX")));
     if (!m_folder->isValid())
         return QStringLiteral("no temporary folder");
-    const QString failure = script(QStringLiteral("start"));
+    m_bare = !pipewireDropIn.isEmpty();
+    if (m_bare) {
+        const QString folder =
+            m_folder->filePath(QStringLiteral("config/pipewire/pipewire-pulse.conf.d"));
+        if (!QDir().mkpath(folder) ||
+            !QFile::copy(pipewireDropIn,
+                         QDir(folder).filePath(QFileInfo(pipewireDropIn).fileName())))
+            return QStringLiteral("cannot copy ") + pipewireDropIn;
+    }
+    QString failure = script(QStringLiteral("start"));
     if (!failure.isEmpty())
         return failure;
     m_running = true;
@@ -63,6 +80,24 @@ int PulseDaemon::loadNullSink(const QString& name, const QString& description, i
     bool ok = false;
     const int value = index.toInt(&ok);
     return ok ? value : -1;
+}
+
+int PulseDaemon::loadNullSource(const QString& name) const
+{
+    QString index = pactl({QStringLiteral("load-module"), QStringLiteral("module-null-source"),
+                           QStringLiteral("source_name=") + name});
+    if (index.isNull() && isPipeWire())
+        index = pactl({QStringLiteral("load-module"), QStringLiteral("module-null-sink"),
+                       QStringLiteral("sink_name=") + name,
+                       QStringLiteral("media.class=Audio/Source/Virtual")});
+    bool ok = false;
+    const int value = index.toInt(&ok);
+    return ok ? value : -1;
+}
+
+bool PulseDaemon::isPipeWire() const
+{
+    return pactl({QStringLiteral("info")}).contains(QLatin1String("PipeWire"));
 }
 
 bool PulseDaemon::unloadModule(int index) const

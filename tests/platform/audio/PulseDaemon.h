@@ -5,19 +5,25 @@
 #include <QTemporaryDir>
 #include <memory>
 
-// A private PulseAudio daemon with the two virtual call devices and a desk sink, started by
-// scripts/env/pulseaudio.sh in a fresh folder and used by this process through PULSE_SERVER.
+// A private sound server with the two virtual call devices and a desk sink, started by
+// scripts/env/pulseaudio.sh in a fresh folder and used by this process through PULSE_SERVER:
+// PulseAudio, or PipeWire with pipewire-pulse when VEMIRA_SOUND_SERVER=pipewire.
 class PulseDaemon {
 public:
     ~PulseDaemon();
-    // Empty on success, else what went wrong.
-    QString start();
+    // Empty on success, else what went wrong. With `pipewireDropIn`, a PipeWire server that
+    // has only what that pipewire-pulse drop-in makes.
+    QString start(const QString& pipewireDropIn = {});
     void stop();
 
     // Runs pactl against the daemon; the trimmed standard output, or a null string on failure.
     QString pactl(const QStringList& arguments) const;
     // Loads a null sink and returns its module index (or -1).
     int loadNullSink(const QString& name, const QString& description, int rate, int channels) const;
+    // Loads a capture-only device and returns its module index (or -1); pipewire-pulse has no
+    // module-null-source.
+    int loadNullSource(const QString& name) const;
+    bool isPipeWire() const;
     bool unloadModule(int index) const;
     QString defaultSink() const { return pactl({QStringLiteral("get-default-sink")}); }
     QString defaultSource() const { return pactl({QStringLiteral("get-default-source")}); }
@@ -30,4 +36,5 @@ private:
     QString script(const QString& command) const;
     std::unique_ptr<QTemporaryDir> m_folder;
     bool m_running = false;
+    bool m_bare = false;
 };

@@ -122,6 +122,8 @@ private Q_SLOTS:
     // status and the recorded length in the sentence.
     void stalledCircuitIsReportedIncomplete()
     {
+        if (m_daemon.isPipeWire())
+            QSKIP("pipewire-pulse resumes a suspended sink as soon as a stream connects");
         m_daemon.pactl({QStringLiteral("suspend-sink"), callSink, QStringLiteral("1")});
         const Outcome outcome = probeRoutes(m_system->devices());
         m_daemon.pactl({QStringLiteral("suspend-sink"), callSink, QStringLiteral("0")});

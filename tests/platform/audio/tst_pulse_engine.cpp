@@ -148,12 +148,11 @@ private Q_SLOTS:
         QVERIFY(!opened);
         QCOMPARE(opened.error().message(), QStringLiteral("Périphérique audio indisponible."));
 
-        const QString index =
-            m_daemon.pactl({QStringLiteral("load-module"), QStringLiteral("module-null-source"),
-                            QStringLiteral("source_name=vemira.mic")});
-        QVERIFY(!index.isEmpty());
-        const std::optional<SoundDevice> mic =
-            byUID(m_system->devices(), QStringLiteral("vemira.mic"));
+        const int index = m_daemon.loadNullSource(QStringLiteral("vemira.mic"));
+        QVERIFY(index >= 0);
+        std::optional<SoundDevice> mic;
+        // pipewire-pulse shows a device a moment after loading it.
+        QTRY_VERIFY((mic = byUID(m_system->devices(), QStringLiteral("vemira.mic"))));
         QVERIFY(mic && mic->input && !mic->output);
         AudioEngineRequest playToMic;
         playToMic.outputDeviceID = mic->id;
@@ -167,7 +166,7 @@ private Q_SLOTS:
         QVERIFY(opened.value()->captureRunning());
         QVERIFY(!opened.value()->hasPlayback());
         opened.value()->stopCapture();
-        QVERIFY(m_daemon.unloadModule(index.toInt()));
+        QVERIFY(m_daemon.unloadModule(index));
     }
 };
 

@@ -14,7 +14,6 @@
 
 using namespace vemira;
 using vemira::pulse::isCallStream;
-using vemira::pulse::StreamFacts;
 
 namespace {
 
@@ -72,7 +71,7 @@ private:
     // The server's description of the stream of this process; empty while it has none.
     QJsonObject streamOf(const ClientStream& stream, bool capture) const
     {
-        for (const QJsonValue& s : list(capture ? "source-outputs" : "sink-inputs")) {
+        for (const QJsonValue s : list(capture ? "source-outputs" : "sink-inputs")) {
             const QJsonObject props = s[QStringLiteral("properties")].toObject();
             if (props[QStringLiteral("application.process.id")].toString().toLongLong() ==
                 stream.pid())
@@ -88,7 +87,7 @@ private:
         if (found.isEmpty())
             return QString();
         const int device = found[QLatin1String(capture ? "source" : "sink")].toInt();
-        for (const QJsonValue& d : list(capture ? "sources" : "sinks")) {
+        for (const QJsonValue d : list(capture ? "sources" : "sinks")) {
             if (d[QStringLiteral("index")].toInt() == device)
                 return d[QStringLiteral("name")].toString();
         }
@@ -265,7 +264,7 @@ private Q_SLOTS:
     void findsNativePipeWireStreamsByTheirClient()
     {
         if (QStandardPaths::findExecutable(QStringLiteral("pw-play")).isEmpty() ||
-            !m_daemon.pactl({QStringLiteral("info")}).contains(QLatin1String("PipeWire")))
+            !m_daemon.isPipeWire())
             QSKIP("PipeWire only");
         QProcess native;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();

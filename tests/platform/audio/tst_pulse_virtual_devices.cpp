@@ -24,8 +24,9 @@ private:
     PulseDaemon m_daemon;
     QTemporaryDir m_config;
 
-    // Sink name → "description format" of the server this process talks to (the description
-    // as the application lists it; pactl's JSON output mangles non-ASCII text).
+    // Sink name → "description channels rate" of the server this process talks to (the
+    // description as the application lists it; pactl's JSON output mangles non-ASCII text).
+    // The sample format is the server's own choice: s16le on PulseAudio, float32le on PipeWire.
     static QMap<QString, QString> sinksOf(const QString& shortList)
     {
         QMap<QString, QString> names;
@@ -35,8 +36,8 @@ private:
         for (const QString& line : shortList.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
             const QStringList fields = line.split(QLatin1Char('\t'));
             if (fields.size() >= 4)
-                sinks.insert(fields.at(1),
-                             names.value(fields.at(1)) + QLatin1Char(' ') + fields.at(3));
+                sinks.insert(fields.at(1), names.value(fields.at(1)) + QLatin1Char(' ') +
+                                               fields.at(3).section(QLatin1Char(' '), 1));
         }
         return sinks;
     }
@@ -79,12 +80,12 @@ private Q_SLOTS:
 
         QVERIFY(!devices.create());
         QVERIFY(!devices.create()); // made once only
-        const QMap<QString, QString> made = sinks();
-        QCOMPARE(made.size(), 4);
+        QMap<QString, QString> made;
+        QTRY_COMPARE((made = sinks()).size(), 4);
         QCOMPARE(made.value(BrelianDevices::callUID()),
-                 QStringLiteral("Brelian — Appel vers IA s16le 2ch 48000Hz"));
+                 QStringLiteral("Brelian — Appel vers IA 2ch 48000Hz"));
         QCOMPARE(made.value(BrelianDevices::voiceUID()),
-                 QStringLiteral("Brelian — IA vers appel s16le 2ch 48000Hz"));
+                 QStringLiteral("Brelian — IA vers appel 2ch 48000Hz"));
         QVERIFY(!devices.check());
         QCOMPARE(m_daemon.defaultSink(), QStringLiteral("user.cable"));
         QCOMPARE(m_daemon.defaultSource(), QStringLiteral("vemira.desk.monitor"));
@@ -104,12 +105,14 @@ private Q_SLOTS:
         QVERIFY(m_daemon.unloadModule(cable));
     }
 
-    // The start-up file keeps the user's own script, is included once, and a daemon started
-    // with it has both devices; forgetting it removes it.
+    // The start-up file keeps the user's own script, is included once, and a server started
+    // with it has both devices; forgetting it removes it. On PipeWire the file is a
+    // pipewire-pulse drop-in, proved by a fresh PipeWire that reads it.
     void persistsForTheNextStartOnlyWhenAsked()
     {
         PulseVirtualDevices devices(m_config.path());
         QVERIFY(!devices.persistent());
+        const bool pipewire = m_daemon.isPipeWire();
         const QString userScript = m_config.filePath(QStringLiteral("pulse/default.pa"));
         QVERIFY(QDir().mkpath(m_config.filePath(QStringLiteral("pulse"))));
         {
@@ -119,63 +122,70 @@ private Q_SLOTS:
         }
         const Result<QString> written = devices.persist();
         QVERIFY(written.ok());
-        QCOMPARE(written.value(), devices.pulseDropIn());
+        QCOMPARE(written.value(), pipewire ? devices.pipewireDropIn() : devices.pulseDropIn());
         QVERIFY(devices.persist().ok());
         QVERIFY(devices.persistent());
-        QFile script(userScript);
-        QVERIFY(script.open(QIODevice::ReadOnly));
-        const QByteArray text = script.readAll();
-        QVERIFY(
-            text.startsWith(".include /etc/pulse/default.pa\nload-module module-echo-cancel\n"));
-        const QByteArray folder = QFileInfo(devices.pulseDropIn()).absolutePath().toUtf8();
-        QCOMPARE(text.count(".include " + folder), 1);
 
-        // A fresh daemon that runs the drop-in.
-        QTemporaryDir runtime(QDir::temp().filePath(QStringLiteral("vpp-XXXXXX")));
-        const QString socket = runtime.filePath(QStringLiteral("native"));
-        const QString start = runtime.filePath(QStringLiteral("start.pa"));
-        {
-            QFile file(start);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write("load-module module-native-protocol-unix auth-anonymous=1 socket=" +
-                       socket.toUtf8() + "\n.include " + devices.pulseDropIn().toUtf8() + "\n");
-        }
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
-        env.insert(QStringLiteral("PULSE_SERVER"), QStringLiteral("unix:") + socket);
-        QProcess daemon;
-        daemon.setProcessEnvironment(env);
-        daemon.start(QStringLiteral("pulseaudio"),
-                     {QStringLiteral("-n"), QStringLiteral("-F"), start,
-                      QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--daemonize=no"),
-                      QStringLiteral("--system=no")});
-        QVERIFY(daemon.waitForStarted());
-        QProcess pactl;
-        pactl.setProcessEnvironment(env);
         QMap<QString, QString> started;
         const QByteArray ours = qgetenv("PULSE_SERVER");
-        qputenv("PULSE_SERVER", env.value(QStringLiteral("PULSE_SERVER")).toUtf8());
-        QTRY_VERIFY_WITH_TIMEOUT(
-            [&] {
-                pactl.start(
-                    QStringLiteral("pactl"),
-                    {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sinks")});
-                pactl.waitForFinished();
-                started = sinksOf(QString::fromUtf8(pactl.readAllStandardOutput()));
-                return started.size() == 2;
-            }(),
-            10000);
+        const auto readSinks = [&started](const QProcessEnvironment& env) {
+            QProcess pactl;
+            pactl.setProcessEnvironment(env);
+            pactl.start(QStringLiteral("pactl"),
+                        {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sinks")});
+            pactl.waitForFinished();
+            started = sinksOf(QString::fromUtf8(pactl.readAllStandardOutput()));
+            return started.size() == 2;
+        };
+        if (pipewire) {
+            PulseDaemon fresh;
+            const QString failure = fresh.start(written.value());
+            QVERIFY2(failure.isEmpty(), qPrintable(failure));
+            QTRY_VERIFY_WITH_TIMEOUT(readSinks(QProcessEnvironment::systemEnvironment()), 10000);
+            fresh.stop();
+        } else {
+            QFile script(userScript);
+            QVERIFY(script.open(QIODevice::ReadOnly));
+            const QByteArray text = script.readAll();
+            QVERIFY(text.startsWith(
+                ".include /etc/pulse/default.pa\nload-module module-echo-cancel\n"));
+            const QByteArray folder = QFileInfo(devices.pulseDropIn()).absolutePath().toUtf8();
+            QCOMPARE(text.count(".include " + folder), 1);
+
+            // A fresh daemon that runs the drop-in.
+            QTemporaryDir runtime(QDir::temp().filePath(QStringLiteral("vpp-XXXXXX")));
+            const QString socket = runtime.filePath(QStringLiteral("native"));
+            const QString start = runtime.filePath(QStringLiteral("start.pa"));
+            {
+                QFile file(start);
+                QVERIFY(file.open(QIODevice::WriteOnly));
+                file.write("load-module module-native-protocol-unix auth-anonymous=1 socket=" +
+                           socket.toUtf8() + "\n.include " + devices.pulseDropIn().toUtf8() + "\n");
+            }
+            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+            env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
+            env.insert(QStringLiteral("PULSE_SERVER"), QStringLiteral("unix:") + socket);
+            QProcess daemon;
+            daemon.setProcessEnvironment(env);
+            daemon.start(QStringLiteral("pulseaudio"),
+                         {QStringLiteral("-n"), QStringLiteral("-F"), start,
+                          QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--daemonize=no"),
+                          QStringLiteral("--system=no")});
+            QVERIFY(daemon.waitForStarted());
+            qputenv("PULSE_SERVER", env.value(QStringLiteral("PULSE_SERVER")).toUtf8());
+            QTRY_VERIFY_WITH_TIMEOUT(readSinks(env), 10000);
+            daemon.terminate();
+            daemon.waitForFinished();
+        }
         qputenv("PULSE_SERVER", ours);
-        daemon.terminate();
-        daemon.waitForFinished();
         QCOMPARE(started.value(BrelianDevices::callUID()),
-                 QStringLiteral("Brelian — Appel vers IA s16le 2ch 48000Hz"));
+                 QStringLiteral("Brelian — Appel vers IA 2ch 48000Hz"));
         QCOMPARE(started.value(BrelianDevices::voiceUID()),
-                 QStringLiteral("Brelian — IA vers appel s16le 2ch 48000Hz"));
+                 QStringLiteral("Brelian — IA vers appel 2ch 48000Hz"));
 
         QVERIFY(!devices.forget());
         QVERIFY(!devices.persistent());
-        QVERIFY(!QFile::exists(devices.pulseDropIn()));
+        QVERIFY(!QFile::exists(written.value()));
     }
 };
 
