@@ -377,14 +377,56 @@ private:
                      .arg(phone.displayName())
               << yes(back) << Qt::endl
               << QStringLiteral("Appel raccroché à la fin : ") << yes(hungUp) << Qt::endl;
+        const QString ring = nextRing(model, phone);
+        const bool ringUsual = ring == DemoEnvironment::deskSink();
+        m_out << QStringLiteral("Appel suivant, Vemira désactivé : %1 sonne sur %2, la sortie "
+                                "habituelle : %3")
+                     .arg(phone.displayName(),
+                          ring.isEmpty() ? QStringLiteral("aucune sortie")
+                                         : QStringLiteral("« %1 »").arg(ring),
+                          yes(ringUsual))
+              << Qt::endl;
+        m_report.insert(QStringLiteral("nextRingOnUsualOutput"), ringUsual);
         m_report.insert(QStringLiteral("callerNumberKept"), numberKept);
         m_report.insert(QStringLiteral("speakerRouted"), speakerRouted);
         m_report.insert(QStringLiteral("microphoneRouted"), microphoneRouted);
         m_report.insert(QStringLiteral("streamsBack"), back);
         m_report.insert(QStringLiteral("hungUp"), hungUp);
-        if (!numberKept || !speakerRouted || !microphoneRouted || !back || !hungUp)
+        if (!numberKept || !speakerRouted || !microphoneRouted || !back || !hungUp || !ringUsual)
             return failWith(QStringLiteral("une des vérifications ci-dessus a échoué."));
         return 0;
+    }
+
+    // Vemira off, the caller rings again and nobody answers: where the ring plays. After a
+    // call a sound server may still send the softphone's streams to the virtual device it
+    // last saw them moved to, and the owner would no longer hear the phone.
+    QString nextRing(AppModel& model, DemoSoftphone& phone)
+    {
+        if (model.armed())
+            model.toggleArmed();
+        waitUntil([&] { return !model.armed() && phone.streamPlaces().isEmpty(); }, 10);
+        say(QStringLiteral("Vemira désactivé, « Jean Test » rappelle %1 et personne ne répond…")
+                .arg(phone.displayName()));
+        if (Status failure = phone.dial()) {
+            say(failure->message());
+            return {};
+        }
+        QString place;
+        waitUntil(
+            [&] {
+                place = phone.streamPlaces().value(0);
+                return !place.isEmpty();
+            },
+            8);
+        if (Status failure = phone.hangUp())
+            say(failure->message());
+        if (place.isEmpty()) {
+            say(QStringLiteral("%1 ne joue pas sa sonnerie ici : un flux du même nom et du même "
+                               "rôle que les siens en tient lieu.")
+                    .arg(phone.displayName()));
+            place = phone.placeOfItsNextStream();
+        }
+        return place;
     }
 
     // What a user sets once in the interface: the virtual devices, the business, a key.
@@ -668,14 +710,19 @@ int runDemoCommand(const QStringList& arguments)
         QStringLiteral("phone"),
         QStringLiteral("Softphone réel à la place du softphone de test : twinkle ou gnome-calls."),
         QStringLiteral("softphone"));
-    parser.addOptions({folder, report, phone});
+    const QCommandLineOption soundServer(
+        QStringLiteral("sound-server"),
+        QStringLiteral("Serveur de son privé à démarrer : pulseaudio (par défaut) ou pipewire."),
+        QStringLiteral("server"));
+    parser.addOptions({folder, report, phone, soundServer});
     QStringList withProgram = arguments;
     withProgram.prepend(QStringLiteral("vemira demo"));
     if (!parser.parse(withProgram) || !parser.positionalArguments().isEmpty())
         return cli::fail(
             parser.errorText().isEmpty()
-                ? QStringLiteral("Usage : vemira demo [--phone twinkle|gnome-calls] [--folder "
-                                 "DOSSIER] [--report FICHIER]")
+                ? QStringLiteral("Usage : vemira demo [--phone twinkle|gnome-calls] "
+                                 "[--sound-server pulseaudio|pipewire] [--folder DOSSIER] "
+                                 "[--report FICHIER]")
                 : parser.errorText(),
             cli::UsageError);
     const QString realPhone = parser.value(phone);
@@ -683,6 +730,15 @@ int runDemoCommand(const QStringList& arguments)
         return cli::fail(
             QStringLiteral("Softphone inconnu : %1 (twinkle ou gnome-calls).").arg(realPhone),
             cli::UsageError);
+    if (parser.isSet(soundServer)) {
+        const QString server = parser.value(soundServer);
+        if (server != QLatin1String("pulseaudio") && server != QLatin1String("pipewire"))
+            return cli::fail(
+                QStringLiteral("Serveur de son inconnu : %1 (pulseaudio ou pipewire).").arg(server),
+                cli::UsageError);
+        // Read by the sound server's start script, here and inside the private network.
+        qputenv("VEMIRA_SOUND_SERVER", server.toUtf8());
+    }
     // SIP ports are fixed and GNOME Calls binds every address: a real softphone runs in a
     // network of its own that holds only the loopback, entered by starting again inside it.
     if (!realPhone.isEmpty() && !inPrivateNetwork())
@@ -716,20 +772,25 @@ void registerDemoCommands(CommandTable& table)
 {
     table.add(
         {QStringLiteral("demo"),
-         QStringLiteral("[--phone twinkle|gnome-calls] [--folder DOSSIER] [--report FICHIER]"),
+         QStringLiteral("[--phone twinkle|gnome-calls] [--sound-server pulseaudio|pipewire] "
+                        "[--folder DOSSIER] [--report FICHIER]"),
          QStringLiteral(
              "Démonstration complète : un appel de test pris par Vemira, de bout en bout"),
          QStringLiteral(
-             "Démarre ce qui manque (PulseAudio et ses appareils virtuels, un écran Xvfb, D-Bus "
-             "et\n"
-             "le bus d’accessibilité, un softphone de test, un service IA simulé), active le\n"
+             "Démarre ce qui manque (PulseAudio ou PipeWire et les appareils virtuels, un écran\n"
+             "Xvfb, D-Bus et le bus d’accessibilité, un softphone de test, un service IA simulé),\n"
+             "active le "
              "standard, fait sonner le softphone et suit la conversation. À la fin : la\n"
              "transcription enregistrée, la consommation, le chemin de l’enregistrement audio et\n"
              "les mesures de latence et de processeur ; tout ce qui a été démarré est arrêté.\n"
              "Rien de votre session ni de vos appels n’est touché : tout reste dans DOSSIER.\n\n"
              "  --phone SOFTPHONE  un vrai softphone (twinkle, gnome-calls) appelé en SIP sur la\n"
              "                     boucle locale par « Jean Test » (baresip), dans un réseau\n"
-             "                     privé (droits root)\n"
+             "                     privé (droits root) ; à la fin il rappelle, Vemira désactivé, "
+             "et\n"
+             "                     la sonnerie doit jouer sur la sortie habituelle\n"
+             "  --sound-server SERVEUR  pulseaudio (par défaut) ou pipewire (avec WirePlumber et\n"
+             "                     pipewire-pulse, comme sur Debian 12, Ubuntu et Fedora)\n"
              "  --folder DOSSIER   dossier de travail (par défaut : un nouveau dossier "
              "temporaire)\n"
              "  --report FICHIER   bilan chiffré au format JSON"),

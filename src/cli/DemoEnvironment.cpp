@@ -96,14 +96,25 @@ Status DemoEnvironment::startAudio()
     if (!QFileInfo::exists(m_pulseScript))
         return AppError(QStringLiteral("Script audio introuvable : %1 (VEMIRA_PULSE_SCRIPT).")
                             .arg(m_pulseScript));
-    if (QStandardPaths::findExecutable(QStringLiteral("pulseaudio")).isEmpty())
-        return AppError(missingProgram(QStringLiteral("pulseaudio")));
+    const bool pipewire =
+        m_env.value(QStringLiteral("VEMIRA_SOUND_SERVER")) == QLatin1String("pipewire");
+    const QStringList programs =
+        pipewire ? QStringList{QStringLiteral("pipewire"), QStringLiteral("wireplumber"),
+                               QStringLiteral("pipewire-pulse")}
+                 : QStringList{QStringLiteral("pulseaudio")};
+    for (const QString& program : programs) {
+        if (QStandardPaths::findExecutable(program).isEmpty())
+            return AppError(missingProgram(program));
+    }
+    const QString server = pipewire ? QStringLiteral("PipeWire (WirePlumber, pipewire-pulse)")
+                                    : QStringLiteral("PulseAudio");
 
     const QString dir = QDir(m_folder).filePath(QStringLiteral("pulse"));
-    m_progress(QStringLiteral("Démarrage de PulseAudio avec les appareils virtuels « Brelian »…"));
+    m_progress(
+        QStringLiteral("Démarrage de %1 avec les appareils virtuels « Brelian »…").arg(server));
     if (Status failure =
             runToEnd(QStringLiteral("bash"), {m_pulseScript, QStringLiteral("start"), dir}, m_env,
-                     QStringLiteral("PulseAudio n’a pas démarré.")))
+                     QStringLiteral("%1 n’a pas démarré.").arg(server)))
         return failure;
     m_audioStarted = true;
     m_env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir);

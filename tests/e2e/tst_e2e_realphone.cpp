@@ -1,8 +1,9 @@
 // One whole call with a real Debian softphone: `vemira demo --phone NAME` has a headless
 // baresip caller ring Twinkle or GNOME Calls over loopback SIP, inside a network of its own;
 // Vemira finds and answers the call through AT-SPI, routes the softphone's streams through
-// the virtual devices, and the caller hangs up after the goodbye. The checks read the run's
-// report, the saved record and the recording.
+// the virtual devices, and the caller hangs up after the goodbye; then, Vemira off, the caller
+// rings again and the ring must play on the usual output. The checks read the run's report,
+// the saved record and the recording. VEMIRA_SOUND_SERVER picks PulseAudio or PipeWire.
 #include "common/ConversationScript.h"
 #include "common/DemoProcess.h"
 #include "common/VoiceMatch.h"
@@ -71,17 +72,17 @@ void TestRealPhone::wholeCallWithTheRealSoftphone()
     QVERIFY2(seconds < 120, qPrintable(output));
 
     // What the demonstration printed, as the default one does.
-    for (const char* shown :
-         {"──── Transcription enregistrée ────", "Enregistrement : /",
-          "Latence ajoutée, appelant → IA", "Latence ajoutée, IA → appelant",
-          "· Son du téléphone dirigé vers Vemira", "· Son du téléphone rendu : "})
+    for (const char* shown : {"──── Transcription enregistrée ────", "Enregistrement : /",
+                              "Latence ajoutée, appelant → IA", "Latence ajoutée, IA → appelant",
+                              "· Son du téléphone dirigé vers Vemira",
+                              "· Son du téléphone rendu : ", "la sortie habituelle : oui"})
         QVERIFY2(output.contains(QString::fromUtf8(shown)), shown);
 
     QFile file(report);
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QJsonObject figures = QJsonDocument::fromJson(file.readAll()).object();
-    for (const char* check :
-         {"callerNumberKept", "speakerRouted", "microphoneRouted", "streamsBack", "hungUp"})
+    for (const char* check : {"callerNumberKept", "speakerRouted", "microphoneRouted",
+                              "streamsBack", "hungUp", "nextRingOnUsualOutput"})
         QVERIFY2(figures.value(QLatin1String(check)).toBool(), check);
 
     // The saved record: the caller's number, both sides in the transcript.

@@ -3,6 +3,7 @@
 #ifdef Q_OS_LINUX
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -116,17 +117,56 @@ void DemoSoftphone::stop()
     script({QStringLiteral("stop"), m_folder}, {});
 }
 
+namespace {
+
+QByteArray runPactl(const QProcessEnvironment& env, const QStringList& arguments)
+{
+    QProcess pactl;
+    pactl.setProcessEnvironment(env);
+    pactl.start(QStringLiteral("pactl"), arguments);
+    pactl.waitForFinished(5000);
+    return pactl.readAllStandardOutput();
+}
+
+} // namespace
+
+QString DemoSoftphone::placeOfItsNextStream() const
+{
+    if (m_streamApplication.isEmpty() && m_streamRole.isEmpty())
+        return {};
+    QProcessEnvironment env = m_env;
+    if (!m_streamRole.isEmpty())
+        env.insert(QStringLiteral("PULSE_PROP"), QStringLiteral("media.role=") + m_streamRole);
+    QProcess stream;
+    stream.setProcessEnvironment(env);
+    stream.setStandardInputFile(QStringLiteral("/dev/zero"));
+    stream.start(QStringLiteral("pacat"), {QStringLiteral("--playback"), QStringLiteral("--raw"),
+                                           QStringLiteral("--volume=0"),
+                                           QStringLiteral("--client-name=") + m_streamApplication});
+    if (!stream.waitForStarted(5000))
+        return {};
+    QString place;
+    const QDeadlineTimer deadline(5000);
+    while (place.isEmpty() && !deadline.hasExpired() && stream.state() == QProcess::Running) {
+        place = placesOf(stream.processId(), false).value(0);
+        if (place.isEmpty())
+            stream.waitForFinished(50);
+    }
+    stream.kill();
+    stream.waitForFinished(5000);
+    return place;
+}
+
 QStringList DemoSoftphone::streamPlaces() const
 {
-    auto run = [this](const QStringList& arguments) {
-        QProcess pactl;
-        pactl.setProcessEnvironment(m_env);
-        pactl.start(QStringLiteral("pactl"), arguments);
-        pactl.waitForFinished(5000);
-        return pactl.readAllStandardOutput();
-    };
+    return placesOf(m_pid, false) + placesOf(m_pid, true);
+}
+
+QStringList DemoSoftphone::placesOf(qint64 pid, bool capture) const
+{
+    const auto run = [this](const QStringList& arguments) { return runPactl(m_env, arguments); };
     QStringList places;
-    for (const bool capture : {false, true}) {
+    {
         // Index → name from the short list (its JSON form mangles non-ASCII descriptions).
         QHash<int, QString> names;
         const QByteArray devices =
@@ -144,9 +184,12 @@ QStringList DemoSoftphone::streamPlaces() const
                 .array();
         for (const QJsonValue stream : streams) {
             const QJsonObject properties = stream[QStringLiteral("properties")].toObject();
-            if (properties[QStringLiteral("application.process.id")].toString().toLongLong() !=
-                m_pid)
+            if (properties[QStringLiteral("application.process.id")].toString().toLongLong() != pid)
                 continue;
+            if (pid == m_pid && !capture && m_streamApplication.isEmpty()) {
+                m_streamApplication = properties[QStringLiteral("application.name")].toString();
+                m_streamRole = properties[QStringLiteral("media.role")].toString();
+            }
             places << names.value(
                 stream[capture ? QStringLiteral("source") : QStringLiteral("sink")].toInt());
         }

@@ -40,14 +40,20 @@ public:
     void stop();
 
     qint64 pid() const { return m_pid; }
-    // The devices (sink or source names) the softphone's streams are on now.
+    // The devices (sink or source names) the softphone's streams are on now. The first of its
+    // playback streams seen also gives its application name and role (see below).
     QStringList streamPlaces() const;
+    // Where a new playback stream with the name and role the softphone's own streams carried
+    // lands: where the server sends its next stream, a ring included (the server remembers by
+    // role or name). Empty when none was seen yet or the stream found no device.
+    QString placeOfItsNextStream() const;
     // The caller's log holds `text` ("Call established", "terminated"…).
     bool callerLogShows(const QByteArray& text) const;
     // The caller's log says its call ended.
     bool callerHungUp() const { return callerLogShows("terminated (duration"); }
 
 private:
+    QStringList placesOf(qint64 pid, bool capture) const;
     Status script(const QStringList& arguments, const QString& failure);
 
     QString m_id;
@@ -57,6 +63,8 @@ private:
     QProcessEnvironment m_env;
     qint64 m_pid = 0;
     bool m_started = false;
+    mutable QString m_streamApplication;
+    mutable QString m_streamRole;
 };
 
 // A file the demonstration needs from the source or build tree: $<envName> when set, else
