@@ -26,11 +26,13 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
 #include <QTest>
+#include <QTimer>
 #include <QToolButton>
 
 using namespace vemira;
@@ -155,6 +157,21 @@ private Q_SLOTS:
                  QStringLiteral("À l’écoute des appels"));
         QCOMPARE(icon.state(), ui::StandbyState::Listening);
         QVERIFY(icon.standbyAction()->isChecked());
+        // No tray here: closing the window while armed asks first, and "Oui" keeps answering.
+        rig.mainWindow->show();
+        QString asked;
+        QTimer::singleShot(0, [&asked] {
+            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                asked = box->text();
+                box->button(QMessageBox::Yes)->click();
+            }
+        });
+        QVERIFY(!rig.mainWindow->close());
+        QVERIFY2(
+            asked.startsWith(QStringLiteral("Continuer à répondre aux appels en arrière-plan")),
+            qPrintable(asked));
+        QVERIFY(!rig.mainWindow->isVisible());
+        QVERIFY(rig.model->armed());
         // Pausing from the status icon's menu moves the window's switch too.
         icon.standbyAction()->trigger();
         QVERIFY(!rig.model->armed());
