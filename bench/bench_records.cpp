@@ -3,9 +3,13 @@
 //     copy of the same bytes as the floor (goal: save ≤ 3× the floor and under 50 ms);
 //   - the same save when another process (the `vemira` tool) rewrote the file meanwhile, so
 //     the save reads it back and merges it first;
+//   - the writes made during a call (its record kept on disk while the call lasts): one at
+//     most every ProvisionalRecord::kSaveDelay seconds, each with a few more transcript lines,
+//     beside the same history; the share of one core they take during a call;
 //   - a dossier search over 50,000 records through the index the Conversations page and
 //     `vemira search` run (goal: under 16 ms per query), and the index following one edit.
 // Usage: bench_records [calls] [searchRecords]
+#include "app/ProvisionalRecord.h"
 #include "records/Dossiers.h"
 #include "records/HistoryCodec.h"
 #include "records/PrivateFiles.h"
@@ -199,6 +203,75 @@ void historyBenchmark(int calls)
                 median(saves) / median(copies), median(saveCpu) / median(copyCpu));
 }
 
+// A call of ten minutes in a history of `calls` records, as the provisional record keeps it:
+// in the history (marked in progress) from the answer, then one write of the call's own file
+// at most every kSaveDelay seconds, each time with the lines said since (about one every two
+// seconds) and a new usage report. For comparison, the same changes saved by rewriting the
+// whole history each time.
+void duringCallBenchmark(int calls)
+{
+    QTemporaryDir dir;
+    QRandomGenerator random(11);
+    RecordsStore store{DataFolder(dir.filePath(QStringLiteral("Brelian")))};
+    (void)store.load();
+    for (int i = calls - 1; i >= 0; --i)
+        store.insertFront(generated(random, 30, i));
+    (void)store.saveHistory();
+
+    const double period = ProvisionalRecord::kSaveDelay;
+    CallRecord live = generated(random, 0, -1);
+    live.progress = CallProgress::InProgress;
+    QElapsedTimer timer;
+    timer.start();
+    store.insertFront(live);
+    (void)store.saveHistory();
+    (void)store.writeCallInProgress(live);
+    const double opened = milliseconds(timer);
+
+    const int linesPerSave = std::max(1, int(period / 2.0));
+    const auto step = [&](int i, bool wholeHistory, std::vector<double>& wall,
+                          std::vector<double>& cpu) {
+        timer.restart();
+        const double start = cpuMilliseconds();
+        store.modify(live.id, [&](CallRecord& record) {
+            for (int l = 0; l < linesPerSave; ++l) {
+                record.transcript.append(
+                    TranscriptLine::create(l % 2 ? Speaker::caller() : Speaker::assistant(),
+                                           phrases[random.bounded(int(phrases.size()))]));
+            }
+            record.usage =
+                ConversationUsage{100 * i, 50 * i, 0.001 * i, 0, QStringLiteral("gpt-realtime")};
+        });
+        const Status failed =
+            wholeHistory ? store.saveHistory() : store.writeCallInProgress(*store.find(live.id));
+        if (failed)
+            std::fprintf(stderr, "%s\n", qPrintable(failed->message()));
+        cpu.push_back(cpuMilliseconds() - start);
+        wall.push_back(milliseconds(timer));
+    };
+    const int saves = int(600 / period);
+    std::vector<double> wall;
+    std::vector<double> cpu;
+    for (int i = 0; i < saves; ++i)
+        step(i, false, wall, cpu);
+    std::vector<double> wholeWall;
+    std::vector<double> wholeCpu;
+    for (int i = 0; i < 21; ++i)
+        step(saves + i, true, wholeWall, wholeCpu);
+
+    const double share = 100.0 * median(cpu) / (period * 1000.0);
+    std::printf("during a call (history of %d calls; 10 minutes, one write every %.0f s: %d):\n",
+                calls, period, saves);
+    std::printf("  at the answer (history + the call's file): %.1f ms\n", opened);
+    std::printf("  one write of the call's file: median %.2f ms wall (max %.2f), %.2f ms CPU; "
+                "%.3f %% of one core during the call\n",
+                median(wall), maximum(wall), median(cpu), share);
+    std::printf("  the whole history instead: median %.1f ms wall, %.1f ms CPU; %.0f MB "
+                "written per 10 minutes\n",
+                median(wholeWall), median(wholeCpu),
+                double(QFileInfo(store.folder().historyFile()).size()) * saves / 1e6);
+}
+
 void searchBenchmark(int count)
 {
     QRandomGenerator random(11);
@@ -278,6 +351,7 @@ int main(int argc, char** argv)
     const int calls = argc > 1 ? std::atoi(argv[1]) : 5000;
     const int searchRecords = argc > 2 ? std::atoi(argv[2]) : 50000;
     historyBenchmark(calls);
+    duringCallBenchmark(calls);
     if (searchRecords > 0)
         searchBenchmark(searchRecords);
     return 0;

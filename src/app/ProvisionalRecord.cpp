@@ -19,7 +19,12 @@ Status ProvisionalRecord::open(const CallRecord& record)
     CallRecord provisional = record;
     provisional.progress = CallProgress::InProgress;
     m_store.insertFront(provisional);
-    return m_store.saveHistory();
+    // In the history for every program of the folder to see; its later states go to the
+    // call's own file.
+    Status failed = m_store.saveHistory();
+    if (Status sideFailed = m_store.writeCallInProgress(provisional); sideFailed && !failed)
+        failed = sideFailed;
+    return failed;
 }
 
 void ProvisionalRecord::changed()
@@ -42,7 +47,10 @@ void ProvisionalRecord::save()
         stored.progress = CallProgress::InProgress;
     });
     m_synced = *live;
-    if (Status failed = m_store.saveHistory(); failed && !m_failureTold) {
+    const CallRecord* stored = m_store.find(m_id);
+    if (!stored)
+        return; // deleted from outside
+    if (Status failed = m_store.writeCallInProgress(*stored); failed && !m_failureTold) {
         m_failureTold = true;
         if (onSaveFailed)
             onSaveFailed(failed->message());
@@ -54,6 +62,9 @@ void ProvisionalRecord::close(const CallRecord& record)
     m_pending.reset();
     const bool opened = m_id == record.id;
     m_id = QUuid();
+    // The history, saved by the caller now, holds the whole call.
+    if (opened)
+        m_store.removeCallInProgress();
     if (opened && m_store.modify(record.id, [this, &record](CallRecord& stored) {
             stored = mergeRecord(m_synced, record, stored);
             stored.progress = CallProgress::Ended;

@@ -13,10 +13,13 @@ namespace vemira {
 
 class RecordsStore;
 
-// The record of the call under way, kept in the history while the call lasts, so that a
-// crash or a power cut loses at most its last seconds. Changes (transcript lines, usage, the
-// message) are gathered: one save at most every kSaveDelay seconds of the clock, however many
-// come in between. Main thread only.
+// The record of the call under way, kept on disk while the call lasts, so that a crash or a
+// power cut loses at most its last seconds. It enters the history, marked in progress, when
+// the call is answered; its later states are written alone to the call's own file (the cost of
+// one record, not of the whole history). Changes (transcript lines, usage, the message) are
+// gathered: one write at most every kSaveDelay seconds of the clock, however many come in
+// between. The next start folds that file into the history (recoverRecordings). Main thread
+// only.
 class ProvisionalRecord {
 public:
     static constexpr double kSaveDelay = 2.0;

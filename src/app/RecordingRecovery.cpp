@@ -29,7 +29,21 @@ QStringList recoverRecordings(RecordsStore& store)
     QStringList lines;
     bool changed = false;
     // Only one receptionist runs on a folder: a record still in progress at its start was
-    // left by one that stopped without ending the call.
+    // left by one that stopped without ending the call. Its last state is in the call's own
+    // file (or, should the history have missed the answer, only there).
+    if (const auto last = store.readCallInProgress()) {
+        const CallRecord* known = store.find(last->id);
+        if (!known && last->progress == CallProgress::InProgress) {
+            store.insertFront(*last);
+        } else if (known && known->progress == CallProgress::InProgress) {
+            store.modify(last->id, [&last](CallRecord& record) {
+                record.transcript = last->transcript;
+                record.usage = last->usage;
+                record.message = last->message;
+                record.recordingError = last->recordingError;
+            });
+        }
+    }
     QList<QUuid> interrupted;
     for (const CallRecord& record : store.records()) {
         if (record.progress == CallProgress::InProgress)
@@ -73,9 +87,12 @@ QStringList recoverRecordings(RecordsStore& store)
         }
     }
     if (changed) {
-        if (Status failed = store.saveHistory())
+        if (Status failed = store.saveHistory()) {
             lines.append(failed->message());
+            return lines; // the call's own file stays for the next start
+        }
     }
+    store.removeCallInProgress();
     return lines;
 }
 

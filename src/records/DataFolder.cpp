@@ -28,6 +28,11 @@ QString DataFolder::deletedFile() const
     return m_path + QStringLiteral("/history-deleted.json");
 }
 
+QString DataFolder::callInProgressFile() const
+{
+    return m_path + QStringLiteral("/call-in-progress.json");
+}
+
 QString DataFolder::transcriptsFolder() const
 {
     return m_path + QStringLiteral("/Transcriptions");

@@ -13,12 +13,13 @@ public:
     static DataFolder standard();
 
     const QString& path() const { return m_path; }
-    QString historyFile() const;       // history.json
-    QString deletedFile() const;       // history-deleted.json (ids of deleted records)
-    QString transcriptsFolder() const; // Transcriptions
-    QString recordingsFolder() const;  // Enregistrements (call recordings, "Appel-<ID>.wav")
-    QString credentialsFolder() const; // Credentials (the API key file)
-    QString mailQueueFolder() const;   // Courriels (after-call e-mails not yet sent)
+    QString historyFile() const;        // history.json
+    QString deletedFile() const;        // history-deleted.json (ids of deleted records)
+    QString callInProgressFile() const; // call-in-progress.json (the call under way)
+    QString transcriptsFolder() const;  // Transcriptions
+    QString recordingsFolder() const;   // Enregistrements (call recordings, "Appel-<ID>.wav")
+    QString credentialsFolder() const;  // Credentials (the API key file)
+    QString mailQueueFolder() const;    // Courriels (after-call e-mails not yet sent)
 
 private:
     QString m_path;

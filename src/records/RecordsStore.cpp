@@ -323,6 +323,32 @@ Result<QString> RecordsStore::writeTranscriptFile(const CallRecord& record)
     return path;
 }
 
+Status RecordsStore::writeCallInProgress(const CallRecord& record)
+{
+    auto bytes = encodeRecord(record);
+    if (!bytes)
+        return bytes.error();
+    if (Status failed = PrivateFiles::ensureFolder(m_folder.path()))
+        return failed;
+    return PrivateFiles::write(m_folder.callInProgressFile(), bytes.value());
+}
+
+std::optional<CallRecord> RecordsStore::readCallInProgress() const
+{
+    auto bytes = PrivateFiles::read(m_folder.callInProgressFile());
+    if (!bytes)
+        return std::nullopt;
+    auto records = decodeHistory('[' + bytes.value() + ']');
+    if (!records || records.value().size() != 1)
+        return std::nullopt;
+    return records.value().first();
+}
+
+void RecordsStore::removeCallInProgress()
+{
+    QFile::remove(m_folder.callInProgressFile());
+}
+
 RecordsStore::DemoAdded RecordsStore::addDemo(const QDateTime& now)
 {
     const CallRecord demo = makeDemoRecord(now);

@@ -81,6 +81,13 @@ public:
     // still under way is refused.
     Status deleteRecord(const QUuid& id);
 
+    // The record of the call under way, written alone beside the history at each change: a
+    // crash then loses at most the last seconds, and keeping it costs the size of one record,
+    // not of the whole history. Read back (and removed) at the next start.
+    Status writeCallInProgress(const CallRecord& record);
+    std::optional<CallRecord> readCallInProgress() const;
+    void removeCallInProgress();
+
     // For the call lifecycle: the list changes in memory; callers then call saveHistory().
     void insertFront(const CallRecord& record);
     // Applies `change` to the first record with this id; false when there is none.

@@ -195,9 +195,13 @@ private Q_SLOTS:
         ModelRig rig(true, [&](RecordsStore& store) {
             QVERIFY(!store.load());
             saved = store.addDemo(QDateTime::currentDateTime()).id;
-            // The call was under way when its receptionist died.
+            // The call was under way when its receptionist died, its last lines in its own file.
             store.modify(saved, [](CallRecord& r) { r.progress = CallProgress::InProgress; });
             QVERIFY(!store.saveHistory());
+            CallRecord last = *store.find(saved);
+            last.transcript.append(
+                TranscriptLine::create(Speaker::caller(), QStringLiteral("Au revoir.")));
+            QVERIFY(!store.writeCallInProgress(last));
         });
         const QString recordings = DataFolder(rig.dir.path()).recordingsFolder();
         const auto wav = [&](const QUuid& id) {
@@ -213,6 +217,9 @@ private Q_SLOTS:
         QCOMPARE(AudioFiles::wavFrames(wav(saved)).value(), std::int64_t(24000));
         QCOMPARE(byId(onDisk(rig.dir.path()), saved)->recordingFile, record->recordingFile);
         QCOMPARE(byId(onDisk(rig.dir.path()), saved)->progress, CallProgress::Interrupted);
+        QCOMPARE(byId(onDisk(rig.dir.path()), saved)->transcript.last().text,
+                 QStringLiteral("Au revoir."));
+        QVERIFY(!RecordsStore(DataFolder(rig.dir.path())).readCallInProgress());
         // No record for the other call: its audio is kept, playable, and the log says where.
         QCOMPARE(AudioFiles::wavFrames(wav(unknown)).value(), std::int64_t(12000));
         QVERIFY(rig.model->log().join(u'\n').contains(QFileInfo(wav(unknown)).fileName()));

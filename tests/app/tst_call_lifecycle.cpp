@@ -611,10 +611,14 @@ private Q_SLOTS:
         QVERIFY(rig.model->error().contains(QStringLiteral("en cours")));
         QVERIFY(rig.callerSays(QStringLiteral("Je rappellerai.")));
         QVERIFY(rig.callerSays(QStringLiteral("Merci.")));
-        // The lines are gathered into one save a few seconds later, not one save each.
-        QVERIFY(rig.historyOnDisk().value(0).transcript.isEmpty());
+        // The lines are gathered into one write a few seconds later, not one write each.
+        const auto linesOnDisk = [&] {
+            const auto last = RecordsStore(DataFolder(rig.dir.path())).readCallInProgress();
+            return last && last->id == id ? last->transcript.size() : -1;
+        };
+        QCOMPARE(linesOnDisk(), 0);
         rig.clock.advance(3.0);
-        QVERIFY(waitFor([&] { return rig.historyOnDisk().value(0).transcript.size() == 2; }));
+        QVERIFY(waitFor([&] { return linesOnDisk() == 2; }));
         QVERIFY(waitFor([&] { return rig.server.receivedAudio().size() >= 4800; }));
 
         rig.model.reset();

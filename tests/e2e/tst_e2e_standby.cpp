@@ -10,6 +10,7 @@
 #include "records/CallRecord.h"
 #include "records/DataFolder.h"
 #include "records/HistoryCodec.h"
+#include "records/RecordsStore.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -145,8 +146,8 @@ void TestStandby::interruptDuringACallKeepsWhatWasSaid()
         // The call's record keeps up with it on disk, seconds behind at most.
         QVERIFY2(waitFor(
                      [&] {
-                         const QList<CallRecord> records = saved();
-                         return !records.isEmpty() && records.first().transcript.size() >= 2;
+                         const auto last = RecordsStore(DataFolder(data)).readCallInProgress();
+                         return last && last->transcript.size() >= 2;
                      },
                      6000),
                  qPrintable(output));
