@@ -1,5 +1,6 @@
-// Added latency of the call audio path on PulseAudio, each way, on a private daemon with the
-// virtual devices (scripts/env/pulseaudio.sh):
+// Added latency of the call audio path, each way, on a private PulseAudio daemon and then on a
+// private PipeWire (WirePlumber, pipewire-pulse) when it is installed, each with the virtual
+// devices (scripts/env/pulseaudio.sh), printed side by side:
 //   caller → AI: the capture fragment the server granted (the longest a sample waits in the
 //                stream before our callback; a virtual device's monitor hands samples over as
 //                they are rendered, so there is no device buffer before it) plus our path from
@@ -15,12 +16,14 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QStandardPaths>
 #include <QThread>
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <numbers>
 #include <vector>
 
@@ -164,22 +167,18 @@ struct Figures {
     double worst() { return values.empty() ? 0 : *std::max_element(values.begin(), values.end()); }
 };
 
-void print(const char* what, Figures& figures)
-{
-    std::printf("  %-62s median %7.2f ms  worst %7.2f ms  (%zu)\n", what, figures.median(),
-                figures.worst(), figures.values.size());
-}
+struct Measured {
+    Figures captureDevice, capturePath, captureTotal, playPath, playDevice, playTotal, roundTrip;
+};
 
-} // namespace
-
-int main(int argc, char** argv)
+// One run on the server VEMIRA_SOUND_SERVER names; false when it could not be measured.
+bool measure(Measured& m)
 {
-    QCoreApplication app(argc, argv);
     PulseDaemon daemon;
     const QString failure = daemon.start();
     if (!failure.isEmpty()) {
-        std::fprintf(stderr, "no PulseAudio daemon: %s\n", qPrintable(failure));
-        return 1;
+        std::fprintf(stderr, "no sound server: %s\n", qPrintable(failure));
+        return false;
     }
     std::unique_ptr<AudioSystem> system = createPlatformAudioSystem();
     const QList<SoundDevice> devices = system->devices();
@@ -207,7 +206,7 @@ int main(int argc, char** argv)
     // Phone mode as in a call: capture the call device, play to the voice device.
     if (Status started = bridge.start(call, voice, false)) {
         std::fprintf(stderr, "bridge: %s\n", qPrintable(started->message()));
-        return 1;
+        return false;
     }
     pulse::PulseEngine* engine = io.last->pulse();
 
@@ -227,7 +226,8 @@ int main(int argc, char** argv)
     caller->startPlayback();
     pump(500);
 
-    Figures captureDevice, capturePath, captureTotal, playPath, playDevice, playTotal;
+    auto& [captureDevice, capturePath, captureTotal, playPath, playDevice, playTotal, roundTrip] =
+        m;
     for (int burst = 0; burst < 20; ++burst) {
         stamps.captureArmed = true;
         wireArmed = true;
@@ -256,7 +256,6 @@ int main(int argc, char** argv)
     bridge.stop();
 
     // Cross-check: enqueue → onPCM through one virtual device, both ways at once.
-    Figures roundTrip;
     AudioBridge loop(io, *system);
     loop.onPCM = bridge.onPCM;
     if (!loop.start(call, call, false)) {
@@ -272,16 +271,60 @@ int main(int argc, char** argv)
         loop.stop();
     }
 
-    std::printf("Call audio latency on PulseAudio (private daemon, null sinks, 48 kHz stereo)\n");
-    std::printf("caller → AI\n");
-    print("capture fragment granted (longest wait before the callback)", captureDevice);
-    print("capture callback → wire bytes (our path)", capturePath);
-    print("total", captureTotal);
+    return true;
+}
+
+void print(const char* what, const std::vector<Figures*>& figures)
+{
+    // Padded by characters, not bytes: the arrows take three bytes each.
+    std::printf("  %s%*s", what, int(62 - QString::fromUtf8(what).size()), "");
+    for (Figures* f : figures)
+        std::printf(" │ %6.2f / %6.2f ms (%2zu)", f->median(), f->worst(), f->values.size());
+    std::printf("\n");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    std::vector<std::pair<const char*, Measured>> runs;
+    for (const char* server : {"pulseaudio", "pipewire"}) {
+        if (std::strcmp(server, "pipewire") == 0 &&
+            QStandardPaths::findExecutable(QStringLiteral("pipewire-pulse")).isEmpty()) {
+            std::printf("(PipeWire is not installed: PulseAudio only)\n");
+            continue;
+        }
+        qputenv("VEMIRA_SOUND_SERVER", server);
+        Measured measured;
+        if (!measure(measured))
+            return 1;
+        runs.emplace_back(std::strcmp(server, "pipewire") == 0 ? "PipeWire" : "PulseAudio",
+                          std::move(measured));
+    }
+    const auto column = [&runs](Figures Measured::*which) {
+        std::vector<Figures*> figures;
+        figures.reserve(runs.size());
+        for (auto& run : runs)
+            figures.push_back(&(run.second.*which));
+        return figures;
+    };
+    std::printf("Call audio latency (private servers, null sinks, 48 kHz stereo), "
+                "median / worst (bursts)\n");
+    std::printf("  %-62s", "");
+    for (const auto& run : runs)
+        std::printf(" │ %-23s", run.first);
+    std::printf("\ncaller → AI\n");
+    print("capture fragment granted (longest wait before the callback)",
+          column(&Measured::captureDevice));
+    print("capture callback → wire bytes (our path)", column(&Measured::capturePath));
+    print("total", column(&Measured::captureTotal));
     std::printf("AI → caller\n");
-    print("wire bytes enqueued → handed to the device stream (our path)", playPath);
-    print("device buffers (playback stream latency)", playDevice);
-    print("total", playTotal);
-    print("round trip through one virtual device (enqueue → onPCM)", roundTrip);
+    print("wire bytes enqueued → handed to the device stream (our path)",
+          column(&Measured::playPath));
+    print("device buffers (playback stream latency)", column(&Measured::playDevice));
+    print("total", column(&Measured::playTotal));
+    print("round trip through one virtual device (enqueue → onPCM)", column(&Measured::roundTrip));
     std::printf("goal: under 60 ms each way including device buffers\n");
     return 0;
 }
