@@ -11,6 +11,9 @@ namespace vemira::ui {
 namespace {
 constexpr char kShowRequest[] = "show\n";
 constexpr char kShown[] = "ok\n";
+// A running application listens from the moment it holds the lock: a short wait covers that
+// moment; `vemira standby` never listens, and its refusal should not keep the user waiting.
+constexpr int kConnectMs = 1000;
 constexpr int kAnswerMs = 3000;
 } // namespace
 
@@ -55,7 +58,7 @@ bool SingleInstance::listen()
 bool SingleInstance::askRunningToShow(const DataFolder& folder)
 {
     const QString name = serverName(folder);
-    QDeadlineTimer deadline(kAnswerMs);
+    QDeadlineTimer deadline(kConnectMs);
     QLocalSocket socket;
     while (true) {
         socket.connectToServer(name);
@@ -66,6 +69,7 @@ bool SingleInstance::askRunningToShow(const DataFolder& folder)
             return false;
         QThread::msleep(50);
     }
+    deadline.setRemainingTime(kAnswerMs);
     socket.write(kShowRequest);
     while (!socket.canReadLine()) {
         if (!socket.waitForReadyRead(int(deadline.remainingTime())))
