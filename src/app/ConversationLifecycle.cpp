@@ -146,8 +146,11 @@ void AppModel::conversationTick(double now)
     if (call.ending)
         return;
     if (call.awaitingAnswer) {
-        // Looked at while the AI connects: a caller who gives up is a missed call.
-        if (!d->phone->incoming() && !d->phone->hasActiveCall())
+        // Looked at while the AI connects: a caller who gives up is a missed call. One reading
+        // of a busy softphone may find nothing, so the offer must stay gone as long as a call.
+        if (d->phone->incoming() || d->phone->hasActiveCall())
+            call.missingActive = 0;
+        else if (++call.missingActive >= kLostCallTicks)
             missedCall();
         return;
     }
