@@ -44,13 +44,9 @@ void AfterCallNotices::callSaved(const CallRecord& record)
     const std::optional<Settings::Mail> mail = m_settings.mail();
     if (!mail)
         return;
+    // Queued even when the login cannot be made now (a password missing): it is made at each
+    // attempt, so the mail leaves once the owner has set e-mail up again.
     const QString label = QStringLiteral("de l’appel ") + record.reference();
-    auto request = mailRequest(*mail, mailPasswordStore(m_folder));
-    if (!request) {
-        log(QStringLiteral("E-mail ") + label + QStringLiteral(" non envoyé : ") +
-            request.error().message());
-        return;
-    }
     const QString recording =
         record.recordingFile ? QDir(m_folder.recordingsFolder()).filePath(*record.recordingFile)
                              : QString();
@@ -69,12 +65,6 @@ void AfterCallNotices::alert(const QString& title, const QString& why, const QSt
     if (!mail)
         return;
     const QString label = QStringLiteral("d’alerte");
-    auto request = mailRequest(*mail, mailPasswordStore(m_folder));
-    if (!request) {
-        log(QStringLiteral("E-mail ") + label + QStringLiteral(" non envoyé : ") +
-            request.error().message());
-        return;
-    }
     // Queued like a call's mail: a stop while the server is away is still told later.
     if (Status failed =
             m_queue->add(encodeMail(alertMail(*mail, title, why, whatToDo, m_clock.now())), label))

@@ -184,7 +184,9 @@ void MailQueue::finished(const QString& id, Entry entry, const SmtpOutcome& outc
     if (!outcome.error) {
         QFile::remove(pathOf(id));
         log(name + QStringLiteral(" envoyé à ") + entry.to);
-    } else if (!outcome.retryable || waited >= kKeepSeconds || m_retryDelays.isEmpty()) {
+    } else if (waited >= kKeepSeconds || m_retryDelays.isEmpty()) {
+        // Even a refusal (a wrong password, an address refused) is tried again: the owner may
+        // put it right within the three days.
         QFile::remove(pathOf(id));
         log(name + QStringLiteral(" abandonné après %1 tentative(s) : ").arg(entry.attempts) +
             outcome.error->message());

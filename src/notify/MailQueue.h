@@ -34,7 +34,8 @@ public:
 
     // Waits after the 1st, 2nd, … failed attempt; the last one repeats.
     static QList<double> defaultRetryDelays();
-    // A mail the server could not take is tried again for at least this long.
+    // A mail the server did not take, whatever the reason, is tried again for at least this
+    // long, then given up.
     static constexpr double kKeepSeconds = 3 * 24 * 3600.0;
 
     MailQueue(Clock& clock, QString folder, RequestMaker makeRequest,

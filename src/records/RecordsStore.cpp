@@ -140,7 +140,8 @@ QSet<QUuid> RecordsStore::readDeleted() const
     auto bytes = PrivateFiles::read(m_folder.deletedFile());
     if (!bytes)
         return ids;
-    for (const QJsonValue& value : QJsonDocument::fromJson(bytes.value()).array()) {
+    const QJsonArray list = QJsonDocument::fromJson(bytes.value()).array();
+    for (const auto& value : list) {
         if (const auto id = parseUuid(value.toString()))
             ids.insert(*id);
     }
