@@ -233,17 +233,16 @@ void duringCallBenchmark(int calls)
                           std::vector<double>& cpu) {
         timer.restart();
         const double start = cpuMilliseconds();
-        store.modify(live.id, [&](CallRecord& record) {
-            for (int l = 0; l < linesPerSave; ++l) {
-                record.transcript.append(
-                    TranscriptLine::create(l % 2 ? Speaker::caller() : Speaker::assistant(),
-                                           phrases[random.bounded(int(phrases.size()))]));
-            }
-            record.usage =
-                ConversationUsage{100 * i, 50 * i, 0.001 * i, 0, QStringLiteral("gpt-realtime")};
-        });
-        const Status failed =
-            wholeHistory ? store.saveHistory() : store.writeCallInProgress(*store.find(live.id));
+        for (int l = 0; l < linesPerSave; ++l) {
+            live.transcript.append(
+                TranscriptLine::create(l % 2 ? Speaker::caller() : Speaker::assistant(),
+                                       phrases[random.bounded(int(phrases.size()))]));
+        }
+        live.usage =
+            ConversationUsage{100 * i, 50 * i, 0.001 * i, 0, QStringLiteral("gpt-realtime")};
+        if (wholeHistory)
+            store.modify(live.id, [&](CallRecord& record) { record = live; });
+        const Status failed = wholeHistory ? store.saveHistory() : store.writeCallInProgress(live);
         if (failed)
             std::fprintf(stderr, "%s\n", qPrintable(failed->message()));
         cpu.push_back(cpuMilliseconds() - start);

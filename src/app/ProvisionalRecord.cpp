@@ -42,15 +42,11 @@ void ProvisionalRecord::save()
     const CallRecord* live = m_live();
     if (!live || live->id != m_id)
         return;
-    m_store.modify(m_id, [this, live](CallRecord& stored) {
-        stored = mergeRecord(m_synced, *live, stored);
-        stored.progress = CallProgress::InProgress;
-    });
-    m_synced = *live;
-    const CallRecord* stored = m_store.find(m_id);
-    if (!stored)
-        return; // deleted from outside
-    if (Status failed = m_store.writeCallInProgress(*stored); failed && !m_failureTold) {
+    // Only the call's file: the lists are not redrawn every few seconds, and the next start
+    // takes from it what the call wrote.
+    CallRecord last = *live;
+    last.progress = CallProgress::InProgress;
+    if (Status failed = m_store.writeCallInProgress(last); failed && !m_failureTold) {
         m_failureTold = true;
         if (onSaveFailed)
             onSaveFailed(failed->message());

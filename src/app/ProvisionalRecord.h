@@ -49,7 +49,7 @@ private:
     QObject* m_context;
     std::function<const CallRecord*()> m_live;
     QUuid m_id;          // the open record; null when none
-    CallRecord m_synced; // the live record as last copied into the history
+    CallRecord m_synced; // the record as the history got it at the answer
     TaskHandlePtr m_pending;
     bool m_failureTold = false;
 };
