@@ -284,6 +284,31 @@ void Settings::setMail(const std::optional<Mail>& mail)
     m_store->sync();
 }
 
+AnsweringRules Settings::answeringRules() const
+{
+    AnsweringRules::Texts texts = AnsweringRules().texts();
+    texts.ringOpen = string(key("ringOpen")).value_or(texts.ringOpen);
+    texts.ringClosed = string(key("ringClosed")).value_or(texts.ringClosed);
+    texts.hours = string(key("openingHours")).value_or(texts.hours);
+    texts.closedDays = string(key("closedDays")).value_or(texts.closedDays);
+    texts.neverAnswer = m_store->value(key("neverAnswer")).toStringList();
+    texts.answerHidden = boolean(key("answerHidden")).value_or(true);
+    Result<AnsweringRules> rules = AnsweringRules::parse(texts);
+    return rules ? rules.value() : AnsweringRules();
+}
+
+void Settings::setAnsweringRules(const AnsweringRules& rules)
+{
+    const AnsweringRules::Texts texts = rules.texts();
+    m_store->setValue(key("ringOpen"), texts.ringOpen);
+    m_store->setValue(key("ringClosed"), texts.ringClosed);
+    m_store->setValue(key("openingHours"), texts.hours);
+    m_store->setValue(key("closedDays"), texts.closedDays);
+    m_store->setValue(key("neverAnswer"), texts.neverAnswer);
+    m_store->setValue(key("answerHidden"), texts.answerHidden);
+    m_store->sync();
+}
+
 void Settings::sync()
 {
     m_store->sync();

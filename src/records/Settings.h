@@ -1,5 +1,7 @@
 #pragma once
 
+#include "records/AnsweringRules.h"
+
 #include <QByteArray>
 #include <QString>
 #include <memory>
@@ -85,6 +87,12 @@ public:
     };
     std::optional<Mail> mail() const;
     void setMail(const std::optional<Mail>& mail); // absent removes every mail key
+
+    // When to answer ("ringOpen", "ringClosed", "openingHours", "closedDays", "neverAnswer",
+    // "answerHidden", in the owner's text forms), written together at once. Rules that no
+    // longer read (edited by hand) give the defaults.
+    AnsweringRules answeringRules() const;
+    void setAnsweringRules(const AnsweringRules& rules);
 
     void sync();
 

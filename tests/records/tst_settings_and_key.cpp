@@ -18,6 +18,10 @@ private Q_SLOTS:
     void defaultsWhenNothingIsStored();
     void valuesSurviveTheStore();
     void recordingEnabledOnlyOffWhenReallyFalse();
+    void answeringRulesRefuseWhatTheyCannotRead_data();
+    void answeringRulesRefuseWhatTheyCannotRead();
+    void answeringRulesDecide_data();
+    void answeringRulesDecide();
     void keyFileIsPrivateAndExact();
     void keyReadAndDeleteFailures();
     void standardLocations();
@@ -63,6 +67,14 @@ void SettingsAndKeyTest::valuesSurviveTheStore()
         settings.setInterventionMicUID(QStringLiteral("mic"));
         settings.setPhonePreviousOutput(QStringLiteral("haut-parleurs"));
         settings.setPhonePreviousOutput(std::nullopt); // cleared again
+        AnsweringRules::Texts texts;
+        texts.ringOpen = QStringLiteral("20");
+        texts.ringClosed = QStringLiteral("3 s");
+        texts.hours = QStringLiteral("sam 9h-12h ; lun-ven 09:00-12:00, 14:00-18:00");
+        texts.closedDays = QStringLiteral("2026-12-25 2026-01-01");
+        texts.neverAnswer = {QStringLiteral(" 06 12 34 56 78 "), QString()};
+        texts.answerHidden = false;
+        settings.setAnsweringRules(AnsweringRules::parse(texts).value());
     }
     // The exact key names, as another reader of the store sees them.
     QSettings raw(file, QSettings::IniFormat);
@@ -85,6 +97,135 @@ void SettingsAndKeyTest::valuesSurviveTheStore()
     QVERIFY(reread.keySaved());
     QCOMPARE(reread.interventionMicUID(), std::optional(QStringLiteral("mic")));
     QCOMPARE(reread.phonePreviousOutput(), std::nullopt);
+    // The rules come back in the owner's forms, tidied.
+    const AnsweringRules::Texts rules = reread.answeringRules().texts();
+    QCOMPARE(rules.ringClosed, QStringLiteral("3"));
+    QCOMPARE(rules.hours, QStringLiteral("lun-ven 09:00-12:00,14:00-18:00; sam 09:00-12:00"));
+    QCOMPARE(rules.closedDays, QStringLiteral("2026-01-01,2026-12-25"));
+    QCOMPARE(rules.neverAnswer, QStringList{QStringLiteral("06 12 34 56 78")});
+    QVERIFY(!rules.answerHidden);
+    // Hand-edited into nonsense: the defaults, never a refusal to start.
+    QSettings(file, QSettings::IniFormat).setValue(QStringLiteral("ringOpen"), 1);
+    QCOMPARE(Settings(file).answeringRules(), AnsweringRules());
+}
+
+void SettingsAndKeyTest::answeringRulesRefuseWhatTheyCannotRead_data()
+{
+    QTest::addColumn<QString>("field");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("too short a ring") << "ringOpen"
+                                      << "2"
+                                      << "Laisser sonner (ouvert) : « 2 » n’est pas une durée de 3 "
+                                         "à 60 secondes.";
+    QTest::newRow("too long a ring") << "ringClosed"
+                                     << "61"
+                                     << "Laisser sonner (fermé) : « 61 » n’est pas une durée de 3 "
+                                        "à 60 secondes.";
+    QTest::newRow("end before start") << "hours"
+                                      << "lun 14:00-12:00"
+                                      << "Horaires d’ouverture : la fin précède le début dans « "
+                                         "14:00-12:00 ».";
+    QTest::newRow("unknown day") << "hours"
+                                 << "lum 09:00-12:00"
+                                 << "Horaires d’ouverture : jour inconnu « lum » (lun, mar, mer, "
+                                    "jeu, ven, sam, dim).";
+    QTest::newRow("25 o’clock") << "hours"
+                                << "lun 09:00-25:00"
+                                << "Horaires d’ouverture : plage illisible « 09:00-25:00 » (par "
+                                   "exemple 09:00-12:00).";
+    QTest::newRow("a day without hours") << "hours"
+                                         << "lun"
+                                         << "Horaires d’ouverture : « lun » sans plage horaire "
+                                            "(par exemple « lun-ven 09:00-18:00 »).";
+    QTest::newRow("a French date") << "closedDays"
+                                   << "2026-12-24, 25/12/2026"
+                                   << "Jours de fermeture : date illisible « 25/12/2026 » "
+                                      "(AAAA-MM-JJ).";
+    QTest::newRow("seven digits") << "never"
+                                  << "06 12 34 5"
+                                  << "Numéros jamais pris : « 06 12 34 5 » n’est pas un numéro "
+                                     "de téléphone (8 à 15 chiffres).";
+    QTest::newRow("a name") << "never"
+                            << "Maman 0612345678"
+                            << "Numéros jamais pris : « Maman 0612345678 » n’est pas un numéro "
+                               "de téléphone (8 à 15 chiffres).";
+}
+
+void SettingsAndKeyTest::answeringRulesRefuseWhatTheyCannotRead()
+{
+    QFETCH(QString, field);
+    QFETCH(QString, value);
+    QFETCH(QString, message);
+    AnsweringRules::Texts texts = AnsweringRules().texts();
+    (field == QLatin1String("ringOpen")     ? texts.ringOpen
+     : field == QLatin1String("ringClosed") ? texts.ringClosed
+     : field == QLatin1String("hours")      ? texts.hours
+                                            : texts.closedDays) = value;
+    if (field == QLatin1String("never")) {
+        texts.closedDays.clear();
+        texts.neverAnswer = {value};
+    }
+    const Result<AnsweringRules> rules = AnsweringRules::parse(texts);
+    QVERIFY(!rules);
+    QCOMPARE(rules.error().message(), message);
+}
+
+void SettingsAndKeyTest::answeringRulesDecide_data()
+{
+    QTest::addColumn<QString>("caller");
+    QTest::addColumn<QDateTime>("when");
+    QTest::addColumn<QString>("verdict"); // the log line, or the ring time in seconds
+    QTest::addColumn<QString>("inForce");
+    const QDateTime tuesday(QDate(2026, 11, 24), QTime(10, 0));
+    const QString open = QStringLiteral("Ouvert : Vemira répond après 20 s");
+    const QString closed = QStringLiteral("Fermé : Vemira répond après 3 s");
+    QTest::newRow("open") << "07 00 00 00 00" << tuesday << "20" << open;
+    QTest::newRow("lunch break, last minute")
+        << "07 00 00 00 00" << QDateTime(tuesday.date(), QTime(13, 59)) << "3" << closed;
+    QTest::newRow("closing time") << "07 00 00 00 00" << QDateTime(tuesday.date(), QTime(18, 0))
+                                  << "3" << closed;
+    QTest::newRow("Saturday morning")
+        << "07 00 00 00 00" << QDateTime(QDate(2026, 11, 28), QTime(11, 59)) << "20" << open;
+    QTest::newRow("Sunday") << "07 00 00 00 00" << QDateTime(QDate(2026, 11, 29), QTime(10, 0))
+                            << "3" << closed;
+    for (const char* spelling : {"0612345678", "+33 6 12 34 56 78", "0033 6 12 34 56 78"})
+        QTest::newRow(spelling) << spelling << tuesday
+                                << QStringLiteral("Appel de %1 laissé sonner : numéro réservé")
+                                       .arg(QLatin1String(spelling))
+                                << open;
+    QTest::newRow("another country's 6 12 34 56 78")
+        << "+32 6 12 34 56 78" << tuesday << "20" << open;
+    QTest::newRow("no number") << "Identité à confirmer" << tuesday
+                               << "Appel de Identité à confirmer laissé sonner : numéro masqué"
+                               << open;
+    QTest::newRow("Christmas") << "07 00 00 00 00" << QDateTime(QDate(2026, 12, 25), QTime(10, 0))
+                               << "Appel de 07 00 00 00 00 laissé sonner : fermé le 25 décembre"
+                               << "Fermé le 25 décembre : Vemira laisse sonner";
+    QTest::newRow("New Year") << "07 00 00 00 00" << QDateTime(QDate(2027, 1, 1), QTime(3, 0))
+                              << "Appel de 07 00 00 00 00 laissé sonner : fermé le 1er janvier"
+                              << "Fermé le 1er janvier : Vemira laisse sonner";
+}
+
+void SettingsAndKeyTest::answeringRulesDecide()
+{
+    QFETCH(QString, caller);
+    QFETCH(QDateTime, when);
+    QFETCH(QString, verdict);
+    QFETCH(QString, inForce);
+    AnsweringRules::Texts texts;
+    texts.ringOpen = QStringLiteral("20");
+    texts.ringClosed = QStringLiteral("3");
+    texts.hours = QStringLiteral("lun-ven 09:00-12:00,14:00-18:00; sam 09:00-12:00");
+    texts.closedDays = QStringLiteral("2026-12-25,2027-01-01");
+    texts.neverAnswer = {QStringLiteral("06 12 34 56 78")};
+    texts.answerHidden = false;
+    const AnsweringRules rules = AnsweringRules::parse(texts).value();
+    const AnsweringRules::Decision decision = rules.decide(caller, when);
+    QCOMPARE(decision.answer ? QString::number(decision.ringSeconds)
+                             : AnsweringRules::leftRingingLine(caller, decision),
+             verdict);
+    QCOMPARE(rules.inForce(when), inForce);
 }
 
 void SettingsAndKeyTest::recordingEnabledOnlyOffWhenReallyFalse()
