@@ -33,6 +33,8 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
     m_recordingRetentionDays = d->settings.recordingRetentionDays();
     m_rearmOnWake = d->settings.rearmOnWake();
     m_phoneApp = d->settings.phoneApp();
+    d->rules = d->settings.answeringRules();
+    m_answeringRule = d->rules.inForce(m_clock.now());
     d->everyPhoneApplication = deps.phoneApplications;
     if (!deps.phoneApplicationsChosen && !m_phoneApp.value().isEmpty())
         deps.phoneApplications = softphones::applicationsOf(softphones::chosen(m_phoneApp));

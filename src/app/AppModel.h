@@ -5,6 +5,7 @@
 #include "app/GuidedSetupState.h"
 #include "core/AppError.h"
 #include "core/Clock.h"
+#include "records/AnsweringRules.h"
 #include "records/CallRecord.h"
 #include "records/ConversationUsage.h"
 #include "setup/Readiness.h"
@@ -118,6 +119,9 @@ class AppModel : public GuidedSetupState {
     Q_PROPERTY(
         QString transcriptCopyStatus READ transcriptCopyStatus NOTIFY transcriptCopyStatusChanged)
 
+    // The answering rule in force now, in one line ("Ouvert : Vemira répond après 20 s").
+    Q_PROPERTY(QString answeringRule READ answeringRule NOTIFY answeringRuleChanged)
+
     // Readiness (derived).
     Q_PROPERTY(QStringList readinessIssues READ readinessIssues NOTIFY readinessIssuesChanged)
     Q_PROPERTY(int setupPercent READ setupPercent NOTIFY setupPercentChanged)
@@ -126,7 +130,8 @@ class AppModel : public GuidedSetupState {
 public:
     // Constants of the standby loop and the conversation lifecycle, in seconds.
     static constexpr double kTickPeriod = 1.0;
-    static constexpr double kRingConfirmation = 3.0;
+    // The shortest ringing before a conversation begins, whatever the answering rules say.
+    static constexpr double kRingConfirmation = AnsweringRules::kShortestRing;
     static constexpr double kReadinessTimeout = 15.0;
     static constexpr double kActiveCallConfirmation = 30.0;
     static constexpr double kConversationLimit = 1200.0;
@@ -225,6 +230,10 @@ public:
     Q_INVOKABLE void exportRecording(const QUuid& id);
     Q_INVOKABLE void applyVoiceStyle(const QString& text);
     void setVoiceEQ(const VoiceEQSettings& settings);
+    // When to answer. Rules that do not read are refused with the message naming the field and
+    // change nothing; accepted ones are saved at once and apply from the next ringing call.
+    const AnsweringRules& answeringRules() const;
+    Status setAnsweringRules(const AnsweringRules::Texts& texts);
 
     void setGuidedSetup(GuidedSetupHooks* hooks) { m_guidedSetup = hooks; }
 
@@ -326,6 +335,7 @@ public:
     QSet<QUuid> finalizingRecordings() const { return m_finalizingRecordings; }
     bool hasRecorder() const;
     QString transcriptCopyStatus() const { return m_transcriptCopyStatus; }
+    QString answeringRule() const { return m_answeringRule; }
 
     QStringList readinessIssues() const;
     int setupPercent() const;
@@ -376,6 +386,9 @@ Q_SIGNALS:
     void phoneAppChanged();
     void finalizingRecordingsChanged();
     void transcriptCopyStatusChanged();
+    void answeringRuleChanged();
+    // The rules changed (here, or read again after `vemira rules set`).
+    void answeringRulesChanged();
     void readinessIssuesChanged();
     void setupPercentChanged();
     void macTestRouteChanged();
@@ -419,6 +432,10 @@ private:
     void pressHangUp();
     // One tick of the watch over a call we hung up.
     void checkHangUp();
+    // The call was answered on the phone before Vemira did: the owner's, never recorded.
+    void ownerAnswered();
+    // Reads the rules again (another program may have changed them) and the line in force.
+    void reloadAnsweringRules();
     void willSleep();
     void willPowerOff();
     void notRearmedAfterWake(const QString& why);
@@ -491,6 +508,7 @@ private:
     VEMIRA_OBSERVABLE_INIT(AppModel, bool, rearmOnWake, true)
     VEMIRA_OBSERVABLE(AppModel, QString, phoneApp)
     VEMIRA_OBSERVABLE(AppModel, QString, transcriptCopyStatus)
+    VEMIRA_OBSERVABLE(AppModel, QString, answeringRule)
 
     // Plain values.
     QStringList m_log;

@@ -21,6 +21,7 @@
 #include "records/Settings.h"
 
 #include <QHash>
+#include <QSet>
 #include <memory>
 
 namespace vemira {
@@ -67,6 +68,12 @@ struct AppModel::Parts {
         int quietTicks = 0;
     };
     std::optional<HangUpWatch> hangUp;
+    AnsweringRules rules;
+    // The verdict on the call ringing now, made when its ringing was first seen.
+    std::optional<AnsweringRules::Decision> ringDecision;
+    QString ringCaller;
+    // Recordings of calls that leave no record, removed once written.
+    QSet<QUuid> discarding;
     // Recorders still mixing their file, by record id.
     QHash<QUuid, std::shared_ptr<CallAudioRecorder>> finishing;
 };

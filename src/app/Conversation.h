@@ -60,6 +60,8 @@ struct Conversation {
     // Ending it presses the phone's hang-up button if the call is still there; not once the
     // caller left, nor when the manager was told to take the call back by hand.
     bool hangUpAtEnd = true;
+    // The record goes into the history; not for a call the owner took on the phone first.
+    bool keepRecord = true;
     // At the time limit: when the goodbye was asked, and whether the AI said it.
     std::optional<double> goodbyeAsked;
     bool goodbyeSaid = false;

@@ -3,6 +3,7 @@
 #include "core/PlatformWording.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QPointer>
 
@@ -111,8 +112,11 @@ void AppModel::readyStep(const std::function<Status()>& action)
     // Only now may the caller be connected: the audio path is open.
     if (action) {
         if (Status answered = action()) {
-            // The offer went away while the AI connected: the caller gave up.
-            if (!d->phone->incoming() && !d->phone->hasActiveCall())
+            // The offer went away while the AI connected: the caller gave up, or the owner
+            // picked up.
+            if (!d->phone->incoming() && d->phone->hasActiveCall())
+                ownerAnswered();
+            else if (!d->phone->incoming())
                 missedCall();
             else
                 fail(answered->message());
@@ -146,10 +150,13 @@ void AppModel::conversationTick(double now)
     if (call.ending)
         return;
     if (call.awaitingAnswer) {
-        // Looked at while the AI connects: a caller who gives up is a missed call. One reading
-        // of a busy softphone may find nothing, so the offer must stay gone as long as a call.
-        if (d->phone->incoming() || d->phone->hasActiveCall())
+        // Looked at while the AI connects: a caller who gives up is a missed call, a call
+        // picked up on the phone is the owner's. One reading of a busy softphone may find
+        // nothing, so the offer must stay gone as long as a call.
+        if (d->phone->incoming())
             call.missingActive = 0;
+        else if (d->phone->hasActiveCall())
+            ownerAnswered();
         else if (++call.missingActive >= kLostCallTicks)
             missedCall();
         return;
@@ -278,6 +285,18 @@ void AppModel::missedCall()
     finish();
 }
 
+void AppModel::ownerAnswered()
+{
+    Conversation& call = *m_call;
+    call.hangUpAtEnd = false;
+    call.keepRecord = false;
+    const QString line = QStringLiteral("Appel de ") + call.record.caller +
+                         QStringLiteral(" décroché sur le téléphone : Vemira ne l’enregistre pas");
+    call.endDetail = line;
+    event(line);
+    finish();
+}
+
 void AppModel::endConversation(const QString& status)
 {
     if (!m_call) {
@@ -391,13 +410,18 @@ void AppModel::closeAndSave()
 
     std::unique_ptr<Conversation> call = std::move(m_call);
     call->windDownBound.reset();
-    d->provisional->close(call->record);
-    saveHistory();
+    // A call the owner took first never opened a provisional record, and leaves none.
+    if (call->keepRecord) {
+        d->provisional->close(call->record);
+        saveHistory();
+    }
     // The owner hears of the call once its record is complete: now, or when the recording
-    // has been written.
+    // has been written. A recording without its record is removed once written.
+    if (call->recorder && !call->keepRecord)
+        d->discarding.insert(call->record.id);
     if (call->recorder)
         finishRecorder(call->record.id, std::move(call->recorder));
-    else
+    else if (call->keepRecord)
         d->notices->callSaved(call->record);
     d->audio->setRecorder(nullptr);
 
@@ -432,6 +456,14 @@ void AppModel::finishRecorder(const QUuid& id, std::shared_ptr<CallAudioRecorder
 void AppModel::recordingFinished(const QUuid& id, const Result<QString>& outcome)
 {
     const auto recorder = d->finishing.value(id);
+    if (d->discarding.remove(id)) {
+        if (outcome)
+            QFile::remove(outcome.value());
+        m_finalizingRecordings.remove(id);
+        Q_EMIT finalizingRecordingsChanged();
+        d->finishing.remove(id);
+        return;
+    }
     const std::optional<QString> incomplete =
         recorder ? recorder->incompleteReason() : std::nullopt;
     d->store.modify(id, [&outcome, &incomplete](CallRecord& record) {

@@ -20,7 +20,8 @@ void AppModel::setPhase(Phase phase, const QString& status, const QString& detai
     case Phase::Listening:
     case Phase::Ringing:
         ownStatus = QStringLiteral("À l’écoute des appels");
-        ownDetail = QStringLiteral("Décrochage après 3 secondes, lorsque l’IA est prête.");
+        ownDetail = QStringLiteral("Décrochage après %1 secondes, lorsque l’IA est prête.")
+                        .arg(d->rules.decide(QString(), m_clock.now()).ringSeconds);
         break;
     case Phase::CoolDown:
         ownStatus = QStringLiteral("À l’écoute des appels");
@@ -58,6 +59,13 @@ void AppModel::tick()
     if (m_observingRelay && m_guidedSetup)
         m_guidedSetup->observeRelay();
     ageRelayEvidence();
+
+    // Opening hours begin and end while the loop runs.
+    if (const QString rule = d->rules.inForce(m_clock.now()); rule != m_answeringRule) {
+        m_answeringRule = rule;
+        if (m_phase == Phase::Listening)
+            setPhase(Phase::Listening);
+    }
 
     checkHangUp();
 
@@ -121,16 +129,34 @@ void AppModel::standbyTick(double now)
 
     std::optional<IncomingCall> incoming = d->phone->incoming();
     if (!incoming) {
+        // Picked up on the phone while it rang here: the owner's call, not Vemira's.
+        if (m_ringSince && d->phone->hasActiveCall())
+            event(QStringLiteral("Appel de ") + d->ringCaller +
+                  QStringLiteral(" décroché sur le téléphone : Vemira ne l’enregistre pas"));
         m_ringSince.reset();
         if (m_phase == Phase::Ringing)
             setPhase(Phase::Listening, m_status, m_detail);
         return;
     }
-    if (!m_ringSince) {
+    if (!m_ringSince || !d->ringDecision) {
         m_ringSince = now;
-        setPhase(Phase::Ringing, QString(), QStringLiteral("Appel entrant · ") + incoming->caller);
+        reloadAnsweringRules();
+        d->ringCaller = incoming->caller;
+        d->ringDecision = d->rules.decide(incoming->caller, m_clock.now());
+        if (d->ringDecision->answer) {
+            setPhase(Phase::Ringing, QString(),
+                     QStringLiteral("Appel entrant · ") + incoming->caller);
+        } else {
+            // Logged once: the call rings on, untouched, until it stops.
+            const QString line =
+                AnsweringRules::leftRingingLine(incoming->caller, *d->ringDecision);
+            event(line);
+            setPhase(Phase::Ringing, QString(), line);
+        }
     }
-    if (now - *m_ringSince >= kRingConfirmation) {
+    if (d->ringDecision->answer &&
+        now - *m_ringSince >= std::max(kRingConfirmation, d->ringDecision->ringSeconds)) {
+        d->ringDecision.reset();
         m_ringSince.reset();
         QPointer<AppModel> self(this);
         IncomingCall call = *incoming;
@@ -142,6 +168,36 @@ void AppModel::standbyTick(double now)
             self->routePhoneAudio(call.button ? call.button->processId() : 0);
             return std::nullopt;
         });
+    }
+}
+
+const AnsweringRules& AppModel::answeringRules() const
+{
+    return d->rules;
+}
+
+Status AppModel::setAnsweringRules(const AnsweringRules::Texts& texts)
+{
+    Result<AnsweringRules> rules = AnsweringRules::parse(texts);
+    if (!rules)
+        return rules.error();
+    d->settings.setAnsweringRules(rules.value());
+    reloadAnsweringRules();
+    event(QStringLiteral("Règles de réponse enregistrées · ") + m_answeringRule.value());
+    return std::nullopt;
+}
+
+void AppModel::reloadAnsweringRules()
+{
+    d->settings.sync();
+    const AnsweringRules rules = d->settings.answeringRules();
+    const bool changed = !(rules == d->rules);
+    d->rules = rules;
+    m_answeringRule = d->rules.inForce(m_clock.now());
+    if (changed) {
+        if (m_phase == Phase::Listening)
+            setPhase(Phase::Listening);
+        Q_EMIT answeringRulesChanged();
     }
 }
 

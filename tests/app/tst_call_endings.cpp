@@ -169,6 +169,69 @@ private Q_SLOTS:
         }
     }
 
+    // Saturday 09:30 on the rig's clock.
+    void theRulesLeaveCallsRingingOrTheOwnerPicksUpFirst()
+    {
+        AppRig rig;
+        AnsweringRules::Texts texts;
+        texts.ringOpen = QStringLiteral("20");
+        texts.ringClosed = QStringLiteral("3");
+        texts.hours = QStringLiteral("lun-sam 09:00-18:00");
+        texts.neverAnswer = {QStringLiteral("06 12 34 56 78")};
+        QVERIFY(!rig.model->setAnsweringRules(texts));
+        QCOMPARE(rig.model->answeringRule(), QStringLiteral("Ouvert : Vemira répond après 20 s"));
+        QVERIFY(rig.arm());
+        QCOMPARE(rig.model->detail(),
+                 QStringLiteral("Décrochage après 20 secondes, lorsque l’IA est prête."));
+        const int probeConnections = rig.server.connectionCount();
+
+        // A reserved number, written another way: left ringing, said once.
+        const QString reserved = QStringLiteral("Appel de ") + kCallerNumber +
+                                 QStringLiteral(" laissé sonner : numéro réservé");
+        rig.ring();
+        rig.tick(30);
+        QVERIFY(!rig.model->busy());
+        QCOMPARE(rig.model->log().filter(reserved).size(), 1);
+        rig.phoneIdle();
+        rig.tick();
+
+        // Another caller rings 10 s, then the owner picks up: noted, nothing recorded.
+        rig.ring(QStringLiteral("07 00 00 00 00"));
+        rig.tick(10);
+        rig.showActiveCall();
+        rig.tick();
+        QVERIFY(logHas(*rig.model, QStringLiteral("Appel de 07 00 00 00 00 décroché sur le "
+                                                  "téléphone : Vemira ne l’enregistre pas")));
+        rig.phoneIdle();
+        rig.tick();
+
+        // The rules changed by another program between two calls: the number is no longer
+        // reserved, and its call is taken once it rang 20 s.
+        texts.neverAnswer.clear();
+        Settings(rig.settingsFile()).setAnsweringRules(AnsweringRules::parse(texts).value());
+        rig.ring();
+        rig.tick(20);
+        QVERIFY(!rig.model->busy());
+        rig.server.behaviour().confirmSessions = false;
+        rig.tick();
+        QVERIFY(rig.model->busy());
+        QVERIFY(rig.server.waitForConnections(probeConnections + 1));
+
+        // The owner picks it up while the AI connects: the owner's call, Vemira stays on duty.
+        rig.showActiveCall();
+        rig.tick();
+        QVERIFY(!rig.model->busy());
+        QVERIFY(rig.model->armed());
+        QCOMPARE(rig.model->error(), QString());
+        QCOMPARE(rig.answerButton->pressCount, 0);
+        QCOMPARE(rig.hangUps, 0);
+        QVERIFY(rig.model->records().isEmpty());
+        QVERIFY(rig.historyOnDisk().isEmpty());
+        QCOMPARE(lineText(rig.model->log().first()),
+                 QStringLiteral("Appel de ") + kCallerNumber +
+                     QStringLiteral(" décroché sur le téléphone : Vemira ne l’enregistre pas"));
+    }
+
     void twentyMinutesOnThePhoneEndWithAGoodbyeAndAHangUp()
     {
         AppRig rig;
