@@ -39,6 +39,7 @@ private Q_SLOTS:
     void unreadableHistoryIsLeftAlone();
     void deleteAndSecondReceptionist();
     void keyAndInstructions();
+    void answeringRules();
     void help();
 
 private:
@@ -287,6 +288,37 @@ void CliTest::deleteAndSecondReceptionist()
                  .arg(QSysInfo::machineHostName()));
     // Edits from the command line are not refused.
     QCOMPARE(vemira({QStringLiteral("note"), kept, QStringLiteral("vu")}).status, 0);
+}
+
+void CliTest::answeringRules()
+{
+    const QString rules = QStringLiteral("rules");
+    const QString set = QStringLiteral("set");
+    QCOMPARE(
+        vemira({rules, set, QStringLiteral("--ring-open"), QStringLiteral("20"),
+                QStringLiteral("--hours"), QStringLiteral("lun-ven 9h-12h,14h-18h; sam 9h-12h"),
+                QStringLiteral("--never"), QStringLiteral("06 12 34 56 78"),
+                QStringLiteral("--never"), QStringLiteral("+33 7 00 00 00 00"),
+                QStringLiteral("--answer-hidden"), QStringLiteral("non")})
+            .status,
+        0);
+    const QString shown = QStringLiteral("ring-open\t20\nring-closed\t3\n"
+                                         "hours\tlun-ven 09:00-12:00,14:00-18:00; sam 09:00-12:00\n"
+                                         "closed-days\t\nnever\t06 12 34 56 78\n"
+                                         "never\t+33 7 00 00 00 00\nanswer-hidden\tnon\nnow\t");
+    QVERIFY(vemira({rules, QStringLiteral("show")}).out.startsWith(shown));
+
+    // A refused change names its field and leaves the rules as they were.
+    const Run backwards = vemira({rules, set, QStringLiteral("--ring-closed"), QStringLiteral("5"),
+                                  QStringLiteral("--hours"), QStringLiteral("lun 18:00-09:00")});
+    QCOMPARE(backwards.status, 1);
+    QCOMPARE(backwards.err, QStringLiteral("Horaires d’ouverture : la fin précède le début dans « "
+                                           "18:00-09:00 ».\n"));
+    QVERIFY(vemira({rules, QStringLiteral("show")}).out.startsWith(shown));
+    QCOMPARE(
+        vemira({rules, set, QStringLiteral("--answer-hidden"), QStringLiteral("peut-être")}).status,
+        1);
+    QCOMPARE(vemira({rules, set, QStringLiteral("--never")}).status, 2);
 }
 
 void CliTest::keyAndInstructions()
