@@ -1,6 +1,7 @@
 #include "ui/AgentPage.h"
 
 #include "app/AppModel.h"
+#include "ui/AnsweringRulesCard.h"
 #include "ui/Bind.h"
 #include "ui/Theme.h"
 #include "ui/UiTexts.h"
@@ -89,6 +90,9 @@ AgentPage::AgentPage(AppModel* model, QWidget* parent) : QWidget(parent), m_mode
     m_save->setDefault(true);
     actions->addWidget(m_save);
     layout->addLayout(actions);
+
+    m_rules = new AnsweringRulesCard(m_model, content);
+    layout->addWidget(m_rules);
 
     auto* composedToggle = new QToolButton(content);
     composedToggle->setText(QStringLiteral("Voir les consignes complètes envoyées à l’IA"));

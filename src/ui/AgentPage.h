@@ -16,6 +16,8 @@ class AppModel;
 
 namespace vemira::ui {
 
+class AnsweringRulesCard;
+
 // Who the assistant answers for and what it must do: company, mission (from a template if
 // wanted), tone and voice. Edits stay in an AgentDraft until "Enregistrer les réglages".
 class AgentPage : public QWidget {
@@ -36,6 +38,7 @@ public:
     QComboBox* voicePicker() const { return m_voice; }
     QPlainTextEdit* missionEditor() const { return m_mission; }
     QPushButton* saveButton() const { return m_save; }
+    AnsweringRulesCard* rulesCard() const { return m_rules; }
 
 Q_SIGNALS:
     void voiceWindowRequested();
@@ -54,6 +57,7 @@ private:
     QPushButton* m_save;
     QLabel* m_saved;
     QPlainTextEdit* m_composed;
+    AnsweringRulesCard* m_rules;
 };
 
 } // namespace vemira::ui

@@ -52,6 +52,10 @@ DashboardPage::DashboardPage(AppModel* model, Clock& clock, QWidget* parent)
     Theme::styleSecondary(m_detail);
     m_detail->setAccessibleName(QStringLiteral("Détail"));
     state->body()->addWidget(m_detail);
+    m_rule = makeLabel(QString(), state);
+    Theme::styleSecondary(m_rule);
+    m_rule->setAccessibleName(QStringLiteral("Règle en vigueur"));
+    state->body()->addWidget(m_rule);
     m_error = makeLabel(QString(), state);
     Theme::styleError(m_error);
     m_error->setAccessibleName(QStringLiteral("Erreur"));
@@ -152,6 +156,8 @@ DashboardPage::DashboardPage(AppModel* model, Clock& clock, QWidget* parent)
          [this] { setTextIfChanged(m_status, m_model->status()); });
     bind(m_model, &AppModel::detailChanged, this,
          [this] { setTextIfChanged(m_detail, m_model->detail()); });
+    bind(m_model, &AppModel::answeringRuleChanged, this,
+         [this] { setTextIfChanged(m_rule, m_model->answeringRule()); });
     bind(m_model, &AppModel::errorChanged, this, [this] {
         setTextIfChanged(m_error, m_model->error());
         m_error->setVisible(!m_model->error().isEmpty());

@@ -32,6 +32,7 @@ public:
 
     QLabel* statusLabel() const { return m_status; }
     QLabel* detailLabel() const { return m_detail; }
+    QLabel* ruleLabel() const { return m_rule; }
     QLabel* errorLabel() const { return m_error; }
     Card* readinessCard() const { return m_readiness; }
     Card* callCard() const { return m_call; }
@@ -59,6 +60,7 @@ private:
     Clock& m_clock;
     QLabel* m_status;
     QLabel* m_detail;
+    QLabel* m_rule;
     QLabel* m_error;
     Card* m_readiness;
     QLabel* m_issues;

@@ -8,6 +8,7 @@
 #include "records/AgentInstructions.h"
 #include "records/Settings.h"
 #include "ui/AgentPage.h"
+#include "ui/AnsweringRulesCard.h"
 #include "ui/AssignmentDialog.h"
 #include "ui/DashboardPage.h"
 #include "ui/DossiersPage.h"
@@ -31,6 +32,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
+#include <QSpinBox>
 #include <QTest>
 #include <QTimer>
 #include <QToolButton>
@@ -290,6 +292,22 @@ private Q_SLOTS:
         // The saved text is shown as it stands, tone line included.
         QCOMPARE(agent->missionEditor()->toPlainText(), mission);
         QVERIFY(rig.model->instructions().contains(mission));
+
+        // "Quand répondre": a refusal names its field and keeps what was typed; the saved rules
+        // are the preferences the command line edits, and the home page shows the one in force.
+        ui::AnsweringRulesCard* rules = agent->rulesCard();
+        rules->ringOpenBox()->setValue(20);
+        rules->hoursField()->setText(QStringLiteral("lun-sam 18:00-09:00"));
+        QVERIFY(!rules->save());
+        QCOMPARE(rules->stateLabel()->text(),
+                 QStringLiteral("Horaires d’ouverture : la fin "
+                                "précède le début dans « 18:00-09:00 »."));
+        QCOMPARE(rules->hoursField()->text(), QStringLiteral("lun-sam 18:00-09:00"));
+        rules->hoursField()->setText(QStringLiteral("lun-sam 09:00-18:00"));
+        rules->saveButton()->click();
+        QCOMPARE(Settings(rig.settingsFile()).answeringRules().ringOpen, 20);
+        QCOMPARE(rig.mainWindow->dashboardPage()->ruleLabel()->text(),
+                 QStringLiteral("Ouvert : Vemira répond après 20 s"));
     }
 
     void voiceWindowStyleAndEqualiserApplyAtOnce()
