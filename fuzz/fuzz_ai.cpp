@@ -4,6 +4,7 @@
 #include "ai/RealtimeClient.h"
 #include "ai/WireBase64.h"
 #include "core/Clock.h"
+#include "records/ModelCatalogue.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>
@@ -141,8 +142,8 @@ void watch(RealtimeClient& client, Oracle& oracle)
             broken("transcript not taken from the event");
     };
     client.onUsage = [&](const ConversationUsage& usage) {
-        const bool priced = usage.model == QLatin1String("gpt-realtime") ||
-                            usage.model == QLatin1String("gpt-realtime-2025-08-28");
+        const RealtimeModelInfo* info = ModelCatalogue::find(usage.model);
+        const bool priced = info && info->priced();
         if (usage.inputTokens < 0 || usage.outputTokens < 0 || usage.pendingResponses < 0 ||
             priced != usage.estimatedUSD.has_value() ||
             (usage.estimatedUSD &&

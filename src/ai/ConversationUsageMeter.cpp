@@ -1,7 +1,10 @@
 #include "ai/ConversationUsageMeter.h"
 
+#include "records/ModelCatalogue.h"
+
 #include <QJsonValue>
 #include <QtGlobal>
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -64,8 +67,8 @@ void ConversationUsageMeter::completed(const QString& id, const std::optional<QJ
 
 bool ConversationUsageMeter::isPriced(const QString& model)
 {
-    return model == QLatin1String("gpt-realtime") ||
-           model == QLatin1String("gpt-realtime-2025-08-28");
+    const RealtimeModelInfo* info = ModelCatalogue::find(model);
+    return info && info->priced();
 }
 
 ConversationUsage ConversationUsageMeter::snapshot() const
@@ -75,14 +78,21 @@ ConversationUsage ConversationUsageMeter::snapshot() const
     usage.outputTokens = m_output;
     usage.pendingResponses = m_pending.size();
     usage.model = m_model;
-    if (isPriced(m_model)) {
-        // A pending response may still cost a full 32,000-token context plus a maximal
-        // 4,096-token answer; audio prices are 32 $ and 64 $ per million tokens, no cache
-        // discount; transcription is a cent per minute of caller audio.
-        const double reservation = double(usage.pendingResponses) * 1'286'144 / 1'000'000;
-        const double tokens = double(m_input) * 32 / 1'000'000 + double(m_output) * 64 / 1'000'000;
-        const double transcription = m_inputSeconds / 60 * 0.01;
-        usage.estimatedUSD = std::ceil((reservation + tokens + transcription) * 1.25 * 100) / 100;
+    const RealtimeModelInfo* info = ModelCatalogue::find(m_model);
+    if (info && info->priced()) {
+        // A pending response may still cost a full context plus a maximal answer. Every token
+        // is priced as audio, the dearer kind, with no cache discount.
+        const double in = *info->audio.input;
+        const double out = *info->audio.output;
+        const double perPending = double(*info->context) * in + double(*info->maxOutput) * out;
+        const double reservation = double(usage.pendingResponses) * perPending / 1'000'000;
+        const double tokens = double(m_input) * in / 1'000'000 + double(m_output) * out / 1'000'000;
+        const double transcription =
+            m_inputSeconds / 60 * ModelCatalogue::transcriptionProvisionPerMinute();
+        // 25 % margin, rounded up to the cent. A product of decimal prices can land a hair
+        // above a whole cent in binary (6.144 × 125 = 768.0000000000001): that is not a cent.
+        const double cents = (reservation + tokens + transcription) * 125;
+        usage.estimatedUSD = std::ceil(std::max(0.0, cents - 1e-6)) / 100;
     }
     return usage;
 }

@@ -31,7 +31,7 @@ public:
 
     ConversationUsage snapshot() const;
 
-    // Models whose prices we know (exact, case-sensitive).
+    // Models of the model table whose prices we know (exact, case-sensitive).
     static bool isPriced(const QString& model);
 
     qint64 inputTokens() const { return m_input; }

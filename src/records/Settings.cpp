@@ -1,6 +1,7 @@
 #include "records/Settings.h"
 
 #include "records/AgentInstructions.h"
+#include "records/ModelCatalogue.h"
 
 #include <QSettings>
 
@@ -33,7 +34,7 @@ QString Settings::defaultVoice()
 
 QString Settings::defaultModel()
 {
-    return QStringLiteral("gpt-realtime");
+    return ModelCatalogue::defaultModel();
 }
 
 QString Settings::defaultCompany()

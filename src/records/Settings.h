@@ -37,7 +37,7 @@ public:
     void saveGroup(const Group& values);
 
     static QString defaultVoice();        // "marin"
-    static QString defaultModel();        // "gpt-realtime"
+    static QString defaultModel();        // the model table's default
     static QString defaultCompany();      // "SCI des Brumaires"
     static QString defaultInstructions(); // the default mission text
 

@@ -168,8 +168,11 @@ DashboardPage::DashboardPage(AppModel* model, Clock& clock, QWidget* parent)
     bind(m_model, &AppModel::busyChanged, this, &DashboardPage::refreshCall);
     connect(m_model, &AppModel::connectedChanged, this, &DashboardPage::refreshCall);
     connect(m_model, &AppModel::currentChanged, this, &DashboardPage::refreshCall);
-    bind(m_model, &AppModel::conversationUsageChanged, this,
-         [this] { m_usage->setUsageLabel(m_model->conversationUsage().label()); });
+    bind(m_model, &AppModel::conversationUsageChanged, this, [this] {
+        const ConversationUsage usage = m_model->conversationUsage();
+        m_usage->setUsageLabel(usage.label());
+        m_usage->setModelName(usage.model.isEmpty() ? m_model->model() : usage.model);
+    });
     bind(m_model, &AppModel::audioDiagnosticChanged, this,
          [this] { setTextIfChanged(m_diagnostic, m_model->audioDiagnostic()); });
     bind(m_model, &AppModel::probeLevelsChanged, this, [this] {

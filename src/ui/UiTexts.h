@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/PlatformWording.h"
+#include "records/ModelCatalogue.h"
 
 #include <QString>
 #include <QStringList>
@@ -19,15 +20,23 @@ inline QString budgetHeading()
 {
     return QStringLiteral("Comment le budget est estimé");
 }
-inline QString budgetBody()
+// For the model of the conversation, with the day its prices were checked.
+inline QString budgetBody(const QString& model)
 {
-    return QStringLiteral(
-        "Tokens de conversation confirmés à chaque fin de réponse. Pour gpt-realtime : tarifs "
-        "audio sans remise de cache, marge de 25 %, arrondi au centime supérieur et provision "
-        "transcription. Une réponse en cours réserve jusqu’à un contexte complet et une réponse "
-        "maximale : ce montant peut baisser à réception du bilan. Estimation en dollars US hors "
-        "taxes, limitée à cette conversation, pas votre facture ni votre solde. Tarifs vérifiés "
-        "le 1er octobre 2026.");
+    const RealtimeModelInfo* info = ModelCatalogue::find(model);
+    if (!info || !info->priced())
+        return QStringLiteral("Tokens de conversation confirmés à chaque fin de réponse. Aucun "
+                              "tarif n’est configuré pour ") +
+               model + QStringLiteral(" : aucun montant n’est estimé.");
+    return QStringLiteral("Tokens de conversation confirmés à chaque fin de réponse. Pour ") +
+           model +
+           QStringLiteral(
+               " : tarifs audio sans remise de cache, marge de 25 %, arrondi au centime "
+               "supérieur et provision transcription. Une réponse en cours réserve jusqu’à un "
+               "contexte complet et une réponse maximale : ce montant peut baisser à réception "
+               "du bilan. Estimation en dollars US hors taxes, limitée à cette conversation, pas "
+               "votre facture ni votre solde. Tarifs vérifiés le ") +
+           frenchDate(info->checked) + QLatin1Char('.');
 }
 inline QString budgetCaution()
 {

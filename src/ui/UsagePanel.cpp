@@ -31,8 +31,9 @@ UsagePanel::UsagePanel(QWidget* parent) : QWidget(parent)
     m_explanation = new QWidget(this);
     auto* ex = new QVBoxLayout(m_explanation);
     ex->setContentsMargins(18, 0, 0, 0);
-    auto* body = makeLabel(texts::budgetBody(), m_explanation);
-    ex->addWidget(body);
+    m_body = makeLabel(QString(), m_explanation);
+    ex->addWidget(m_body);
+    setModelName(ModelCatalogue::defaultModel());
     auto* caution = makeLabel(texts::budgetCaution(), m_explanation);
     Theme::styleSecondary(caution);
     ex->addWidget(caution);
@@ -57,6 +58,14 @@ UsagePanel::UsagePanel(QWidget* parent) : QWidget(parent)
 void UsagePanel::setUsageLabel(const QString& label)
 {
     setTextIfChanged(m_usage, label);
+}
+
+void UsagePanel::setModelName(const QString& model)
+{
+    if (model == m_modelName)
+        return;
+    m_modelName = model;
+    m_body->setText(texts::budgetBody(model));
 }
 
 QString UsagePanel::usageLabel() const

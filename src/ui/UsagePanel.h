@@ -15,6 +15,8 @@ class UsagePanel : public QWidget {
 public:
     explicit UsagePanel(QWidget* parent = nullptr);
     void setUsageLabel(const QString& label);
+    // The explanation names the model priced and the day its prices were checked.
+    void setModelName(const QString& model);
     QString usageLabel() const;
     bool explanationVisible() const;
     QToolButton* explanationButton() const { return m_toggle; }
@@ -22,6 +24,8 @@ public:
 private:
     QLabel* m_usage;
     QToolButton* m_toggle;
+    QLabel* m_body;
+    QString m_modelName;
     QWidget* m_explanation;
 };
 

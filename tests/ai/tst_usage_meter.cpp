@@ -1,7 +1,10 @@
 #include "ai/ConversationUsageMeter.h"
+#include "records/ModelCatalogue.h"
 
 #include <QLocale>
 #include <QTest>
+#include <algorithm>
+#include <tuple>
 
 using namespace vemira;
 
@@ -14,6 +17,18 @@ QJsonObject usage(QJsonValue input, QJsonValue output)
 }
 
 const QString gptRealtime = QStringLiteral("gpt-realtime");
+
+// The worked example scaled by each priced model's audio prices (per million tokens), and one
+// pending response reserving a full context plus a maximal answer:
+// 32/64 $: (0.0384 + 0.0192 + 0.015) × 1.25 = 0.09075 → 0.10;
+// 10/20 $: (0.012 + 0.006 + 0.015) × 1.25 = 0.04125 → 0.05;
+// 128,000 + 32,000 tokens at 32/64 $: 6.144 × 1.25 = 7.68; at 10/20 $: 1.92 × 1.25 = 2.40;
+// 32,000 + 4,096 tokens at 32/64 $: 1.286144 × 1.25 = 1.60768 → 1.61.
+const std::tuple<const char*, const char*, const char*> kWorkedExamples[]{
+    {"gpt-realtime-2.1", "0.10", "7.68"}, {"gpt-realtime-2.1-mini", "0.05", "2.40"},
+    {"gpt-realtime-2", "0.10", "7.68"},   {"gpt-realtime-1.5", "0.10", "1.61"},
+    {"gpt-realtime", "0.10", "1.61"},     {"gpt-realtime-2025-08-28", "0.10", "1.61"},
+};
 
 } // namespace
 
@@ -90,32 +105,41 @@ private Q_SLOTS:
         QCOMPARE(other.snapshot().pendingResponses, 0);
     }
 
+    void estimateIsCautiousAndRoundedUpToTheCent_data()
+    {
+        QTest::addColumn<QString>("example"); // 1,200 in + 300 out + 90 s of caller audio
+        QTest::addColumn<QString>("pending"); // one response in progress, nothing else
+        for (const auto& [model, example, pending] : kWorkedExamples)
+            QTest::newRow(model) << QString::fromLatin1(example) << QString::fromLatin1(pending);
+    }
+
     void estimateIsCautiousAndRoundedUpToTheCent()
     {
-        ConversationUsageMeter meter(gptRealtime);
-        QCOMPARE(meter.snapshot().estimatedUSD, std::optional<double>(0.0));
+        QFETCH(QString, example);
+        QFETCH(QString, pending);
+        const QString model = QString::fromLatin1(QTest::currentDataTag());
+        ConversationUsageMeter meter(model);
         QCOMPARE(meter.snapshot().label(),
                  QStringLiteral("0 tokens reçus d’OpenAI · budget prudent : 0.00 $ US"));
-
-        // 1,200 in + 300 out + 90 s of caller audio: (0.0576 + 0.015) × 1.25 = 0.09075 → 0.10.
         meter.completed(QStringLiteral("r"), usage(1200, 300));
         meter.addInputSeconds(90);
-        QCOMPARE(meter.snapshot().estimatedUSD, std::optional<double>(0.10));
         QCOMPARE(meter.snapshot().label(),
-                 QStringLiteral("1500 tokens reçus d’OpenAI · budget prudent : 0.10 $ US"));
+                 QStringLiteral("1500 tokens reçus d’OpenAI · budget prudent : ") + example +
+                     QStringLiteral(" $ US"));
 
-        // One response in progress reserves a full context and a maximal answer: 1.61 $.
-        ConversationUsageMeter reserved(QStringLiteral("gpt-realtime-2025-08-28"));
+        ConversationUsageMeter reserved(model);
         reserved.responseCreated(QStringLiteral("r"));
-        QCOMPARE(reserved.snapshot().estimatedUSD, std::optional<double>(1.61));
         QCOMPARE(reserved.snapshot().label(),
-                 QStringLiteral("0 tokens reçus d’OpenAI · budget prudent : 1.61 $ US · "
-                                "provision en cours incluse"));
+                 QStringLiteral("0 tokens reçus d’OpenAI · budget prudent : ") + pending +
+                     QStringLiteral(" $ US · provision en cours incluse"));
 
-        // A minute of caller audio alone: 0.0125 → 0.02.
-        ConversationUsageMeter listening(gptRealtime);
-        listening.addInputSeconds(60);
-        QCOMPARE(listening.snapshot().estimatedUSD, std::optional<double>(0.02));
+        // A model added to the table without its row here would be priced untested.
+        for (const RealtimeModelInfo& info : ModelCatalogue::models()) {
+            const bool listed = std::any_of(
+                std::begin(kWorkedExamples), std::end(kWorkedExamples),
+                [&](const auto& row) { return info.name == QLatin1String(std::get<0>(row)); });
+            QVERIFY2(!info.priced() || listed, qPrintable(info.name));
+        }
     }
 
     void onlyKnownModelsArePriced()

@@ -33,7 +33,7 @@ void SettingsAndKeyTest::defaultsWhenNothingIsStored()
     const Settings settings(dir.filePath(QStringLiteral("prefs.ini")));
     const Settings::Group group = settings.group();
     QCOMPARE(group.voice, QStringLiteral("marin"));
-    QCOMPARE(group.model, QStringLiteral("gpt-realtime"));
+    QCOMPARE(group.model, QStringLiteral("gpt-realtime-2.1"));
     QCOMPARE(group.company, QStringLiteral("SCI des Brumaires"));
     QCOMPARE(group.instructions,
              QStringLiteral(
