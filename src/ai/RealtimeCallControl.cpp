@@ -5,17 +5,6 @@
 
 namespace vemira::realtime {
 
-QJsonObject goodbyeRequest()
-{
-    return QJsonObject{
-        {QStringLiteral("type"), QStringLiteral("response.create")},
-        {QStringLiteral("response"),
-         QJsonObject{{QStringLiteral("instructions"),
-                      QStringLiteral("La durée maximale de l’appel est atteinte. En une phrase "
-                                     "courte, remercie l’interlocuteur, dis-lui que son message "
-                                     "est transmis et prends congé poliment.")}}}};
-}
-
 QJsonObject responseCancel()
 {
     return QJsonObject{{QStringLiteral("type"), QStringLiteral("response.cancel")}};

@@ -4,12 +4,10 @@
 #include <QString>
 #include <optional>
 
-// Client events the call lifecycle sends on its own (a goodbye at the time limit, a manager
-// taking over the call) and how it reads the server's error events.
+// Client events the call lifecycle sends on its own (a manager taking over the call) and how it
+// reads the server's error events.
 namespace vemira::realtime {
 
-// Asks for a short goodbye, the call being about to end.
-QJsonObject goodbyeRequest();
 // Stops the response being generated.
 QJsonObject responseCancel();
 // A short system message added to the conversation (not spoken, read by the model).

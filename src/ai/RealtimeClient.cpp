@@ -146,6 +146,7 @@ void RealtimeClient::connect(const QString& key, const QString& model, const QSt
     });
 
     m_socket->open(request);
+    m_instructions = instructions;
     send(realtime::sessionConfiguration(model, voice, instructions));
 }
 
@@ -169,7 +170,7 @@ void RealtimeClient::append(const QByteArray& pcm)
 
 void RealtimeClient::greet()
 {
-    send(realtime::greetingRequest());
+    send(realtime::greetingRequest(m_instructions));
 }
 
 void RealtimeClient::requestMessage(const QJsonObject& request)
@@ -215,18 +216,22 @@ bool RealtimeClient::updateInstructions(const QString& text)
     if (!m_ready)
         return false;
     m_pendingInstructions = text;
+    m_instructions = text;
     send(realtime::instructionsUpdate(text));
     return true;
 }
 
 void RealtimeClient::sayGoodbye()
 {
-    send(realtime::goodbyeRequest());
+    send(realtime::goodbyeRequest(m_instructions));
 }
 
 void RealtimeClient::holdResponses(bool held)
 {
+    if (held == m_held)
+        return;
     m_held = held;
+    send(realtime::turnTakingUpdate(!held));
     if (held && m_responseActive)
         send(realtime::responseCancel());
 }

@@ -108,8 +108,9 @@ public:
 
     // Call control. A short goodbye, the call being about to end.
     void sayGoodbye();
-    // While held, the AI's responses are cancelled as they start and what they still send
-    // (audio, transcript) is dropped. Released by a new session too.
+    // While held, the end of a caller's turn creates no response, one still under way is
+    // cancelled and what it still sends (audio, transcript) is dropped. Released by a new
+    // session too.
     void holdResponses(bool held);
     bool responsesHeld() const { return m_held; }
     // A short system message added to the conversation.
@@ -178,6 +179,7 @@ private:
     bool m_ready = false;
     bool m_sessionEnded = false;
     std::optional<QString> m_pendingInstructions;
+    QString m_instructions; // the session's, repeated in a response that has its own
 
     // Barge-in: responses the caller cut off. Their late audio is dropped and their
     // transcript marked as cut. The one whose audio may still be playing is estimated from

@@ -1,6 +1,7 @@
 #include "ai/RealtimeProtocol.h"
 
 #include "ai/WireBase64.h"
+#include "records/ModelCatalogue.h"
 
 #include <QHostAddress>
 #include <QJsonArray>
@@ -152,6 +153,29 @@ Result<QUrl> endpoint(const QString& model, const QString& overrideAddress)
     return url;
 }
 
+namespace {
+
+QJsonObject turnDetection(bool createResponses)
+{
+    return QJsonObject{{QStringLiteral("type"), QStringLiteral("server_vad")},
+                       {QStringLiteral("silence_duration_ms"), 650},
+                       {QStringLiteral("prefix_padding_ms"), 300},
+                       {QStringLiteral("interrupt_response"), true},
+                       {QStringLiteral("create_response"), createResponses}};
+}
+
+// The provider answers a response's own instructions instead of the session's: a turn asked
+// with its own must carry the whole of them, or it forgets the business and its rules.
+QJsonObject responseWithSessionInstructions(const QString& sessionInstructions, const QString& turn)
+{
+    return QJsonObject{{QStringLiteral("type"), QStringLiteral("response.create")},
+                       {QStringLiteral("response"),
+                        QJsonObject{{QStringLiteral("instructions"),
+                                     sessionInstructions + QLatin1Char('\n') + turn}}}};
+}
+
+} // namespace
+
 QJsonObject sessionConfiguration(const QString& model, const QString& voice,
                                  const QString& instructions)
 {
@@ -160,14 +184,9 @@ QJsonObject sessionConfiguration(const QString& model, const QString& voice,
     const QJsonObject input{
         {QStringLiteral("format"), pcm},
         {QStringLiteral("transcription"),
-         QJsonObject{{QStringLiteral("model"), QStringLiteral("gpt-4o-mini-transcribe")},
+         QJsonObject{{QStringLiteral("model"), ModelCatalogue::transcriptionModel()},
                      {QStringLiteral("language"), QStringLiteral("fr")}}},
-        {QStringLiteral("turn_detection"),
-         QJsonObject{{QStringLiteral("type"), QStringLiteral("server_vad")},
-                     {QStringLiteral("silence_duration_ms"), 650},
-                     {QStringLiteral("prefix_padding_ms"), 300},
-                     {QStringLiteral("interrupt_response"), true},
-                     {QStringLiteral("create_response"), true}}}};
+        {QStringLiteral("turn_detection"), turnDetection(true)}};
     const QJsonObject output{{QStringLiteral("format"), pcm}, {QStringLiteral("voice"), voice}};
     const QJsonObject session{
         {QStringLiteral("type"), QStringLiteral("realtime")},
@@ -180,16 +199,38 @@ QJsonObject sessionConfiguration(const QString& model, const QString& voice,
                        {QStringLiteral("session"), session}};
 }
 
-QJsonObject greetingRequest()
+QString greetingText()
 {
+    return QStringLiteral("Commence par une courte salutation en français. Accueille au nom de "
+                          "l’entreprise indiquée dans tes consignes puis demande comment tu peux "
+                          "aider. N’ajoute pas d’annonce sur ta nature ou sur l’enregistrement.");
+}
+
+QJsonObject greetingRequest(const QString& sessionInstructions)
+{
+    return responseWithSessionInstructions(sessionInstructions, greetingText());
+}
+
+QString goodbyeText()
+{
+    return QStringLiteral("La durée maximale de l’appel est atteinte. En une phrase courte, "
+                          "remercie l’interlocuteur, dis-lui que son message est transmis et "
+                          "prends congé poliment.");
+}
+
+QJsonObject goodbyeRequest(const QString& sessionInstructions)
+{
+    return responseWithSessionInstructions(sessionInstructions, goodbyeText());
+}
+
+QJsonObject turnTakingUpdate(bool createResponses)
+{
+    const QJsonObject input{{QStringLiteral("turn_detection"), turnDetection(createResponses)}};
     return QJsonObject{
-        {QStringLiteral("type"), QStringLiteral("response.create")},
-        {QStringLiteral("response"),
-         QJsonObject{{QStringLiteral("instructions"),
-                      QStringLiteral("Commence par une courte salutation en français. Accueille "
-                                     "au nom de l’entreprise indiquée dans tes consignes puis "
-                                     "demande comment tu peux aider. N’ajoute pas d’annonce sur "
-                                     "ta nature ou sur l’enregistrement.")}}}};
+        {QStringLiteral("type"), QStringLiteral("session.update")},
+        {QStringLiteral("session"),
+         QJsonObject{{QStringLiteral("type"), QStringLiteral("realtime")},
+                     {QStringLiteral("audio"), QJsonObject{{QStringLiteral("input"), input}}}}}};
 }
 
 QJsonObject instructionsUpdate(const QString& instructions)

@@ -51,7 +51,15 @@ QString defaultHost(); // "api.openai.com"
 // Client events.
 QJsonObject sessionConfiguration(const QString& model, const QString& voice,
                                  const QString& instructions);
-QJsonObject greetingRequest();
+// The first spoken turn and the goodbye at the time limit: the session's instructions, then
+// what this turn is for.
+QString greetingText();
+QJsonObject greetingRequest(const QString& sessionInstructions);
+QString goodbyeText();
+QJsonObject goodbyeRequest(const QString& sessionInstructions);
+// Whether the end of a caller's turn makes the model answer (off while the manager speaks, so
+// nothing is generated, and billed, that nobody would hear).
+QJsonObject turnTakingUpdate(bool createResponses);
 QJsonObject instructionsUpdate(const QString& instructions);
 // The smallest response that still proves the account can be billed: text only, out of the
 // conversation, one output token.

@@ -408,6 +408,17 @@ ScriptedRealtimeServer::ScriptedRealtimeServer(const TlsIdentity& identity, QObj
 
 ScriptedRealtimeServer::~ScriptedRealtimeServer()
 {
+    // Every client event of the run, for the check against the provider's SDK types (audio
+    // cut short: its shape is what is checked).
+    const QString log = qEnvironmentVariable("VEMIRA_CLIENT_EVENTS_LOG");
+    QFile file(log);
+    if (!log.isEmpty() && file.open(QIODevice::Append)) {
+        for (QJsonObject event : std::as_const(m_events)) {
+            if (event.contains(QLatin1String("audio")) && event[QLatin1String("audio")].isString())
+                event.insert(QStringLiteral("audio"), QStringLiteral("AAAA"));
+            file.write(QJsonDocument(event).toJson(QJsonDocument::Compact) + '\n');
+        }
+    }
     for (QWebSocket* session : std::as_const(m_sessions))
         QObject::disconnect(session, nullptr, this, nullptr);
     qDeleteAll(m_sessions);
@@ -487,6 +498,11 @@ void ScriptedRealtimeServer::frameReceived(QWebSocket* socket, const QString& te
     }
     const QJsonObject event = document.object();
     check(socket, event);
+    const QJsonValue createResponses =
+        event[QLatin1String("session")][QLatin1String("audio")][QLatin1String("input")]
+             [QLatin1String("turn_detection")][QLatin1String("create_response")];
+    if (createResponses.isBool())
+        m_turnsCreateResponses[socket] = createResponses.toBool();
     m_events.append(event);
     if (event.value(QLatin1String("type")).toString() == QLatin1String("input_audio_buffer.append"))
         m_audio +=
@@ -513,9 +529,8 @@ void ScriptedRealtimeServer::check(QWebSocket* socket, const QJsonObject& event)
         const QJsonObject output = audio.value(QLatin1String("output")).toObject();
         const QJsonObject pcm{{QStringLiteral("type"), QStringLiteral("audio/pcm")},
                               {QStringLiteral("rate"), 24000}};
-        const QJsonObject transcription{
-            {QStringLiteral("model"), QStringLiteral("gpt-4o-mini-transcribe")},
-            {QStringLiteral("language"), QStringLiteral("fr")}};
+        const QJsonObject transcription{{QStringLiteral("model"), QStringLiteral("gpt-transcribe")},
+                                        {QStringLiteral("language"), QStringLiteral("fr")}};
         const QJsonObject turns{{QStringLiteral("type"), QStringLiteral("server_vad")},
                                 {QStringLiteral("silence_duration_ms"), 650},
                                 {QStringLiteral("prefix_padding_ms"), 300},
@@ -549,10 +564,28 @@ void ScriptedRealtimeServer::check(QWebSocket* socket, const QJsonObject& event)
         return;
     }
     if (type == QLatin1String("session.update")) {
+        // Either new instructions, or whether caller turns create responses: nothing else.
+        const QJsonObject turns =
+            session[QLatin1String("audio")][QLatin1String("input")][QLatin1String("turn_detection")]
+                .toObject();
+        QJsonObject expectedTurns = turns;
+        expectedTurns.insert(QStringLiteral("type"), QStringLiteral("server_vad"));
+        expectedTurns.insert(QStringLiteral("silence_duration_ms"), 650);
+        expectedTurns.insert(QStringLiteral("prefix_padding_ms"), 300);
+        expectedTurns.insert(QStringLiteral("interrupt_response"), true);
+        const bool instructions = hasExactly(session, {"type", "instructions"}) &&
+                                  session[QLatin1String("instructions")].isString();
+        const bool turnTaking =
+            hasExactly(session, {"type", "audio"}) &&
+            session[QLatin1String("audio")] ==
+                QJsonObject{{QStringLiteral("input"),
+                             QJsonObject{{QStringLiteral("turn_detection"), turns}}}} &&
+            hasExactly(turns, {"type", "silence_duration_ms", "prefix_padding_ms",
+                               "interrupt_response", "create_response"}) &&
+            turns == expectedTurns && turns[QLatin1String("create_response")].isBool();
         if (!hasExactly(event, {"type", "session"}) ||
-            !hasExactly(session, {"type", "instructions"}) ||
             session[QLatin1String("type")] != QLatin1String("realtime") ||
-            !session[QLatin1String("instructions")].isString())
+            !(instructions || turnTaking))
             violation(QStringLiteral("mid-call session.update repeats or lacks fields: ") +
                       text(event).left(300));
     } else if (isMessageRequest(event)) {
@@ -663,6 +696,17 @@ void ScriptedRealtimeServer::sendEvent(const QJsonObject& event)
             m_confirmedPerSession[session] = true;
     }
     sendText(text(event));
+}
+
+void ScriptedRealtimeServer::endCallerTurn()
+{
+    QWebSocket* session = latest();
+    if (!session || !m_turnsCreateResponses.value(session))
+        return;
+    ++m_turnResponses;
+    const QString id = QStringLiteral("resp_turn_%1").arg(m_turnResponses);
+    sendEvent(responseCreated(id));
+    sendEvent(responseDone(id, m_behaviour.replyInputTokens, m_behaviour.replyOutputTokens));
 }
 
 void ScriptedRealtimeServer::sendText(const QString& message)

@@ -172,6 +172,11 @@ public:
     static QJsonObject callerTranscript(const QString& text);
     static QJsonObject callerTranscriptFailed(const QString& itemId);
     static QJsonObject speechStarted();
+    // The provider's voice-activity detection ends a caller's turn on the latest session: when
+    // that session's turn detection creates responses (as the client last configured it), a
+    // response is created and done, and counted in turnResponses().
+    void endCallerTurn();
+    int turnResponses() const { return m_turnResponses; }
     static QJsonObject error(const QString& code, const QString& message = QString());
 
 private:
@@ -194,6 +199,8 @@ private:
     QList<QWebSocket*> m_sessions;
     QHash<QWebSocket*, int> m_framesPerSession;
     QHash<QWebSocket*, bool> m_confirmedPerSession;
+    QHash<QWebSocket*, bool> m_turnsCreateResponses;
+    int m_turnResponses = 0;
     TlsIdentity m_identity;
     Upgrade m_upgrade = Upgrade::Accept;
     Behaviour m_behaviour;

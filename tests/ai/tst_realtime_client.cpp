@@ -455,10 +455,12 @@ private Q_SLOTS:
         QCOMPARE(server->events()
                      .at(2)[QLatin1String("response")][QLatin1String("instructions")]
                      .toString(),
-                 QStringLiteral("Commence par une courte salutation en français. Accueille au nom "
-                                "de l’entreprise indiquée dans tes consignes puis demande comment "
-                                "tu peux aider. N’ajoute pas d’annonce sur ta nature ou sur "
-                                "l’enregistrement."));
+                 // The provider reads a response's instructions instead of the session's:
+                 // the greeting carries them all, as they stand now.
+                 QStringLiteral("Style posé\nCommence par une courte salutation en français. "
+                                "Accueille au nom de l’entreprise indiquée dans tes consignes puis "
+                                "demande comment tu peux aider. N’ajoute pas d’annonce sur ta "
+                                "nature ou sur l’enregistrement."));
 
         // An echo of another configuration does not confirm the change; the exact text does,
         // once.

@@ -352,6 +352,16 @@ private Q_SLOTS:
         rig.server.sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("Je note.")));
         rig.server.sendEvent(ScriptedRealtimeServer::responseDone(QStringLiteral("resp_a"), 5, 5));
         QVERIFY(rig.callerSays(QStringLiteral("Bonjour monsieur.")));
+        // Caller turns create no response while the manager speaks: nothing billed unheard.
+        QVERIFY(waitFor([&] {
+            const QJsonObject update =
+                rig.server.eventsOfType(QStringLiteral("session.update")).last();
+            return update[QLatin1String("session")][QLatin1String("audio")][QLatin1String("input")]
+                         [QLatin1String("turn_detection")][QLatin1String("create_response")] ==
+                   false;
+        }));
+        rig.server.endCallerTurn();
+        QCOMPARE(rig.server.turnResponses(), 0);
         QCOMPARE(rig.model->current()->transcript.size(), lines + 1);
         QCOMPARE(rig.model->current()->transcript.last().speaker, QStringLiteral("Interlocuteur"));
 
@@ -363,6 +373,8 @@ private Q_SLOTS:
         }));
         const QJsonObject note =
             clientEvents(rig.server, QStringLiteral("conversation.item.create")).first();
+        rig.server.endCallerTurn();
+        QCOMPARE(rig.server.turnResponses(), 1);
         QCOMPARE(note[QLatin1String("item")][QLatin1String("role")].toString(),
                  QStringLiteral("system"));
         rig.server.sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("Je reprends.")));

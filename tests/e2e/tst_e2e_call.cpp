@@ -90,6 +90,11 @@ void TestEndToEndCall::initTestCase()
     QProcessEnvironment env = demoProcessEnvironment(QStringLiteral(VEMIRA_E2E_STANDIN),
                                                      QStringLiteral(VEMIRA_E2E_PULSE_SCRIPT));
     env.insert(QStringLiteral("VEMIRA_SOFTPHONE"), QStringLiteral(VEMIRA_E2E_SOFTPHONE));
+    // What this call sends, checked later against the provider's SDK types.
+    const QString events = QStringLiteral(VEMIRA_E2E_CLIENT_EVENTS);
+    QDir().mkpath(QFileInfo(events).absolutePath());
+    QFile::remove(events);
+    env.insert(QStringLiteral("VEMIRA_CLIENT_EVENTS_LOG"), events);
     demo.setProcessEnvironment(env);
     demo.setProcessChannelMode(QProcess::MergedChannels);
     QElapsedTimer elapsed;
@@ -168,6 +173,10 @@ void TestEndToEndCall::callIsAnsweredOnlyAfterRingingAndReadiness()
     QVERIFY2(ready > 0 && ready < answered, "the call was answered before the AI was ready");
     // The greeting is asked for after the answer, never before.
     QVERIFY(ns(m_conversation.value(QStringLiteral("greetRequested"))) > answered);
+    // The greeting's own instructions replace the session's: they must name the business.
+    QVERIFY(m_conversation.value(QStringLiteral("greetInstructions"))
+                .toString()
+                .contains(m_script.company));
     // The session was configured as a realtime audio conversation with the stored key.
     QCOMPARE(m_conversation.value(QStringLiteral("authorization")).toString(),
              QStringLiteral("Bearer sk-demonstration-locale"));

@@ -40,6 +40,7 @@ Result<ConversationScript> ConversationScript::load(const QString& folder)
 
     ConversationScript script;
     script.callerNumber = doc[QStringLiteral("callerNumber")].toString();
+    script.company = doc[QStringLiteral("company")].toString();
     script.message =
         QJsonDocument(doc[QStringLiteral("message")].toObject()).toJson(QJsonDocument::Compact);
     for (const QJsonValue& value : doc[QStringLiteral("turns")].toArray()) {

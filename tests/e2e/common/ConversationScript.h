@@ -24,6 +24,8 @@ struct ScriptLine {
 // the assistant's lines, the softphone speaks the caller's.
 struct ConversationScript {
     QString callerNumber;
+    // The business the assistant's lines name (the demonstration's company setting).
+    QString company;
     QList<ScriptLine> lines;
     // The message the caller's lines leave, as the model would fill it in (JSON text).
     QByteArray message;

@@ -2,6 +2,7 @@
 
 #include "common/MonotonicTime.h"
 
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QWebSocket>
@@ -24,7 +25,7 @@ StandinSession::StandinSession(QWebSocket* socket, const ConversationScript& scr
     : QObject(parent), m_socket(socket),
       m_assistantLines(script.linesOf(ScriptLine::Role::Assistant)),
       m_callerLines(script.linesOf(ScriptLine::Role::Caller)), m_message(script.message),
-      m_index(index), m_marks(marks), m_detector(kSilenceSamples)
+      m_company(script.company), m_index(index), m_marks(marks), m_detector(kSilenceSamples)
 {
     m_sessionMarks.insert(QStringLiteral("connected"), monotonicNs());
     m_sessionMarks.insert(QStringLiteral("authorization"),
@@ -67,8 +68,16 @@ void StandinSession::receive(const QString& text)
     const qint64 arrived = monotonicNs();
     const QJsonObject event = QJsonDocument::fromJson(text.toUtf8()).object();
     const QString type = event.value(QStringLiteral("type")).toString();
+    logClientEvent(event);
     if (type == QLatin1String("session.update")) {
         QJsonObject session = event.value(QStringLiteral("session")).toObject();
+        if (session.contains(QStringLiteral("instructions")))
+            m_sessionInstructions = session.value(QStringLiteral("instructions")).toString();
+        const QJsonValue turns =
+            session[QLatin1String("audio")][QLatin1String("input")][QLatin1String("turn_detection")]
+                   [QLatin1String("create_response")];
+        if (turns.isBool())
+            m_createResponses = turns.toBool();
         session.insert(QStringLiteral("id"), QStringLiteral("sess_standin_%1").arg(m_index));
         session.insert(QStringLiteral("object"), QStringLiteral("realtime.session"));
         if (!m_configured) {
@@ -104,13 +113,32 @@ void StandinSession::receive(const QString& text)
                                             {QStringLiteral("output_tokens"), 1}}}}}});
             return;
         }
-        mark(QStringLiteral("greetRequested"), arrived);
-        startResponse();
+        const QJsonValue own = response.value(QStringLiteral("instructions"));
+        if (!m_sessionMarks.contains(QStringLiteral("greetRequested"))) {
+            mark(QStringLiteral("greetRequested"), arrived);
+            mark(QStringLiteral("greetInstructions"), own);
+        }
+        startResponse(own.isString() ? own.toString() : m_sessionInstructions);
     } else if (type == QLatin1String("input_audio_buffer.append")) {
         appendAudio(
             QByteArray::fromBase64(event.value(QStringLiteral("audio")).toString().toLatin1()),
             arrived);
     }
+}
+
+void StandinSession::logClientEvent(QJsonObject event)
+{
+    // Every client event of the demonstration, for the check against the provider's SDK types
+    // (audio cut short: its shape is what is checked).
+    static const QString log = qEnvironmentVariable("VEMIRA_CLIENT_EVENTS_LOG");
+    if (log.isEmpty())
+        return;
+    QFile file(log);
+    if (!file.open(QIODevice::Append))
+        return;
+    if (event.value(QStringLiteral("audio")).isString())
+        event.insert(QStringLiteral("audio"), QStringLiteral("AAAA"));
+    file.write(QJsonDocument(event).toJson(QJsonDocument::Compact) + '\n');
 }
 
 void StandinSession::appendAudio(const QByteArray& pcm, qint64 arrivedNs)
@@ -146,15 +174,19 @@ void StandinSession::appendAudio(const QByteArray& pcm, qint64 arrivedNs)
               {QStringLiteral("item_id"), itemId},
               {QStringLiteral("content_index"), 0},
               {QStringLiteral("transcript"), transcript}});
-        startResponse();
+        if (m_createResponses)
+            startResponse(m_sessionInstructions);
     }
 }
 
-void StandinSession::startResponse()
+void StandinSession::startResponse(const QString& instructions)
 {
     if (m_speaking || m_nextAssistant >= m_assistantLines.size())
         return;
     m_speaking = &m_assistantLines.at(m_nextAssistant++);
+    m_spokenText = m_speaking->text;
+    if (!m_company.isEmpty() && !instructions.contains(m_company))
+        m_spokenText.replace(m_company, QStringLiteral("notre entreprise"));
     m_responseId = QStringLiteral("resp_%1").arg(m_nextAssistant);
     m_sentBytes = 0;
     send({{QStringLiteral("type"), QStringLiteral("response.created")},
@@ -203,7 +235,7 @@ void StandinSession::finishResponse()
           {QStringLiteral("item_id"), itemId},
           {QStringLiteral("output_index"), 0},
           {QStringLiteral("content_index"), 0},
-          {QStringLiteral("transcript"), line.text}});
+          {QStringLiteral("transcript"), m_spokenText}});
     // Token counts of the order a real session reports: about 10 audio tokens per second.
     const int audioOut = int(line.seconds() * 10) + 1;
     const int textOut = int(line.text.size() / 4) + 1;

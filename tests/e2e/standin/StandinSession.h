@@ -16,6 +16,9 @@ namespace vemira::e2e {
 // the configuration, speaks the assistant's lines as base64 audio deltas when a response is
 // due, listens to the appended audio with a plain voice-activity detector and, when a caller
 // turn ends, reports the caller's (scripted) transcript and answers with the next line.
+// Like the provider, a response answers from its own instructions when it carries some, and
+// from the session's otherwise: a line naming the business is said with the name only when
+// those instructions hold it.
 class StandinSession : public QObject {
     Q_OBJECT
 
@@ -28,10 +31,11 @@ Q_SIGNALS:
 
 private:
     void receive(const QString& text);
+    void logClientEvent(QJsonObject event);
     void send(const QJsonObject& event);
     void mark(const QString& key, const QJsonValue& value);
     void appendAudio(const QByteArray& pcm, qint64 arrivedNs);
-    void startResponse();
+    void startResponse(const QString& instructions);
     void streamNextDelta();
     void finishResponse();
     void answerMessageRequest(const QJsonObject& request, qint64 arrivedNs);
@@ -40,6 +44,9 @@ private:
     QList<ScriptLine> m_assistantLines;
     QList<ScriptLine> m_callerLines;
     QByteArray m_message;
+    QString m_company;
+    QString m_sessionInstructions;
+    bool m_createResponses = true;
     int m_index;
     MarksFile& m_marks;
     QJsonObject m_sessionMarks;
@@ -54,6 +61,7 @@ private:
     QTimer m_deltaTimer;
     QString m_responseId;
     const ScriptLine* m_speaking = nullptr;
+    QString m_spokenText; // what the model says of that line, knowing only its instructions
     qsizetype m_sentBytes = 0;
 };
 
