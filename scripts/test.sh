@@ -21,6 +21,9 @@ cmake --build build -j"$jobs"
 echo "== Debian package: validated, installed, started twice, autostart, removed"
 "$root/scripts/package-check.sh" build
 
+echo "== realtime client against the provider's SDK"
+"$root/scripts/check-provider-sdk.sh" build
+
 echo "== address and undefined-behaviour sanitizers"
 cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVEMIRA_BUILD_APP=ON -DVEMIRA_WERROR=ON \
     -DVEMIRA_SANITIZE=address,undefined >/dev/null
