@@ -181,7 +181,9 @@ int runStandbyCommand(const QStringList& arguments)
             if (model.armed())
                 model.toggleArmed();
         }
-        if (stopping && !model.busy() && model.finalizingRecordings().isEmpty()) {
+        // The hang-up is watched until the softphone lets the call go (a few seconds).
+        if (stopping && !model.busy() && model.finalizingRecordings().isEmpty() &&
+            !model.hangUpPending()) {
             out << model.status() << Qt::endl;
             QCoreApplication::exit(exitCode);
         }

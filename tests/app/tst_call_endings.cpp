@@ -649,6 +649,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("reason");
         QTest::newRow("échec") << QStringLiteral("fail")
                                << QStringLiteral("L’IA signale une erreur (session_expired).");
+        QTest::newRow("modèle retiré")
+            << QStringLiteral("refused")
+            << QStringLiteral("L’IA signale une erreur (model_not_found).");
         QTest::newRow("accessibilité")
             << QStringLiteral("accessibility")
             << QStringLiteral("L’autorisation Accessibilité a été retirée.");
@@ -671,6 +674,17 @@ private Q_SLOTS:
         if (stop == u"accessibility") {
             rig.accessibility->trusted = false;
             rig.tick();
+        } else if (stop == u"refused") {
+            // The session of the call is refused (the model was withdrawn): the phone rings on.
+            const auto updates = [&] {
+                return rig.server.eventsOfType(QStringLiteral("session.update")).size();
+            };
+            const auto before = updates();
+            QVERIFY(rig.takeCallWithoutReadyAI());
+            QVERIFY(waitFor([&] { return updates() > before; }));
+            rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("model_not_found")));
+            QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+            QCOMPARE(rig.answerButton->pressCount, 0);
         } else if (stop == u"wake") {
             rig.sleep->sleepNow();
             rig.server.behaviour().confirmSessions = false;
