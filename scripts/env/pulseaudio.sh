@@ -176,14 +176,15 @@ start_pipewire() {
     wait_ready "$dir/daemon.log"
     [ "${VEMIRA_SOUND_BARE:-}" != 1 ] || return 0
     load_null_sink "$DESK_SINK" "$DESK_DESCRIPTION" >/dev/null
-    pactl set-default-sink "$DESK_SINK"
-    pactl set-default-source "$DESK_SINK.monitor"
-    # A default set by a client shows a moment after the acknowledgement.
+    # The new sink and its monitor, and then a default set by a client, show a moment after
+    # the acknowledgement: asked again until they do.
     tries=0
     until [ "$(pactl get-default-sink 2>/dev/null)" = "$DESK_SINK" ] &&
         [ "$(pactl get-default-source 2>/dev/null)" = "$DESK_SINK.monitor" ]; do
         tries=$((tries + 1))
         [ $tries -lt 200 ] || die "the desk sink did not become the default"
+        pactl set-default-sink "$DESK_SINK" 2>/dev/null || true
+        pactl set-default-source "$DESK_SINK.monitor" 2>/dev/null || true
         sleep 0.05
     done
 }
