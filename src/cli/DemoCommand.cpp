@@ -357,7 +357,7 @@ private:
                 speakerRouted = speakerRouted || places.contains(callPlace);
                 microphoneRouted = microphoneRouted || places.contains(voicePlace);
             });
-        if (code != 0)
+        if (code != 0 || m_leftRinging)
             return code;
 
         const QStringList after = phone.streamPlaces();
@@ -455,6 +455,8 @@ private:
             }
             settings.setMail(mail);
         }
+        // And the owner's answering rules: a reserved number is left ringing here too.
+        settings.setAnsweringRules(Settings().answeringRules());
         settings.sync();
         return std::nullopt;
     }
@@ -484,7 +486,16 @@ private:
         if (Status failure = ring())
             return failWith(failure->message());
 
-        if (!waitUntil([&] { return model.busy(); }, 20)) {
+        const auto leftRinging = [&model] {
+            const QStringList log = model.log();
+            return std::any_of(log.cbegin(), log.cend(), [](const QString& line) {
+                return line.contains(QStringLiteral(" laissé sonner : "));
+            });
+        };
+        // The owner's rules may let it ring up to a minute before the AI is called.
+        const double ringing =
+            model.answeringRules().decide(QString(), QDateTime::currentDateTime()).ringSeconds;
+        if (!waitUntil([&] { return model.busy() || leftRinging(); }, ringing + 17)) {
             // A softphone that never reached the accessibility bus cannot be seen ringing.
             if (!model.phone().anyApplicationVisible())
                 return failWith(QStringLiteral("Vemira n’a pas pris l’appel de %1 : %1 n’est "
@@ -493,6 +504,8 @@ private:
                                     .arg(phoneName, m_folder));
             return failWith(QStringLiteral("Vemira n’a pas pris l’appel de %1.").arg(phoneName));
         }
+        if (!model.busy())
+            return leaveRinging(model);
         say(QStringLiteral("%1 — %2").arg(model.status(), model.detail()));
         if (!waitUntil([&] { return model.connected() || !model.busy(); }, 20) ||
             !model.connected())
@@ -547,6 +560,23 @@ private:
         waitUntil([&] { return model.finalizingRecordings().isEmpty(); }, 10, false);
         waitForMail(model);
         return present(model, cpuSeconds, wallSeconds);
+    }
+
+    // The owner's rules keep this call for the owner: it rings on, untouched, and leaves no
+    // record. Watched a few seconds past the time Vemira would have taken it.
+    int leaveRinging(AppModel& model)
+    {
+        m_leftRinging = true;
+        m_report.insert(QStringLiteral("leftRinging"), true);
+        say(QStringLiteral("Vemira laisse sonner l’appel, comme le veulent les règles du gérant…"));
+        waitUntil([&] { return model.busy(); }, AnsweringRules::kShortestRing + 5);
+        if (model.busy())
+            return failWith(QStringLiteral("Vemira a pris un appel qu’il devait laisser sonner."));
+        if (!model.records().isEmpty())
+            return failWith(QStringLiteral("un appel laissé sonner a été enregistré."));
+        m_out << QStringLiteral("Appel laissé sonner, aucune conversation enregistrée.")
+              << Qt::endl;
+        return g_interrupted ? interrupted() : 0;
     }
 
     // The after-call e-mail's first attempt (its line reaches the session log printed above);
@@ -666,6 +696,7 @@ private:
     QString m_callerWav;
     QTextStream& m_out;
     qint64 m_savedNs = 0;
+    bool m_leftRinging = false;
     QElapsedTimer m_clock;
     DemoEnvironment m_environment;
     QJsonObject m_report;
@@ -783,7 +814,11 @@ void registerDemoCommands(CommandTable& table)
              "standard, fait sonner le softphone et suit la conversation. À la fin : la\n"
              "transcription enregistrée, la consommation, le chemin de l’enregistrement audio et\n"
              "les mesures de latence et de processeur ; tout ce qui a été démarré est arrêté.\n"
-             "Rien de votre session ni de vos appels n’est touché : tout reste dans DOSSIER.\n\n"
+             "Rien de votre session ni de vos appels n’est touché : tout reste dans DOSSIER.\n"
+             "Votre e-mail après chaque appel et vos règles de réponse (vemira rules) "
+             "s’appliquent :\n"
+             "un numéro réservé (0612345678 pour l’appelant de la démonstration) est laissé\n"
+             "sonner, sans conversation enregistrée.\n\n"
              "  --phone SOFTPHONE  un vrai softphone (twinkle, gnome-calls) appelé en SIP sur la\n"
              "                     boucle locale par « Jean Test » (baresip), dans un réseau\n"
              "                     privé (droits root) ; à la fin il rappelle, Vemira désactivé, "
