@@ -200,10 +200,13 @@ daemon_start() {
         return 0
     fi
     rm -rf "$dir/pulse"
+    # A start that fails half-way stops what it had started: nobody else knows of it.
+    trap 'daemon_stop "$dir" >/dev/null 2>&1' EXIT
     "start_$server" "$dir"
     if [ "${VEMIRA_SOUND_BARE:-}" != 1 ] || [ "$server" != pipewire ]; then
         virtual_up >/dev/null
     fi
+    trap - EXIT
     echo "$server running in $dir"
 }
 
