@@ -44,14 +44,22 @@ void AIConnectionCheck::start(const QString& key, const QString& model, const QS
     RealtimeClient* probe = m_probe.get();
     // A key without credit still opens sessions: only a response shows it.
     m_probe->onReady = [probe] { probe->requestProbeResponse(); };
-    m_probe->onResponseDone = [this](const RealtimeClient::ResponseOutcome& outcome) {
+    m_probe->onResponseDone = [this, model](const RealtimeClient::ResponseOutcome& outcome) {
         if (outcome.status != QLatin1String("failed"))
             complete(std::nullopt);
+        else if (realtime::meansUnknownModel(outcome.reason))
+            complete(realtime::unknownModelMessage(model));
         else
             complete(outcome.noCredit ? realtime::creditExhaustedMessage()
                                       : refusedMessage(outcome.reason));
     };
     m_probe->onError = [this](const QString& message) { complete(message); };
+    // A retired or unknown model is told apart from a refused key.
+    m_probe->onServerError = [this, model](const std::optional<QString>& code,
+                                           const QString& message) {
+        complete(code && realtime::meansUnknownModel(*code) ? realtime::unknownModelMessage(model)
+                                                            : message);
+    };
     m_timeout = m_clock.schedule(timeoutSeconds, nullptr, [this] { complete(timeoutMessage()); });
     m_probe->connect(key, model, voice, instructions());
 }
@@ -65,6 +73,7 @@ void AIConnectionCheck::cancel()
     probe->onReady = nullptr;
     probe->onResponseDone = nullptr;
     probe->onError = nullptr;
+    probe->onServerError = nullptr;
     probe->close();
     // We may be inside one of the probe's own callbacks: let it unwind first.
     probe->deleteLater();

@@ -90,6 +90,25 @@ bool meansNoCredit(const QString& codeOrType)
     return codes.contains(codeOrType);
 }
 
+bool meansUnknownModel(const QString& code)
+{
+    return code == QLatin1String("model_not_found") || code == QLatin1String("invalid_model");
+}
+
+QString unknownModelMessage(const QString& model)
+{
+    const RealtimeModelInfo* info = ModelCatalogue::find(model);
+    if (info && info->shutdown && !info->successor.isEmpty())
+        return QStringLiteral("OpenAI refuse le modèle ") + model +
+               QStringLiteral(" (arrêt annoncé le ") + frenchDate(*info->shutdown) +
+               QStringLiteral(") ; la clé n’est pas en cause. Choisissez ") + info->successor +
+               QStringLiteral(" pour le remplacer, dans Agent ou Connexions.");
+    return QStringLiteral("OpenAI refuse le modèle ") + model +
+           QStringLiteral(" (retiré, mal écrit ou non ouvert à ce compte) ; la clé n’est pas en "
+                          "cause. Choisissez par exemple ") +
+           ModelCatalogue::defaultModel() + QStringLiteral(", dans Agent ou Connexions.");
+}
+
 QString inaudibleText()
 {
     return QStringLiteral("[inaudible]");

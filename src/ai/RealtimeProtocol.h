@@ -37,6 +37,13 @@ QString creditExhaustedMessage();
 // acts on the account; any other failure (rate limit, server error) may pass.
 bool meansNoCredit(const QString& codeOrType);
 
+// Codes the provider gives for a model it does not serve (retired, misspelt, or not open to
+// this account): the key is not at fault.
+bool meansUnknownModel(const QString& code);
+// Names the model refused and the one to choose instead (its successor in the model table, or
+// the default model).
+QString unknownModelMessage(const QString& model);
+
 // Text standing for a caller turn the provider could not transcribe.
 QString inaudibleText(); // "[inaudible]"
 // Added to an AI line the caller did not hear to its end.

@@ -12,6 +12,10 @@ namespace {
 
 const QString noAnswer =
     QStringLiteral("L’IA ne répond pas. Vérifiez la clé, l’accès API et la connexion Internet.");
+// The check runs with gpt-realtime, shut down on 20 January 2027.
+const QString retiredModel = QStringLiteral(
+    "OpenAI refuse le modèle gpt-realtime (arrêt annoncé le 20 janvier 2027) ; la clé n’est pas "
+    "en cause. Choisissez gpt-realtime-2.1 pour le remplacer, dans Agent ou Connexions.");
 const QString receiveFailed = QStringLiteral(
     "Connexion à l’IA interrompue. Vérifiez la clé, le modèle et votre accès Internet.");
 
@@ -94,6 +98,7 @@ private Q_SLOTS:
             << QStringLiteral("insufficient_quota")
             << QStringLiteral("Crédit OpenAI épuisé : l’IA ne peut plus répondre. Ajoutez du "
                               "crédit ou vérifiez la facturation de votre compte OpenAI.");
+        QTest::newRow("retired model") << QStringLiteral("model_not_found") << retiredModel;
         QTest::newRow("rate limit")
             << QStringLiteral("rate_limit_exceeded")
             << QStringLiteral("La clé est acceptée, mais OpenAI refuse de produire une réponse "
@@ -185,6 +190,15 @@ private Q_SLOTS:
         QCOMPARE(outcomes.list, (QList<std::optional<QString>>{QStringLiteral(
                                     "L’IA signale une erreur (invalid_api_key). Vérifiez votre "
                                     "configuration.")}));
+
+        // The same refusal for the model instead: the key is not what is wrong.
+        outcomes.list.clear();
+        server->onEvent = [&](const QJsonObject&) {
+            server->sendEvent(ScriptedRealtimeServer::error(QStringLiteral("model_not_found")));
+        };
+        start(check);
+        QVERIFY(outcomes.waitForOne());
+        QCOMPARE(outcomes.list, (QList<std::optional<QString>>{retiredModel}));
         server->onEvent = nullptr;
     }
 
