@@ -41,6 +41,7 @@ AppModel::AppModel(AppDependencies dependencies, QObject* parent)
     m_interventionMicUID = d->settings.interventionMicUID().value_or(QString());
     m_interventionOutputUID = d->settings.interventionOutputUID().value_or(QString());
     wireDerivedNotifications();
+    replaceRetiredModel();
 
     setPhase(Phase::Paused);
     m_audioDiagnostic = QStringLiteral("Aucune conversation en cours");
@@ -166,7 +167,7 @@ void AppModel::wireDerivedNotifications()
     for (auto changed :
          {&AppModel::inputUIDChanged, &AppModel::outputUIDChanged, &AppModel::accessibilityChanged,
           &AppModel::micAllowedChanged, &AppModel::keyPresentChanged, &AppModel::aiVerifiedChanged,
-          &AppModel::devicesChanged})
+          &AppModel::devicesChanged, &AppModel::modelChanged})
         connect(this, changed, this, &AppModel::notifyReadiness);
     connect(this, &GuidedSetupState::routingConfirmedChanged, this, &AppModel::notifyReadiness);
     connect(this, &GuidedSetupState::validatedCallIDChanged, this, &AppModel::notifyReadiness);

@@ -8,6 +8,7 @@
 #include "records/AnsweringRules.h"
 #include "records/CallRecord.h"
 #include "records/ConversationUsage.h"
+#include "records/ModelCatalogue.h"
 #include "setup/Readiness.h"
 
 #include <QDateTime>
@@ -268,6 +269,10 @@ public:
     void setVoice(const QString& v);
     QString model() const { return m_model; }
     void setModel(const QString& v);
+    // The saved model's announced shutdown, when it has one.
+    std::optional<ModelRetirement> modelRetirement() const;
+    // Saves the successor of a model whose shutdown is announced (one click on the Agent page).
+    void adoptSuccessorModel();
     QString company() const { return m_company; }
     void setCompany(const QString& v) { m_company = v; }
     QString customInstructions() const { return m_customInstructions; }
@@ -398,6 +403,8 @@ private:
 
     Settings& settingsStore();
     void wireDerivedNotifications();
+    // At start: a saved model past its shutdown becomes its successor; one near it is noted.
+    void replaceRetiredModel();
     void notifyReadiness();
     void refreshPhoneApplication();
     void bindRealtimeCallbacks();

@@ -56,6 +56,7 @@ ReadinessState AppModel::readinessState() const
     s.testingMicrophone = m_testingMicrophone;
     s.observingRelay = m_observingRelay;
     s.model = m_model;
+    s.today = m_clock.now().date();
     s.testCallValidated = !m_validatedCallID.value().isNull();
     s.phoneApplicationVisible = m_phoneApplicationVisible;
     return s;

@@ -125,6 +125,41 @@ void AppModel::setModel(const QString& v)
         return;
     m_model = v;
     forgetAICheck();
+    if (const QString notice = setup::modelRetirementNotice(v.trimmed(), m_clock.now().date());
+        !notice.isEmpty())
+        event(notice);
+}
+
+std::optional<ModelRetirement> AppModel::modelRetirement() const
+{
+    return ModelCatalogue::retirement(m_model.value().trimmed(), m_clock.now().date());
+}
+
+void AppModel::adoptSuccessorModel()
+{
+    const auto retirement = modelRetirement();
+    if (!retirement || retirement->successor.isEmpty())
+        return;
+    setModel(retirement->successor);
+    saveSettings();
+}
+
+void AppModel::replaceRetiredModel()
+{
+    // A model past its shutdown cannot answer: the receptionist moves on to its successor.
+    const auto retirement = modelRetirement();
+    if (retirement && retirement->retired && !retirement->successor.isEmpty()) {
+        const QString retired = m_model.value().trimmed();
+        m_model = retirement->successor;
+        d->settings.saveGroup(
+            {m_inputUID, m_outputUID, m_voice, m_model, m_company, m_customInstructions});
+        event(setup::modelReplacedNotice(retired));
+        return;
+    }
+    if (const QString notice =
+            setup::modelRetirementNotice(m_model.value().trimmed(), m_clock.now().date());
+        !notice.isEmpty())
+        event(notice);
 }
 
 void AppModel::saveSettings()

@@ -1,6 +1,7 @@
 #include "setup/Readiness.h"
 
 #include "core/PlatformWording.h"
+#include "records/ModelCatalogue.h"
 
 namespace vemira::setup {
 
@@ -56,6 +57,36 @@ QString noPhoneApplicationMessage()
         "une autre application : vemira standby --phone-app NOM.");
 }
 
+QString modelRetirementLabel(const QString& model, const QDate& today)
+{
+    const auto retirement = ModelCatalogue::retirement(model, today);
+    if (!retirement || !retirement->soon || retirement->retired)
+        return QString();
+    return QStringLiteral("Passer au modèle ") + retirement->successor + QStringLiteral(" (") +
+           model + QStringLiteral(" s’arrête le ") + frenchDate(retirement->shutdown) +
+           QLatin1Char(')');
+}
+
+QString modelRetirementNotice(const QString& model, const QDate& today)
+{
+    const auto retirement = ModelCatalogue::retirement(model, today);
+    if (!retirement || !retirement->soon || retirement->retired)
+        return QString();
+    return QStringLiteral("Le modèle ") + model + QStringLiteral(" sera arrêté par OpenAI le ") +
+           frenchDate(retirement->shutdown) + QStringLiteral(" : passez à ") +
+           retirement->successor + QStringLiteral(" (page Agent).");
+}
+
+QString modelReplacedNotice(const QString& model)
+{
+    const RealtimeModelInfo* info = ModelCatalogue::find(model);
+    if (!info || !info->shutdown)
+        return QString();
+    return QStringLiteral("Le modèle ") + model +
+           QStringLiteral(" est arrêté par OpenAI depuis le ") + frenchDate(*info->shutdown) +
+           QStringLiteral(" : remplacé par ") + info->successor + QLatin1Char('.');
+}
+
 QStringList readinessIssues(const ReadinessState& state)
 {
     QStringList issues;
@@ -69,6 +100,9 @@ QStringList readinessIssues(const ReadinessState& state)
         issues << QStringLiteral("Autoriser l’accès audio");
     if (!state.routingConfirmed)
         issues << QStringLiteral("Configurer et tester le son");
+    if (const QString retiring = modelRetirementLabel(state.model.trimmed(), state.today);
+        !retiring.isEmpty())
+        issues << retiring;
     if (!state.keyPresent)
         issues << QStringLiteral("Enregistrer la clé IA");
     else if (!state.aiVerified)

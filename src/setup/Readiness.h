@@ -3,6 +3,7 @@
 #include "audio/SoundDevice.h"
 #include "core/AppError.h"
 
+#include <QDate>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -26,6 +27,8 @@ struct ReadinessState {
     bool testingMicrophone = false;
     bool observingRelay = false;
     QString model;
+    // The day it is, for the model's announced shutdown.
+    QDate today;
     // The guided setup's proof that a whole test call went through.
     bool testCallValidated = false;
     // A phone application where calls are looked for is running and readable (always true
@@ -54,6 +57,13 @@ namespace setup {
 // seen (Linux softphones).
 QString noPhoneApplicationLabel();
 QString noPhoneApplicationMessage();
+
+// The readiness label, and the session log's line, for a saved model whose shutdown is near;
+// empty when it is not (or has no announced shutdown).
+QString modelRetirementLabel(const QString& model, const QDate& today);
+QString modelRetirementNotice(const QString& model, const QDate& today);
+// The session log's line when the saved model, shut down, was replaced at start.
+QString modelReplacedNotice(const QString& model);
 
 // The action labels the main page lists under "Le standard ne peut pas encore répondre",
 // in display order; empty when everything is ready.

@@ -26,6 +26,29 @@ AgentPage::AgentPage(AppModel* model, QWidget* parent) : QWidget(parent), m_mode
     auto* layout = makeScrollingPage(this);
     auto* content = layout->parentWidget();
 
+    // The saved model's shutdown is near: its replacement in one click.
+    m_retiring = new QWidget(content);
+    auto* retiringRow = new QHBoxLayout(m_retiring);
+    retiringRow->setContentsMargins(0, 0, 0, 0);
+    m_retiringText = makeLabel(QString(), m_retiring);
+    m_adoptSuccessor = makeButton(QString(), m_retiring);
+    m_adoptSuccessor->setAccessibleName(QStringLiteral("Passer au modèle de remplacement"));
+    retiringRow->addWidget(m_retiringText, 1);
+    retiringRow->addWidget(m_adoptSuccessor);
+    layout->addWidget(m_retiring);
+    connect(m_adoptSuccessor, &QPushButton::clicked, m_model, &AppModel::adoptSuccessorModel);
+    bind(m_model, &AppModel::modelChanged, this, [this] {
+        const auto retirement = m_model->modelRetirement();
+        const bool shown = retirement && retirement->soon && !retirement->retired;
+        m_retiring->setVisible(shown);
+        if (!shown)
+            return;
+        m_retiringText->setText(QStringLiteral("OpenAI arrête le modèle ") + m_model->model() +
+                                QStringLiteral(" le ") + frenchDate(retirement->shutdown) +
+                                QStringLiteral(" : Vemira ne pourra plus répondre avec lui."));
+        m_adoptSuccessor->setText(QStringLiteral("Passer à ") + retirement->successor);
+    });
+
     auto* who = new Card(QStringLiteral("Votre entreprise"), content);
     auto* form = new QFormLayout;
     m_company = new QLineEdit(who);

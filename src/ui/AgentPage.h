@@ -38,6 +38,7 @@ public:
     QComboBox* voicePicker() const { return m_voice; }
     QPlainTextEdit* missionEditor() const { return m_mission; }
     QPushButton* saveButton() const { return m_save; }
+    QPushButton* adoptSuccessorButton() const { return m_adoptSuccessor; }
     AnsweringRulesCard* rulesCard() const { return m_rules; }
 
 Q_SIGNALS:
@@ -48,6 +49,9 @@ private:
     AppModel* m_model;
     AgentDraft m_draft;
     bool m_loading = false;
+    QWidget* m_retiring;
+    QLabel* m_retiringText;
+    QPushButton* m_adoptSuccessor;
     QLineEdit* m_company;
     QComboBox* m_template;
     QPushButton* m_useExample;

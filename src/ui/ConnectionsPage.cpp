@@ -10,6 +10,7 @@
 #include "ui/UiTexts.h"
 #include "ui/Widgets.h"
 
+#include <QAbstractListModel>
 #include <QComboBox>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -20,6 +21,35 @@
 #include <QVBoxLayout>
 
 namespace vemira::ui {
+
+namespace {
+
+// The model picker's list: each current model with a word on its cost; choosing one writes its
+// bare name in the field (an editable combo box shows the edit role there).
+class CurrentModels final : public QAbstractListModel {
+public:
+    using QAbstractListModel::QAbstractListModel;
+    int rowCount(const QModelIndex& parent) const override
+    {
+        return parent.isValid() ? 0 : int(m_models.size());
+    }
+    QVariant data(const QModelIndex& index, int role) const override
+    {
+        if (!index.isValid() || index.row() >= m_models.size())
+            return {};
+        const RealtimeModelInfo& info = m_models.at(index.row());
+        if (role == Qt::EditRole)
+            return info.name;
+        if (role == Qt::DisplayRole || role == Qt::AccessibleTextRole)
+            return info.name + QStringLiteral(" — ") + info.cost;
+        return {};
+    }
+
+private:
+    QList<RealtimeModelInfo> m_models = ModelCatalogue::current();
+};
+
+} // namespace
 
 namespace {
 
@@ -80,8 +110,17 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     m_keyState->setAccessibleName(QStringLiteral("État de la clé"));
     ai->body()->addWidget(m_keyState);
     auto* form = new QFormLayout;
-    m_modelName = new QLineEdit(ai);
-    form->addRow(rowLabel(QStringLiteral("&Modèle IA :"), m_modelName, ai), m_modelName);
+    // The provider's current models, and any other name typed in.
+    m_modelName = new QComboBox(ai);
+    m_modelName->setEditable(true);
+    m_modelName->setInsertPolicy(QComboBox::NoInsert);
+    m_modelName->setModel(new CurrentModels(m_modelName));
+    m_modelCost = makeLabel(QString(), ai);
+    Theme::styleSecondary(m_modelCost);
+    auto* modelColumn = new QVBoxLayout;
+    modelColumn->addWidget(m_modelName);
+    modelColumn->addWidget(m_modelCost);
+    form->addRow(rowLabel(QStringLiteral("&Modèle IA :"), m_modelName, ai), modelColumn);
     ai->body()->addLayout(form);
     auto* verifyRow = new QHBoxLayout;
     m_verify = makeButton(QStringLiteral("&Vérifier la connexion IA"), ai);
@@ -210,10 +249,12 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     connect(m_key, &QLineEdit::returnPressed, m_saveKey, &QPushButton::click);
     connect(m_deleteKey, &QPushButton::clicked, m_model, &AppModel::deleteKey);
     connect(m_verify, &QPushButton::clicked, this, [this] { m_model->verifyAI(false); });
-    connect(m_modelName, &QLineEdit::editingFinished, this, [this] {
-        if (m_modelName->text() != m_model->model())
-            m_model->setModel(m_modelName->text());
-    });
+    const auto takeModel = [this] {
+        if (m_modelName->currentText() != m_model->model())
+            m_model->setModel(m_modelName->currentText());
+    };
+    connect(m_modelName->lineEdit(), &QLineEdit::editingFinished, this, takeModel);
+    connect(m_modelName, &QComboBox::activated, this, takeModel);
     connect(m_input, &QComboBox::currentIndexChanged, this,
             [this] { m_model->setInputUID(m_input->currentData().toString()); });
     connect(m_output, &QComboBox::currentIndexChanged, this,
@@ -249,8 +290,16 @@ ConnectionsPage::ConnectionsPage(AppModel* model, GuidedSetup* setup, QWidget* p
     bind(m_model, &AppModel::checkingAIChanged, this,
          [this] { m_verify->setEnabled(!m_model->checkingAI()); });
     bind(m_model, &AppModel::modelChanged, this, [this] {
-        if (m_modelName->text() != m_model->model())
-            m_modelName->setText(m_model->model());
+        if (m_modelName->currentText() != m_model->model())
+            m_modelName->setCurrentText(m_model->model());
+        const RealtimeModelInfo* info = ModelCatalogue::find(m_model->model().trimmed());
+        m_modelCost->setText(
+            !info ? QStringLiteral("Hors de la liste d’OpenAI connue de Vemira : "
+                                   "coût non estimé.")
+            : info->shutdown
+                ? QStringLiteral("Arrêt annoncé le ") + frenchDate(*info->shutdown) +
+                      QStringLiteral(" : choisissez ") + info->successor + QLatin1Char('.')
+                : QStringLiteral("Coût : ") + info->cost + QLatin1Char('.'));
     });
     bind(m_model, &AppModel::devicesChanged, this, &ConnectionsPage::refreshDevices);
     connect(m_model, &AppModel::inputUIDChanged, this, &ConnectionsPage::refreshDevices);

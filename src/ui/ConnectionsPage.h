@@ -30,6 +30,7 @@ public:
     QPushButton* saveKeyButton() const { return m_saveKey; }
     QPushButton* deleteKeyButton() const { return m_deleteKey; }
     QPushButton* verifyButton() const { return m_verify; }
+    QComboBox* modelPicker() const { return m_modelName; }
     QComboBox* inputPicker() const { return m_input; }
     QComboBox* outputPicker() const { return m_output; }
     QComboBox* interventionMicPicker() const { return m_micPicker; }
@@ -54,7 +55,8 @@ private:
     QLabel* m_keyState;
     QPushButton* m_verify;
     QLabel* m_aiStatus;
-    QLineEdit* m_modelName;
+    QComboBox* m_modelName;
+    QLabel* m_modelCost;
     QComboBox* m_input;
     QComboBox* m_output;
     QLabel* m_routing;

@@ -3,8 +3,10 @@
 
 #include "AppRig.h"
 #include "core/PlatformWording.h"
+#include "records/Settings.h"
 
 #include <QTest>
+#include <algorithm>
 
 using namespace vemira;
 using namespace vemira::testing;
@@ -42,6 +44,57 @@ private Q_SLOTS:
         QCOMPARE(log.first(), QStringLiteral("10:29 · ligne 60"));
         QCOMPARE(log.last(), QStringLiteral("09:40 · ligne 11"));
         QVERIFY(!log.contains(before.value(0, QStringLiteral("∅"))));
+    }
+
+    void aRetiringModelIsFlaggedThenReplacedAtStart_data()
+    {
+        QTest::addColumn<QDate>("today");
+        QTest::addColumn<QString>("issue"); // in the readiness list, and so in the log
+        QTest::addColumn<QString>("modelAtStart");
+        QTest::addColumn<QString>("logLine");
+        // gpt-realtime is shut down on 20 January 2027; gpt-realtime-2.1 replaces it.
+        QTest::newRow("31 days before")
+            << QDate(2026, 12, 20) << QString() << QStringLiteral("gpt-realtime") << QString();
+        QTest::newRow("30 days before")
+            << QDate(2026, 12, 21)
+            << QStringLiteral("Passer au modèle gpt-realtime-2.1 (gpt-realtime s’arrête le 20 "
+                              "janvier 2027)")
+            << QStringLiteral("gpt-realtime")
+            << QStringLiteral("Le modèle gpt-realtime sera arrêté par OpenAI le 20 janvier 2027 "
+                              ": passez à gpt-realtime-2.1 (page Agent).");
+        QTest::newRow("the day") << QDate(2027, 1, 20) << QString()
+                                 << QStringLiteral("gpt-realtime-2.1")
+                                 << QStringLiteral("Le modèle gpt-realtime est arrêté par OpenAI "
+                                                   "depuis le 20 janvier 2027 : remplacé par "
+                                                   "gpt-realtime-2.1.");
+    }
+
+    void aRetiringModelIsFlaggedThenReplacedAtStart()
+    {
+        QFETCH(QDate, today);
+        QFETCH(QString, issue);
+        QFETCH(QString, modelAtStart);
+        QFETCH(QString, logLine);
+        ModelRig rig;
+        Settings(rig.settingsFile())
+            .saveGroup({QString(), QString(), QStringLiteral("marin"),
+                        QStringLiteral("gpt-realtime"), QStringLiteral("SCI des Brumaires"),
+                        QString()});
+        rig.clock.advance(double(rig.clock.now().date().daysTo(today)) * 86400);
+        rig.model = std::make_unique<AppModel>(rig.fakeDependencies());
+
+        QCOMPARE(rig.model->model(), modelAtStart);
+        QCOMPARE(Settings(rig.settingsFile()).group().model, modelAtStart);
+        QCOMPARE(rig.model->readinessIssues().contains(issue), !issue.isEmpty());
+        const bool logged =
+            std::any_of(rig.model->log().cbegin(), rig.model->log().cend(),
+                        [&](const QString& line) { return line.endsWith(logLine); });
+        QCOMPARE(logged, !logLine.isEmpty());
+
+        // One click moves to the replacement, saved, and the readiness line goes.
+        rig.model->adoptSuccessorModel();
+        QCOMPARE(Settings(rig.settingsFile()).group().model, QStringLiteral("gpt-realtime-2.1"));
+        QVERIFY(!rig.model->readinessIssues().join(u'\n').contains(QStringLiteral("modèle")));
     }
 
     void theAccessibilityPromptIsAskedOnceARun()

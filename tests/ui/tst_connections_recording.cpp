@@ -118,6 +118,21 @@ private Q_SLOTS:
         QVERIFY(waitFor([&] { return rig.model->aiVerified(); }));
         QVERIFY(hasLabel(page, QStringLiteral("Connexion IA vérifiée")));
 
+        // The model picker: current models with a word on their cost; choosing one writes its
+        // bare name, and any other name can still be typed.
+        QComboBox* models = page->modelPicker();
+        QCOMPARE(models->itemData(0, Qt::DisplayRole).toString(),
+                 QStringLiteral("gpt-realtime-2.1 — recommandé"));
+        const int mini = models->findData(QStringLiteral("gpt-realtime-2.1-mini"), Qt::EditRole);
+        QVERIFY(mini > 0);
+        models->setCurrentIndex(mini);
+        Q_EMIT models->activated(mini);
+        QCOMPARE(rig.model->model(), QStringLiteral("gpt-realtime-2.1-mini"));
+        QVERIFY(hasLabel(page, QStringLiteral("Coût : économique.")));
+        models->lineEdit()->setText(QStringLiteral("gpt-realtime-9"));
+        Q_EMIT models->lineEdit()->editingFinished();
+        QCOMPARE(rig.model->model(), QStringLiteral("gpt-realtime-9"));
+
         page->deleteKeyButton()->click();
         QVERIFY(!rig.model->keyPresent());
         QVERIFY(!QFile::exists(DataFolder(rig.dir.path()).credentialsFolder() +
