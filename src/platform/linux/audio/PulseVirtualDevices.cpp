@@ -4,6 +4,7 @@
 #include "platform/linux/audio/PulseConnection.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QList>
 #include <QSaveFile>
@@ -93,6 +94,26 @@ const SinkFacts* find(const Survey& survey, const QString& uid)
             return &sink;
     }
     return nullptr;
+}
+
+// The server acknowledges a module's unloading before the sink is gone (PulseAudio defers it) and,
+// on pipewire-pulse, its loading before the sink is listed: until the list agrees, a create right
+// after a remove would skip a device on its way out, and a check would miss a new one. Each survey
+// is a round trip, which lets the server finish the deferred work. Caller holds the lock.
+void awaitListed(PulseConnection& server, bool listed)
+{
+    QElapsedTimer elapsed;
+    elapsed.start();
+    while (elapsed.elapsed() < requestTimeoutMs) {
+        Survey now;
+        if (!survey(server, now))
+            return;
+        bool settled = true;
+        for (const Device& device : devices())
+            settled = settled && (find(now, device.uid) != nullptr) == listed;
+        if (settled)
+            return;
+    }
 }
 
 struct Outcome {
@@ -248,6 +269,8 @@ Status PulseVirtualDevices::create()
             break;
         }
     }
+    if (!failure)
+        awaitListed(*server, true);
     keepDefaults(*server, before);
     return failure;
 }
@@ -279,6 +302,8 @@ Status PulseVirtualDevices::remove()
                 server->lastStatus());
         }
     }
+    if (!failure)
+        awaitListed(*server, false);
     keepDefaults(*server, before);
     return failure;
 }
