@@ -79,6 +79,8 @@ class AccessibilityElement {
 public:
     virtual ~AccessibilityElement() = default;
 
+    // Whether `other` stands for the same element of the same application; asks nothing.
+    virtual bool sameAs(const AccessibilityElement& other) const { return this == &other; }
     // Bounds each following request on this element (seconds).
     virtual void setMessagingTimeout(double seconds) = 0;
     // The process that shows the element; 0 when the backend cannot tell.
@@ -141,6 +143,15 @@ public:
     // bounds them. Empty: no bound. The default backend makes no such requests.
     // NOLINTNEXTLINE(performance-unnecessary-value-param): a sink, moved from by overriders.
     virtual void setDeadline(std::function<bool()> /*timeRemains*/) {}
+    // How many changes of structure the platform reported so far in the application of
+    // `root` (elements added or removed, shown or hidden, enabled or disabled, windows opened
+    // or closed), or with a null `root` in the list of applications: an unchanged count means
+    // nothing moved there. Absent when the platform reports no such changes: then anything
+    // may have moved since the last look.
+    virtual std::optional<quint64> structureChanges(AccessibilityElement* /*root*/)
+    {
+        return std::nullopt;
+    }
     // True when the platform knows where to find the application (it may not be running).
     virtual bool canOpenApplication(const QString& applicationId) = 0;
     // Launches or brings forward the application with activation; `done` runs on the main

@@ -83,8 +83,122 @@ std::vector<PhoneAutomation::Root> PhoneAutomation::roots()
     return found;
 }
 
+// The list of applications is taken again when it may have changed.
+std::vector<PhoneAutomation::Sight>& PhoneAutomation::look()
+{
+    const std::optional<quint64> listChanges = m_accessibility.structureChanges(nullptr);
+    const bool moved = m_listed && listChanges != m_listChanges;
+    if (m_listTrusted && listChanges && !moved)
+        return m_sights;
+    // An application listed again keeps what was seen of it. One that appeared while the list
+    // changed may still be building its windows: its first walk is one of a changing tree.
+    std::vector<Sight> sights;
+    for (Root& root : roots()) {
+        const auto kept = std::find_if(m_sights.begin(), m_sights.end(), [&](const Sight& s) {
+            return s.root.element && s.root.profile == root.profile &&
+                   s.root.element->sameAs(*root.element);
+        });
+        if (kept != m_sights.end())
+            sights.push_back(std::move(*kept));
+        else
+            sights.push_back(
+                {std::move(root), std::nullopt, m_listed, false, false, 0, {}, {}, {}});
+    }
+    m_sights = std::move(sights);
+    // A list taken while it changed may lack an application still registering: taken again.
+    m_listTrusted = listChanges && !moved;
+    m_listChanges = listChanges;
+    m_listed = true;
+    return m_sights;
+}
+
+// Each application is looked at when the search reaches it: one found ringing spares the
+// walks of those after it. The background walk goes on only in the standby's search for a
+// ring (`sliced`), once a tick.
+PhoneAutomation::Sight& PhoneAutomation::see(Sight& sight, bool sliced)
+{
+    const std::optional<quint64> changes =
+        m_accessibility.structureChanges(sight.root.element.get());
+    const bool moved = !changes || (sight.walked && changes != sight.changes);
+    if (moved || !sight.trusted || sight.stale) {
+        sight.background.reset();
+        Walk walk(sight.root.element);
+        while (step(walk, *sight.root.profile)) {
+        }
+        const bool whole = isWhole(walk);
+        adopt(sight, std::move(walk));
+        sight.changes = changes;
+        sight.trusted = whole && changes && !moved;
+        return sight;
+    }
+    if (!sliced)
+        return sight;
+    if (!sight.background && m_clock.uptime() - sight.walkedAt >= kFullLookSeconds)
+        sight.background.emplace(sight.root.element);
+    if (sight.background) {
+        const double sliceEnd = m_clock.uptime() + kSliceSeconds;
+        bool going = true;
+        while (going && m_clock.uptime() < sliceEnd)
+            going = step(*sight.background, *sight.root.profile);
+        if (!going) {
+            Walk walk = std::move(*sight.background);
+            sight.background.reset();
+            const bool whole = isWhole(walk);
+            adopt(sight, std::move(walk));
+            sight.trusted = whole;
+        }
+    }
+    return sight;
+}
+
+// An application without any window is more likely one too busy to list them (a softphone
+// starting to ring): looking again costs a request or two.
+bool PhoneAutomation::isWhole(const Walk& walk) const
+{
+    return walk.stack.empty() && walk.listed > 1 && timeRemains();
+}
+
 // Depth-first with an explicit stack: the last child pushed is visited first, so siblings
-// come last to first. Elements at the depth limit are listed but not opened.
+// come last to first. Elements at the depth limit are listed but not opened. Roles and
+// labels are read once here.
+bool PhoneAutomation::step(Walk& walk, const SoftphoneProfile& profile)
+{
+    if (walk.stack.empty() || walk.listed >= kMaxElementsPerRoot || !timeRemains())
+        return false;
+    Entry entry = std::move(walk.stack.back());
+    walk.stack.pop_back();
+    ++walk.listed;
+    if (entry.depth < kMaxDepth && timeRemains()) {
+        entry.element->setMessagingTimeout(kReadTimeout);
+        for (AccessibilityElementPtr& child : entry.element->children()) {
+            if (child)
+                walk.stack.push_back({std::move(child), entry.depth + 1,
+                                      entry.depth == 0 ? walk.windows++ : entry.window});
+        }
+    }
+    if (!isButton(*entry.element))
+        return true;
+    const QStringList read = labels(*entry.element);
+    if (anyIn(read, profile.answerLabels))
+        walk.answers.push_back(entry);
+    if (anyIn(read, profile.hangUpLabels))
+        walk.hangUps.push_back(entry);
+    if ((profile.unnamedAnswer || profile.unnamedHangUp) && read.isEmpty())
+        walk.unnamed.push_back(entry);
+    return true;
+}
+
+void PhoneAutomation::adopt(Sight& sight, Walk&& walk)
+{
+    walk.stack.clear();
+    sight.seen = std::move(walk);
+    sight.surroundings.clear();
+    sight.walked = true;
+    sight.stale = false;
+    sight.walkedAt = m_clock.uptime();
+}
+
+// In step()'s order, every element kept: the surroundings of an offer.
 std::vector<PhoneAutomation::Entry> PhoneAutomation::walk(const AccessibilityElementPtr& root)
 {
     std::vector<Entry> result;
@@ -226,30 +340,29 @@ AccessibilityElementPtr PhoneAutomation::unnamedButton(const std::vector<Entry>&
     return nullptr;
 }
 
-// Named buttons are taken in walk order as they are met, so a search stops at the first
-// that `take` accepts; buttons known only by their place come after the walk.
+// Named buttons are taken in walk order, each read again first: one that no longer matches
+// (renamed, or gone: a vanished element reads as nothing) is never taken, and makes the tree
+// stale: the callers walk it again and search once more. Buttons known only by their place
+// come after.
 bool PhoneAutomation::findButton(
-    const Root& root, Kind kind,
-    const std::function<bool(const AccessibilityElementPtr&, bool)>& take)
+    Sight& sight, Kind kind, const std::function<bool(const AccessibilityElementPtr&, bool)>& take)
 {
-    const SoftphoneProfile& profile = *root.profile;
+    const SoftphoneProfile& profile = *sight.root.profile;
     const QStringList& table = kind == Kind::Answer ? profile.answerLabels : profile.hangUpLabels;
     const std::optional<UnnamedButtonRule>& rule =
         kind == Kind::Answer ? profile.unnamedAnswer : profile.unnamedHangUp;
-    std::vector<Entry> unnamed;
-    for (const Entry& entry : walk(root.element)) {
-        if (!isButton(*entry.element))
+    for (const Entry& entry : kind == Kind::Answer ? sight.seen.answers : sight.seen.hangUps) {
+        if (!anyIn(labels(*entry.element), table)) {
+            sight.stale = true;
             continue;
-        const QStringList read = labels(*entry.element);
-        if (anyIn(read, table)) {
-            if (usable(*entry.element, profile, false) && take(entry.element, false))
-                return true;
-        } else if (rule && read.isEmpty()) {
-            unnamed.push_back(entry);
         }
+        if (usable(*entry.element, profile, false) && take(entry.element, false))
+            return true;
     }
-    if (rule && !unnamed.empty()) {
-        if (AccessibilityElementPtr button = unnamedButton(unnamed, *rule, profile))
+    // A nameless button is checked again where it counts: enabled and showing here, and
+    // still nameless before it is pressed.
+    if (rule && !sight.seen.unnamed.empty()) {
+        if (AccessibilityElementPtr button = unnamedButton(sight.seen.unnamed, *rule, profile))
             return take(button, true);
     }
     return false;
@@ -257,12 +370,22 @@ bool PhoneAutomation::findButton(
 
 // The caller: the profile's caller text when it has one (the topmost such text that is
 // not empty), else every text around the offer. A SIP address gives a name and a number.
-std::optional<IncomingCall> PhoneAutomation::offer(const SoftphoneProfile& profile,
+// The elements around a button are found once; their texts are read each time.
+std::optional<IncomingCall> PhoneAutomation::offer(Sight& sight,
                                                    const AccessibilityElementPtr& button)
 {
+    const SoftphoneProfile& profile = *sight.root.profile;
+    auto around = std::find_if(sight.surroundings.begin(), sight.surroundings.end(),
+                               [&](const auto& s) { return s.first == button; });
+    if (around == sight.surroundings.end()) {
+        std::vector<AccessibilityElementPtr> near = descendants(offerContainer(button));
+        if (!timeRemains())
+            sight.trusted = false;
+        around = sight.surroundings.insert(sight.surroundings.end(), {button, std::move(near)});
+    }
     QStringList gathered;
     std::optional<std::pair<int, QString>> callerText;
-    for (const AccessibilityElementPtr& near : descendants(offerContainer(button))) {
+    for (const AccessibilityElementPtr& near : around->second) {
         const QStringList read = labels(*near);
         gathered.append(read);
         if (profile.callerTextNames.isEmpty() || read.size() < 2 ||
@@ -297,14 +420,16 @@ std::optional<IncomingCall> PhoneAutomation::incoming()
         return std::nullopt;
     startBudget();
     std::optional<IncomingCall> call;
-    for (const Root& root : roots()) {
-        const bool found = findButton(root, Kind::Answer,
-                                      [&](const AccessibilityElementPtr& button, bool unnamed) {
-                                          call = offer(*root.profile, button);
-                                          if (call)
-                                              call->unnamedButton = unnamed;
-                                          return call.has_value();
-                                      });
+    for (Sight& sight : look()) {
+        const auto take = [&](const AccessibilityElementPtr& button, bool unnamed) {
+            call = offer(sight, button);
+            if (call)
+                call->unnamedButton = unnamed;
+            return call.has_value();
+        };
+        // A remembered button that no longer reads as one: the tree changed unreported.
+        const bool found = findButton(see(sight, true), Kind::Answer, take) ||
+                           (sight.stale && findButton(see(sight, false), Kind::Answer, take));
         if (found)
             break;
     }
@@ -338,14 +463,16 @@ Status PhoneAutomation::answer(const IncomingCall& call)
 std::pair<AccessibilityElementPtr, QString> PhoneAutomation::firstHangUpButton()
 {
     std::pair<AccessibilityElementPtr, QString> found{nullptr, QString()};
-    for (const Root& root : roots()) {
+    for (Sight& sight : look()) {
+        const QString& name = sight.root.profile->name;
         if (found.second.isEmpty())
-            found.second = root.profile->name;
-        const bool pressable =
-            findButton(root, Kind::HangUp, [&](const AccessibilityElementPtr& button, bool) {
-                found = {button, root.profile->name};
-                return true;
-            });
+            found.second = name;
+        const auto take = [&](const AccessibilityElementPtr& button, bool) {
+            found = {button, name};
+            return true;
+        };
+        const bool pressable = findButton(see(sight, false), Kind::HangUp, take) ||
+                               (sight.stale && findButton(see(sight, false), Kind::HangUp, take));
         if (pressable)
             break;
     }
@@ -382,6 +509,9 @@ bool PhoneAutomation::anyApplicationVisible()
     if (!m_accessibility.isTrusted())
         return false;
     startBudget();
+    const std::optional<quint64> listChanges = m_accessibility.structureChanges(nullptr);
+    if (m_listTrusted && listChanges && listChanges == m_listChanges)
+        return !m_sights.empty();
     return !roots().empty();
 }
 

@@ -18,9 +18,17 @@ namespace vemira {
 // tree. Every operation is synchronous, runs on the main thread and reads nothing more
 // once its 1.0 s budget is spent, so a hung or huge foreign interface cannot freeze us.
 // What differs between phone applications comes from their profiles.
+// A walk of a whole tree costs hundreds of requests: the buttons that matter and the texts
+// around an offer are remembered per application and only they are read again. A tree is
+// walked again at once when the platform reports a change of structure there (or cannot
+// report any), and once more at the next look, a tree caught changing having perhaps
+// answered only in part. kFullLookSeconds after its last walk it is walked again in the
+// background as well, kSliceSeconds per search for a ring, in case a change went unreported.
 class PhoneAutomation {
 public:
     static constexpr double kBudgetSeconds = 1.0;
+    static constexpr double kFullLookSeconds = 10.0;
+    static constexpr double kSliceSeconds = 0.002;
     static constexpr double kRootTimeout = 0.15;
     static constexpr double kReadTimeout = 0.03;
     // A press makes the application act before it answers: it gets far longer than a read.
@@ -64,11 +72,43 @@ private:
         const SoftphoneProfile* profile;
         AccessibilityElementPtr element;
     };
+    // A walk of one tree, made in one go or a slice at a time: the buttons that matter, in
+    // walk order.
+    struct Walk {
+        Walk() = default;
+        explicit Walk(AccessibilityElementPtr root) : stack{{std::move(root), 0, -1}} {}
+        std::vector<Entry> stack;
+        int listed = 0;
+        int windows = 0;
+        std::vector<Entry> answers, hangUps, unnamed;
+    };
+    // What one application showed at its last walk.
+    struct Sight {
+        Root root;
+        std::optional<quint64> changes; // the platform's count before the walk
+        bool walked = false;            // or listed while the applications changed: walked again
+        bool trusted = false;           // walked to the end while standing still
+        bool stale = false;             // a remembered button no longer read as one
+        double walkedAt = 0;
+        Walk seen;
+        std::optional<Walk> background;
+        // The elements around each answer button that was taken for an offer.
+        std::vector<std::pair<AccessibilityElementPtr, std::vector<AccessibilityElementPtr>>>
+            surroundings;
+    };
     enum class Kind { Answer, HangUp };
 
     bool timeRemains() const;
     void startBudget();
     std::vector<Root> roots();
+    // The remembered applications, listed again when the list may have changed.
+    std::vector<Sight>& look();
+    Sight& see(Sight& sight, bool sliced);
+    // One element of a walk: its children, then its role and labels. False once it is over.
+    bool step(Walk& walk, const SoftphoneProfile& profile);
+    void adopt(Sight& sight, Walk&& walk);
+    // Walked to the end within the budget.
+    bool isWhole(const Walk& walk) const;
     std::vector<Entry> walk(const AccessibilityElementPtr& root);
     std::vector<AccessibilityElementPtr> descendants(const AccessibilityElementPtr& root);
     QStringList labels(AccessibilityElement& element);
@@ -78,10 +118,9 @@ private:
     AccessibilityElementPtr unnamedButton(const std::vector<Entry>& unnamed,
                                           const UnnamedButtonRule& rule,
                                           const SoftphoneProfile& profile);
-    bool findButton(const Root& root, Kind kind,
+    bool findButton(Sight& sight, Kind kind,
                     const std::function<bool(const AccessibilityElementPtr&, bool unnamed)>& take);
-    std::optional<IncomingCall> offer(const SoftphoneProfile& profile,
-                                      const AccessibilityElementPtr& button);
+    std::optional<IncomingCall> offer(Sight& sight, const AccessibilityElementPtr& button);
     // The button and the name of the application it belongs to (the first application
     // seen when there is no button).
     std::pair<AccessibilityElementPtr, QString> firstHangUpButton();
@@ -90,6 +129,10 @@ private:
     Clock& m_clock;
     std::vector<SoftphoneProfile> m_profiles;
     double m_deadline = 0;
+    std::vector<Sight> m_sights;
+    std::optional<quint64> m_listChanges; // the platform's count before the last listing
+    bool m_listed = false;
+    bool m_listTrusted = false;
 };
 
 } // namespace vemira

@@ -83,11 +83,14 @@ public:
         return trusted;
     }
     std::vector<AccessibilityElementPtr> applicationRoots(const QStringList& ids) override;
+    std::optional<quint64> structureChanges(AccessibilityElement*) override { return changes; }
     bool canOpenApplication(const QString& id) override { return knownApplications.contains(id); }
     void openApplication(const QString& id, std::function<void()> done) override;
 
     bool trusted = true;
     int trustRequests = 0;
+    std::optional<quint64> changes; // one count for every application and their list
+
     std::vector<std::pair<QString, FakeElementPtr>> running;
     QStringList knownApplications;
     QStringList opened;

@@ -284,6 +284,57 @@ private Q_SLOTS:
         QVERIFY(!a.incoming());
     }
 
+    // Where the platform reports changes, a tree is walked once, then only what matters in it
+    // is read again (its texts included) until a change is reported or the look is old; a
+    // remembered button that no longer reads as one is never taken.
+    void aTreeIsWalkedAgainOnlyWhenItMayHaveChanged()
+    {
+        platform.changes = 0;
+        FakeElementPtr contacts = phone->add(axrole::window());
+        contacts->log = std::make_shared<FakeReadLog>();
+        for (int i = 0; i < 50; ++i)
+            contacts->add(text(), QStringLiteral("Contact %1").arg(i));
+        PhoneAutomation a = automation();
+        QVERIFY(!a.incoming());
+        int reads = contacts->log->reads;
+        QVERIFY(reads > 0);
+        QVERIFY(!a.incoming());
+        QCOMPARE(contacts->log->reads, reads);
+
+        CallBanner ring = addCallBanner(phone, {QStringLiteral("Appel entrant")});
+        FakeElementPtr number = ring.banner->add(text(), QStringLiteral("06 12 34 56 78"));
+        QVERIFY(!a.incoming());
+        clock.advance(PhoneAutomation::kFullLookSeconds);
+        QCOMPARE(a.incoming()->caller, QStringLiteral("06 12 34 56 78"));
+        // A tree caught changing may answer in part: it is walked once more at the next look.
+        FakeElementPtr window = phone->kids.back();
+        phone->kids.pop_back();
+        platform.changes = 1;
+        QVERIFY(!a.incoming());
+        phone->add(window);
+        QVERIFY(a.incoming());
+        reads = contacts->log->reads;
+        number->title = QStringLiteral("07 00 00 00 01");
+        QCOMPARE(a.incoming()->caller, QStringLiteral("07 00 00 00 01"));
+        QCOMPARE(contacts->log->reads, reads);
+
+        // Renamed unreported: never taken, and the tree is looked at again at once.
+        const IncomingCall call = *a.incoming();
+        ring.answerButton->title = QStringLiteral("Rappeler");
+        CallBanner other = addCallBanner(phone, {QStringLiteral("Appel entrant")});
+        QCOMPARE(a.incoming()->button.get(), other.answerButton.get());
+        phone->kids.pop_back();
+        other.answerButton->title.reset();
+        ring.answerButton->title = QStringLiteral("Décrocher");
+        QCOMPARE(a.incoming()->button.get(), ring.answerButton.get());
+        // Gone from the tree, unreported: the element reads as nothing.
+        phone->kids.pop_back();
+        ring.answerButton->title.reset();
+        QVERIFY(!a.incoming());
+        QVERIFY(a.answer(call));
+        QCOMPARE(ring.answerButton->pressCount, 0);
+    }
+
     void sixHundredElementsPerRootAtMost()
     {
         // The root counts, then 598 fillers, then the button visited last: 600 listed.

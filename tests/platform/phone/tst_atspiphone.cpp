@@ -105,6 +105,11 @@ private Q_SLOTS:
         QVERIFY(!phone.hasActiveCall());
         QVERIFY(!elsewhere.incoming()); // not one of the default softphones
 
+        // The window's changes are reported, so the call search knows when to look again.
+        const AccessibilityElementPtr root = m_accessibility->applicationRoots({kPhoneName}).at(0);
+        const std::optional<quint64> unchanged = m_accessibility->structureChanges(root.get());
+        QVERIFY(unchanged);
+
         // A loaded machine may let one 30 ms request expire; the standby tick would simply
         // try again, and so does this test, a few times at most.
         Status answered = phone.answer(*call);
@@ -112,6 +117,8 @@ private Q_SLOTS:
             answered = phone.answer(*call);
         QCOMPARE(answered, Status());
         QVERIFY(phoneReports("talking"));
+        QVERIFY(
+            eventually([&] { return m_accessibility->structureChanges(root.get()) != unchanged; }));
         QVERIFY(eventually([&] { return phone.hasActiveCall(); }));
         QVERIFY(!phone.incoming());
         // The offer's button is gone: answering it again presses nothing.

@@ -1,5 +1,7 @@
 #include "platform/linux/phone/AtspiAccessibility.h"
 
+#include "platform/linux/phone/AtspiChangeWatch.h"
+
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
@@ -70,6 +72,12 @@ QString axRole(AtspiRole role)
     }
 }
 
+QString applicationBusName(AtspiAccessible* accessible)
+{
+    const AtspiApplication* app = accessible->parent.app;
+    return app && app->bus_name ? QString::fromUtf8(app->bus_name) : QString();
+}
+
 // Bounds one press (seconds); see press().
 constexpr double kPressTimeout = 0.5;
 // Bounds each request of the application listing (ms), as a root's requests are bounded.
@@ -77,6 +85,16 @@ constexpr int kListTimeoutMs = 150;
 
 class AtspiElement final : public AccessibilityElement {
 public:
+    // The application's unique name on the accessibility bus: its events come from there.
+    QString busName() const { return applicationBusName(m_accessible); }
+
+    bool sameAs(const AccessibilityElement& other) const override
+    {
+        const auto* element = dynamic_cast<const AtspiElement*>(&other);
+        return element && busName() == element->busName() &&
+               qstrcmp(m_accessible->parent.path, element->m_accessible->parent.path) == 0;
+    }
+
     AtspiElement(AtspiAccessible* accessible, AtspiAccessibility::Deadline deadline)
         : m_accessible(accessible), m_deadline(std::move(deadline))
     {}
@@ -358,9 +376,85 @@ void ignoreObjectEvents()
     dbus_connection_flush(bus);
 }
 
+QString accessibilityBusAddress()
+{
+    QString fromEnv = qEnvironmentVariable("AT_SPI_BUS_ADDRESS");
+    if (!fromEnv.isEmpty())
+        return fromEnv;
+    QDBusMessage ask = QDBusMessage::createMethodCall(
+        QStringLiteral("org.a11y.Bus"), QStringLiteral("/org/a11y/bus"),
+        QStringLiteral("org.a11y.Bus"), QStringLiteral("GetAddress"));
+    const QDBusReply<QString> reply = QDBusConnection::sessionBus().call(ask, QDBus::Block, 2000);
+    return reply.isValid() ? reply.value() : QString();
+}
+
 } // namespace
 
+ChangeWatch::ChangeWatch(const QString& address)
+    : m_name(QStringLiteral("vemira-atspi-changes-%1").arg(quintptr(this)))
+{
+    QDBusConnection bus = QDBusConnection::connectToBus(address, m_name);
+    if (!bus.isConnected() || !bus.interface())
+        return;
+    bool connected = true;
+    for (const auto& [interface, member] :
+         {std::pair{"org.a11y.atspi.Event.Object", "ChildrenChanged"},
+          std::pair{"org.a11y.atspi.Event.Object", "StateChanged"},
+          std::pair{"org.a11y.atspi.Event.Window", "Create"},
+          std::pair{"org.a11y.atspi.Event.Window", "Destroy"}})
+        connected = bus.connect({}, {}, QString::fromLatin1(interface), QString::fromLatin1(member),
+                                this, SLOT(changed(QDBusMessage))) &&
+                    connected;
+    // Applications send only the events some listener registered for.
+    bool registered = true;
+    for (const char* event :
+         {"object:children-changed", "object:state-changed", "window:create", "window:destroy"}) {
+        QDBusMessage add = QDBusMessage::createMethodCall(
+            QStringLiteral("org.a11y.atspi.Registry"), QStringLiteral("/org/a11y/atspi/registry"),
+            QStringLiteral("org.a11y.atspi.Registry"), QStringLiteral("RegisterEvent"));
+        add << QString::fromLatin1(event);
+        registered =
+            bus.call(add, QDBus::Block, 2000).type() != QDBusMessage::ErrorMessage && registered;
+    }
+    m_registry = bus.interface()->serviceOwner(QStringLiteral("org.a11y.atspi.Registry")).value();
+    m_watching = connected && registered && !m_registry.isEmpty();
+}
+
+ChangeWatch::~ChangeWatch()
+{
+    QDBusConnection::disconnectFromBus(m_name);
+}
+
+void ChangeWatch::changed(const QDBusMessage& message)
+{
+    // Of the states, only those that make a button usable or put it on screen.
+    if (message.member() == QLatin1String("StateChanged")) {
+        static const QStringList kept{QStringLiteral("showing"), QStringLiteral("visible"),
+                                      QStringLiteral("sensitive"), QStringLiteral("enabled")};
+        if (!kept.contains(message.arguments().value(0).toString()))
+            return;
+    }
+    ++m_counts[message.service()];
+}
+
 AtspiAccessibility::AtspiAccessibility() : m_deadline(std::make_shared<std::function<bool()>>()) {}
+
+AtspiAccessibility::~AtspiAccessibility() = default;
+
+std::optional<quint64> AtspiAccessibility::structureChanges(AccessibilityElement* root)
+{
+    if (!m_changes || !m_changes->watching())
+        return std::nullopt;
+    if (!root)
+        return m_changes->applicationListChanges();
+    const auto* element = dynamic_cast<AtspiElement*>(root);
+    if (!element)
+        return std::nullopt;
+    const QString name = element->busName();
+    if (name.isEmpty())
+        return std::nullopt;
+    return m_changes->changesFrom(name);
+}
 
 AccessibilityElementPtr AtspiAccessibility::adopt(AtspiAccessible* accessible, Deadline deadline)
 {
@@ -394,6 +488,10 @@ bool AtspiAccessibility::isTrusted()
             return false;
         const int status = atspi_init();
         m_initialised = status == 0 || status == 1; // 1: already initialised
+        if (m_initialised && !m_changes) {
+            if (const QString address = accessibilityBusAddress(); !address.isEmpty())
+                m_changes = std::make_unique<ChangeWatch>(address);
+        }
         if (status == 0) {
             ignoreObjectEvents();
             // Turns libatspi's caching on before any application's tree arrives.
@@ -440,13 +538,23 @@ AtspiAccessibility::namedApplicationRoots(const QStringList& names)
                 g_object_unref(app);
             continue;
         }
-        GErrorSlot nameError;
-        const std::optional<QString> name =
-            takeString(atspi_accessible_get_name(app, &nameError), nameError);
+        // A searched application's name is asked once: a softphone busy with a ring may not
+        // answer in time, and must not drop out of the list for it.
+        const QString busName = applicationBusName(app);
+        std::optional<QString> name;
+        if (const auto known = m_applicationNames.constFind(busName);
+            known != m_applicationNames.cend()) {
+            name = *known;
+        } else {
+            GErrorSlot nameError;
+            name = takeString(atspi_accessible_get_name(app, &nameError), nameError);
+        }
         const auto listed = std::find_if(names.begin(), names.end(), [&](const QString& n) {
             return name && n.compare(*name, Qt::CaseInsensitive) == 0;
         });
         if (listed != names.end()) {
+            if (!busName.isEmpty())
+                m_applicationNames.insert(busName, *name);
             // Read afresh every time: a cached tree would keep showing a call that ended.
             useOnlyStateCache(app);
             roots.emplace_back(*listed, adopt(app, m_deadline));

@@ -3,11 +3,14 @@
 #include "phone/AccessibilityElement.h"
 #include "phone/SoftphoneProfile.h"
 
+#include <QHash>
 #include <QStringList>
 
 typedef struct _AtspiAccessible AtspiAccessible;
 
 namespace vemira {
+
+class ChangeWatch;
 
 // AT-SPI (libatspi) backend of the accessibility-element interface. Applications are
 // matched by their accessible name, case-insensitively. Every request is a blocking D-Bus
@@ -18,6 +21,7 @@ public:
     using Deadline = std::shared_ptr<std::function<bool()>>;
 
     AtspiAccessibility();
+    ~AtspiAccessibility() override;
 
     // The first call switches the desktop's accessibility on.
     bool isTrusted() override;
@@ -27,6 +31,8 @@ public:
     std::vector<std::pair<QString, AccessibilityElementPtr>>
     namedApplicationRoots(const QStringList& names) override;
     void setDeadline(std::function<bool()> timeRemains) override;
+    // Counted from the applications' events as they reach the main thread's event loop.
+    std::optional<quint64> structureChanges(AccessibilityElement* root) override;
     // Linux softphones have no audio menu to drive: nothing here is opened.
     bool canOpenApplication(const QString&) override { return false; }
     void openApplication(const QString&, std::function<void()> done) override { done(); }
@@ -40,6 +46,8 @@ private:
     bool m_initialised = false;
     bool m_switchedOn = false;
     Deadline m_deadline;
+    std::unique_ptr<ChangeWatch> m_changes;
+    QHash<QString, QString> m_applicationNames; // by unique bus name
 };
 
 // The applications of the known softphones, plus the names in VEMIRA_PHONE_APPS
