@@ -79,7 +79,7 @@ QString applicationBusName(AtspiAccessible* accessible)
 }
 
 // Bounds one press (seconds); see press().
-constexpr double kPressTimeout = 0.5;
+constexpr double kPressTimeout = 0.1;
 // Bounds each request of the application listing (ms), as a root's requests are bounded.
 constexpr int kListTimeoutMs = 150;
 
@@ -249,9 +249,10 @@ public:
         bool pressed = false;
         if (!countError.failed() && actions > 0) {
             // A softphone handles the press before it replies: answering opens its audio
-            // devices, which outlasts a read's short timeout. The press gets a longer one,
-            // and a press delivered but not yet confirmed counts as done: the call's state,
-            // read on the next tick, tells what came of it.
+            // devices, which held Twinkle's reply up to half a second, the main thread with
+            // it. The press waits only long enough for a quick refusal (a button gone), and a
+            // press delivered but not yet confirmed counts as done: the call's state, read on
+            // the next tick, tells what came of it.
             setMessagingTimeout(kPressTimeout);
             GErrorSlot error;
             pressed = atspi_action_do_action(action, 0, &error) && !error.failed();
