@@ -96,6 +96,18 @@ void onPlacedSourceOutput(pa_context*, const pa_source_output_info* info, int eo
     placement->connection->wake();
 }
 
+// Caller holds the lock.
+Placement placementNow(PulseConnection& server)
+{
+    Placement now{&server, {}, {}};
+    server.finish(pa_context_get_sink_input_info_list(server.context(), &onPlacedSinkInput, &now),
+                  requestTimeoutMs);
+    server.finish(
+        pa_context_get_source_output_info_list(server.context(), &onPlacedSourceOutput, &now),
+        requestTimeoutMs);
+    return now;
+}
+
 struct Outcome {
     PulseConnection* connection = nullptr;
     bool success = false;
@@ -407,13 +419,7 @@ void PulseStreamRouter::release()
         // Moves still under way land first, so nothing is put back before it arrived.
         server.waitUntil([this] { return m_pending == 0; }, requestTimeoutMs);
 
-        Placement now{&server, {}, {}};
-        server.finish(
-            pa_context_get_sink_input_info_list(server.context(), &onPlacedSinkInput, &now),
-            requestTimeoutMs);
-        server.finish(
-            pa_context_get_source_output_info_list(server.context(), &onPlacedSourceOutput, &now),
-            requestTimeoutMs);
+        const Placement now = placementNow(server);
         QList<QByteArray> forget;
         std::vector<Expected> back;
         std::vector<const Moved*> closed;
@@ -584,13 +590,7 @@ bool PulseStreamRouter::confirm(const std::vector<Expected>& expected)
     clock.start();
     while (true) {
         const int changes = m_changes;
-        Placement now{&server, {}, {}};
-        server.finish(
-            pa_context_get_sink_input_info_list(server.context(), &onPlacedSinkInput, &now),
-            requestTimeoutMs);
-        server.finish(
-            pa_context_get_source_output_info_list(server.context(), &onPlacedSourceOutput, &now),
-            requestTimeoutMs);
+        const Placement now = placementNow(server);
         const bool landed =
             std::all_of(expected.begin(), expected.end(), [&now](const Expected& stream) {
                 const auto& placed = stream.capture ? now.sourceOutputs : now.sinkInputs;
