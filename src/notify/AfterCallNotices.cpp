@@ -20,7 +20,7 @@ AfterCallNotices::AfterCallNotices(Clock& clock, Settings& settings, DataFolder 
                   return AppError(QStringLiteral("l’envoi d’e-mail n’est plus configuré."));
               return mailRequest(*mail, mailPasswordStore(m_folder));
           })),
-      m_tester(std::make_unique<MailSender>(clock, QList<double>{}))
+      m_tester(std::make_unique<MailSender>())
 {
     m_queue->setLog([this](const QString& line) { log(line); });
     // What an earlier run could not send.

@@ -6,14 +6,10 @@ struct MailSender::Job {
     SmtpRequest request;
     QString label;
     Done done;
-    int attempts = 0;
-    TaskHandlePtr retry;
 };
 
-MailSender::MailSender(Clock& clock, QList<double> retryDelays, Transport transport,
-                       QObject* parent)
-    : QObject(parent), m_clock(clock), m_retryDelays(std::move(retryDelays)),
-      m_transport(std::move(transport))
+MailSender::MailSender(Transport transport, QObject* parent)
+    : QObject(parent), m_transport(std::move(transport))
 {
     m_pool.setMaxThreadCount(1);
 }
@@ -36,8 +32,6 @@ void MailSender::send(SmtpRequest request, QString label, Done done)
 
 void MailSender::attempt(const std::shared_ptr<Job>& job)
 {
-    ++job->attempts;
-    job->retry.reset();
     // The worker gets its own copy; the result hops back through the event loop, and the
     // destructor waits for the worker, so `this` outlives every hop that can still arrive.
     // The worker holds the job weakly so that it is always released on this thread.
@@ -57,20 +51,9 @@ void MailSender::finished(const std::shared_ptr<Job>& job, const SmtpOutcome& ou
 {
     if (!m_jobs.contains(job))
         return;
-    if (outcome.error && outcome.retryable && job->attempts <= m_retryDelays.size()) {
-        const double delay = m_retryDelays.at(job->attempts - 1);
-        log(QStringLiteral("E-mail ") + job->label +
-            QStringLiteral(" non envoyé, nouvel essai dans ") + QString::number(delay, 'f', 0) +
-            QStringLiteral(" s : ") + outcome.error->message());
-        job->retry = m_clock.schedule(delay, this, [this, job] { attempt(job); });
-        return;
-    }
     m_jobs.removeOne(job);
     if (outcome.error) {
-        log(QStringLiteral("E-mail ") + job->label + QStringLiteral(" non envoyé après ") +
-            QString::number(job->attempts) +
-            (job->attempts > 1 ? QStringLiteral(" tentatives : ")
-                               : QStringLiteral(" tentative : ")) +
+        log(QStringLiteral("E-mail ") + job->label + QStringLiteral(" non envoyé : ") +
             outcome.error->message());
     } else {
         log(QStringLiteral("E-mail ") + job->label + QStringLiteral(" envoyé à ") +

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "core/AppError.h"
-#include "core/Clock.h"
 #include "notify/SmtpTransport.h"
 
 #include <QList>
@@ -13,9 +12,9 @@
 
 namespace vemira {
 
-// Sends e-mails in the background, one at a time, and tries again later when the server
-// could not take one. Nothing here waits on the main thread: a call's record is saved
-// whatever the mail server does. Lives on the main thread; results come back there.
+// Sends e-mails in the background, one at a time, each tried once: the trial mail wants its
+// answer now, and the calls' mails are retried by their queue on disk. Nothing here waits on
+// the main thread. Lives on the main thread; results come back there.
 class MailSender : public QObject {
     Q_OBJECT
 
@@ -23,22 +22,18 @@ public:
     using Transport = std::function<SmtpOutcome(const SmtpRequest&, const std::atomic<bool>*)>;
     using Done = std::function<void(const Status&)>;
 
-    // Waits before the 2nd, 3rd, … attempt: 30 s, 2 min, 10 min.
-    static QList<double> defaultRetryDelays() { return {30.0, 120.0, 600.0}; }
-
-    explicit MailSender(Clock& clock, QList<double> retryDelays = defaultRetryDelays(),
-                        Transport transport = sendMail, QObject* parent = nullptr);
-    // Abandons the mail still waiting and interrupts the one being sent.
+    explicit MailSender(Transport transport = sendMail, QObject* parent = nullptr);
+    // Interrupts the mail being sent.
     ~MailSender() override;
 
-    // Each line of the session log about mail (retries and final failures, in French).
+    // Each line of the session log about mail (sent or not, in French).
     void setLog(std::function<void(const QString&)> log) { m_log = std::move(log); }
 
     // Queues the mail; `label` names it in the log ("de l’appel 1A2B3C4D"). `done` gets the
-    // final outcome on the main thread, after the last attempt.
+    // outcome on the main thread.
     void send(SmtpRequest request, QString label, Done done = {});
 
-    // Mails not yet accepted or given up (waiting, being sent or waiting to retry).
+    // Mails queued or being sent.
     int pending() const { return static_cast<int>(m_jobs.size()); }
 
 private:
@@ -47,8 +42,6 @@ private:
     void finished(const std::shared_ptr<Job>& job, const SmtpOutcome& outcome);
     void log(const QString& line) const;
 
-    Clock& m_clock;
-    QList<double> m_retryDelays;
     Transport m_transport;
     std::function<void(const QString&)> m_log;
     QList<std::shared_ptr<Job>> m_jobs;
