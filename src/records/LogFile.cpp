@@ -23,7 +23,7 @@ QString LogFile::standardFolder()
     return QDir::homePath() + QStringLiteral("/Library/Logs/Brelian");
 #else
     QString state = qEnvironmentVariable("XDG_STATE_HOME");
-    // The base directory specification ignores relative paths.
+    // A relative XDG folder is to be ignored, like an unset one.
     if (state.isEmpty() || QDir::isRelativePath(state))
         state = QDir::homePath() + QStringLiteral("/.local/state");
     return state + QStringLiteral("/Brelian");

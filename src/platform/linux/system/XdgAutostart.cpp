@@ -1,5 +1,5 @@
 // The login item on Linux: a desktop entry in the XDG autostart folder, which every desktop
-// that follows the freedesktop autostart specification starts when the session opens.
+// of the freedesktop family (GNOME, KDE, Xfce, …) starts when the session opens.
 #include "app/SystemServices.h"
 #include "records/PrivateFiles.h"
 
