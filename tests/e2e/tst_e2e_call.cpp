@@ -260,7 +260,9 @@ void TestEndToEndCall::recordingHoldsBothVoicesWhenTheyWereSpoken()
                                            expectedSeconds - 0.5, expectedSeconds + 1.0);
         qInfo("%s line %s: expected at %.3f s, found at %.3f s (correlation %.2f)", who,
               qPrintable(line.id), expectedSeconds, match.seconds, match.correlation);
-        QVERIFY2(match.correlation >= 0.6,
+        // A line absent from the recording scores about 0.2; a present one 0.95 or more, but a
+        // single glitch in its half second has brought one to 0.58, found at its very moment.
+        QVERIFY2(match.correlation >= 0.5,
                  qPrintable(QStringLiteral("%1 not found in the recording").arg(line.id)));
         QVERIFY2(std::abs(match.seconds - expectedSeconds) <= 0.5,
                  qPrintable(QStringLiteral("%1 found %2 s away from when it was spoken")
