@@ -298,7 +298,7 @@ private:
             deps.phoneApplications.append(QLatin1String(kSoftphoneName));
         AppModel model(std::move(deps));
         SessionLogPrinter printer(model, m_out, QStringLiteral("        Vemira · "));
-        return converse(model, QStringLiteral("le softphone de test"),
+        return converse(model, QString::fromLatin1(kSoftphoneName),
                         [softphone, this]() -> Status {
                             if (softphone->state() != QProcess::Running)
                                 return AppError(
