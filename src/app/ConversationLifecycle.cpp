@@ -444,11 +444,11 @@ void AppModel::finishRecorder(const QUuid& id, std::shared_ptr<CallAudioRecorder
     Q_EMIT finalizingRecordingsChanged();
     // Kept here until its completion reached the main thread: destroying a recorder waits
     // for its worker, which must never happen on the worker itself.
-    d->finishing.insert(id, recorder);
+    const auto kept = d->finishing.emplace(id, std::move(recorder));
 
     // Runs on the recorder's worker. The model's destructor waits for every pending
     // completion before anything goes, so `this` is valid here.
-    recorder->finish([this, id](const Result<QString>& outcome) {
+    kept.value()->finish([this, id](const Result<QString>& outcome) {
         d->mailbox.post([this, id, outcome] { recordingFinished(id, outcome); });
     });
 }
