@@ -9,8 +9,8 @@ if(TARGET vemira_test_phone_fakes)
             VEMIRA_RINGING_PHONE="$<TARGET_FILE:vemira_ringing_phone>"
             VEMIRA_DESKTOP_SESSION="${CMAKE_SOURCE_DIR}/scripts/env/desktop-session.sh")
     endif()
-    if(TARGET vemira_e2e_common AND TARGET tst_realphone)
-        target_link_libraries(bench_phone PRIVATE vemira_e2e_common vemira_demo)
+    if(TARGET vemira_test_support AND TARGET tst_realphone)
+        target_link_libraries(bench_phone PRIVATE vemira_test_support vemira_demo)
         target_compile_definitions(bench_phone PRIVATE VEMIRA_REAL_SOFTPHONES
             VEMIRA_SCRIPTS="${CMAKE_SOURCE_DIR}/scripts/env")
     endif()

@@ -9,9 +9,9 @@
 #include "platform/linux/phone/AtspiAccessibility.h"
 #endif
 #ifdef VEMIRA_REAL_SOFTPHONES
-#include "cli/demo/DemoSoftphone.h"
-#include "cli/demo/PrivateNetwork.h"
-#include "common/PrivateDesktop.h"
+#include "demo/DemoSoftphone.h"
+#include "demo/PrivateNetwork.h"
+#include "support/PrivateDesktop.h"
 
 #include <QEventLoop>
 #include <QFile>

@@ -12,8 +12,8 @@
 #include "SessionLogPrinter.h"
 #include "app/AppDependencies.h"
 #include "app/AppModel.h"
-#include "cli/demo/DemoSoftphone.h"
-#include "cli/demo/PrivateNetwork.h"
+#include "demo/DemoSoftphone.h"
+#include "demo/PrivateNetwork.h"
 #include "notify/AfterCallNotices.h"
 #include "notify/MailAccount.h"
 #include "phone/PhoneAutomation.h"
@@ -219,14 +219,15 @@ private:
             findDemoProgram(QStringLiteral("vemira-test-softphone"), "VEMIRA_SOFTPHONE");
         const QString standin =
             findDemoProgram(QStringLiteral("vemira-realtime-standin"), "VEMIRA_STANDIN");
-        // <build>/src/cli/vemira → <build>/tests/e2e/voices/caller.wav
+        // <build>/src/cli/vemira → <build>/src/demo/voices/caller.wav
         m_callerWav =
-            findDemoFile("VEMIRA_CALLER_WAV", QStringLiteral("../../tests/e2e/voices/caller.wav"));
+            findDemoFile("VEMIRA_CALLER_WAV", QStringLiteral("../demo/voices/caller.wav"));
         if ((m_phone.isEmpty() ? softphone.isEmpty() : m_callerWav.isEmpty()) ||
             standin.isEmpty()) {
             return failWith(
                 QStringLiteral("le softphone de test ou le service IA simulé est introuvable. "
-                               "Construisez le projet avec ses tests (bash scripts/demo.sh)."));
+                               "Construisez le projet avec espeak-ng, sox et libpulse-simple "
+                               "(bash scripts/demo.sh)."));
         }
         say(QStringLiteral("Dossier de la démonstration : %1").arg(m_folder));
         if (Status failure = m_environment.start())

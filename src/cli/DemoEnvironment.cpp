@@ -51,9 +51,9 @@ QString findDemoProgram(const QString& name, const char* envName)
     const QString fromEnv = qEnvironmentVariable(envName);
     if (!fromEnv.isEmpty())
         return QFileInfo(fromEnv).isExecutable() ? fromEnv : QString();
-    // <build>/src/cli/vemira → <build>/tests/e2e/<name>
-    const QString beside = QDir(QCoreApplication::applicationDirPath())
-                               .filePath(QStringLiteral("../../tests/e2e/") + name);
+    // <build>/src/cli/vemira → <build>/src/demo/<name>
+    const QString beside =
+        QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("../demo/") + name);
     if (QFileInfo(beside).isExecutable())
         return QFileInfo(beside).canonicalFilePath();
     return QStandardPaths::findExecutable(name);

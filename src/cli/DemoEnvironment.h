@@ -54,8 +54,8 @@ private:
     std::vector<std::unique_ptr<QProcess>> m_children;
 };
 
-// A helper program of the demonstration: $<envName> when set, else next to the build's
-// tests/e2e folder, else on the PATH. Empty when none exists.
+// A helper program of the demonstration: $<envName> when set, else in the build's src/demo
+// folder, else on the PATH. Empty when none exists.
 QString findDemoProgram(const QString& name, const char* envName);
 
 } // namespace vemira

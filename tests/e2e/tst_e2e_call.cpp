@@ -4,12 +4,12 @@
 // scripted conversation runs through real audio streams and a real WebSocket. The checks
 // below read what the run left behind: the history file, the transcript file, the WAV
 // recording and the timing marks of the softphone and the stand-in.
-#include "common/ConversationScript.h"
-#include "common/DemoProcess.h"
-#include "common/MarksFile.h"
-#include "common/VoiceMatch.h"
+#include "demo/ConversationScript.h"
+#include "demo/MarksFile.h"
 #include "records/CallRecord.h"
 #include "records/HistoryCodec.h"
+#include "support/DemoProcess.h"
+#include "support/VoiceMatch.h"
 
 #include <QDir>
 #include <QElapsedTimer>

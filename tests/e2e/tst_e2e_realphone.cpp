@@ -4,11 +4,11 @@
 // the virtual devices, and the caller hangs up after the goodbye; then, Vemira off, the caller
 // rings again and the ring must play on the usual output. The checks read the run's report,
 // the saved record and the recording. VEMIRA_SOUND_SERVER picks PulseAudio or PipeWire.
-#include "common/ConversationScript.h"
-#include "common/DemoProcess.h"
-#include "common/VoiceMatch.h"
+#include "demo/ConversationScript.h"
 #include "records/CallRecord.h"
 #include "records/HistoryCodec.h"
+#include "support/DemoProcess.h"
+#include "support/VoiceMatch.h"
 
 #include <QDir>
 #include <QElapsedTimer>

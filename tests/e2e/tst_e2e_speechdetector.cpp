@@ -2,7 +2,7 @@
 // when the assistant has finished its turn, the stand-in to know when the caller has. A shift
 // of its indices would skew every latency figure; a missed or split utterance would derail
 // the scripted conversation.
-#include "common/SpeechDetector.h"
+#include "demo/SpeechDetector.h"
 
 #include <QTest>
 #include <vector>

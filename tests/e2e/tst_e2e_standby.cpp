@@ -5,14 +5,14 @@
 // next start as an interrupted call, with what was said until seconds before, and its
 // recording. The desktop application, set up and switched on through its own buttons, must end
 // the call the way Ctrl-C does when the system stops it.
-#include "common/MarksFile.h"
-#include "common/PrivateDesktop.h"
+#include "demo/MarksFile.h"
 #include "platform/linux/phone/AtspiAccessibility.h"
 #include "records/APIKeyStore.h"
 #include "records/CallRecord.h"
 #include "records/DataFolder.h"
 #include "records/HistoryCodec.h"
 #include "records/RecordsStore.h"
+#include "support/PrivateDesktop.h"
 
 #include <QDeadlineTimer>
 #include <QDir>

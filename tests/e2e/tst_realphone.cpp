@@ -2,11 +2,11 @@
 // and in English, on a private desktop, called over loopback by a headless baresip. Each
 // must be seen idle without a call, ringing with the caller's number, answered, in a call,
 // and hung up, all through the accessibility bus as the receptionist does it.
-#include "cli/demo/DemoSoftphone.h"
-#include "cli/demo/PrivateNetwork.h"
-#include "common/PrivateDesktop.h"
+#include "demo/DemoSoftphone.h"
+#include "demo/PrivateNetwork.h"
 #include "phone/PhoneAutomation.h"
 #include "platform/linux/phone/AtspiAccessibility.h"
+#include "support/PrivateDesktop.h"
 
 #include <QFile>
 #include <QProcess>

@@ -1,6 +1,6 @@
 #include "StandinSession.h"
 
-#include "common/MonotonicTime.h"
+#include "demo/MonotonicTime.h"
 
 #include <QFile>
 #include <QJsonArray>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/ConversationScript.h"
-#include "common/SpeechDetector.h"
+#include "demo/ConversationScript.h"
+#include "demo/SpeechDetector.h"
 
 #include <QByteArray>
 #include <QObject>

@@ -1,6 +1,6 @@
 #include "SoftphoneWindow.h"
 
-#include "common/MonotonicTime.h"
+#include "demo/MonotonicTime.h"
 
 #include <QApplication>
 #include <QFile>

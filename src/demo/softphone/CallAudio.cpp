@@ -1,6 +1,6 @@
 #include "CallAudio.h"
 
-#include "common/MonotonicTime.h"
+#include "demo/MonotonicTime.h"
 
 #include <cstring>
 #include <pulse/error.h>

@@ -1,4 +1,4 @@
-#include "common/VoiceMatch.h"
+#include "VoiceMatch.h"
 
 #include <QFile>
 #include <algorithm>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "CallAudio.h"
-#include "common/ConversationScript.h"
-#include "common/MarksFile.h"
+#include "demo/ConversationScript.h"
+#include "demo/MarksFile.h"
 
 #include <QMainWindow>
 #include <QTimer>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "common/ConversationScript.h"
-#include "common/MarksFile.h"
-#include "common/SpeechDetector.h"
+#include "demo/ConversationScript.h"
+#include "demo/MarksFile.h"
+#include "demo/SpeechDetector.h"
 
 #include <QJsonObject>
 #include <QObject>

@@ -22,7 +22,7 @@ QList<ScriptLine> ConversationScript::linesOf(ScriptLine::Role role) const
 
 QString ConversationScript::defaultFolder()
 {
-    return QStringLiteral(VEMIRA_E2E_VOICES_DIR);
+    return QStringLiteral(VEMIRA_DEMO_VOICES_DIR);
 }
 
 Result<ConversationScript> ConversationScript::load(const QString& folder)
