@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Compiles every Objective-C++ file of the macOS backends on this (non-Apple) machine, with the
-# project's warnings and ARC, against tests/macos-sdk: a declaration-only model of the parts of
+# project's warnings and ARC, against tools/macos-sdk: a declaration-only model of the parts of
 # Apple's SDK they use, each declaration transcribed from Apple's documented signature. It
 # catches what a compiler on a Mac would: a wrong argument type, a missing cast, a call that
 # ARC forbids, an unknown constant. Nothing is linked or run. Exits non-zero on any error.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
-model=tests/macos-sdk
+model=tools/macos-sdk
 clang=${CLANGXX:-clang++}
 
 mapfile -t files < <(find src/platform/macos -name '*.mm' | sort)
