@@ -622,7 +622,7 @@ private Q_SLOTS:
             QCoreApplication::processEvents();
         }
         QCOMPARE(dropped, 40);
-        QCOMPARE(maxWaiting, RealtimeClient::maxWaitingFrames);
+        QCOMPARE(maxWaiting, 300);
         QCOMPARE(recorder.errors, QStringList(40, tooSlow));
 
         // Once the server reads again, every kept frame arrives, in order, and the queue drains.
