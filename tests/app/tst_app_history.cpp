@@ -8,7 +8,6 @@
 #include "records/HistoryCodec.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QProcess>
 #include <QTest>
 
@@ -33,11 +32,9 @@ int tool(const QString& folder, const QStringList& arguments)
 {
     QObject owner;
     QProcess* process = startTool(folder, arguments, &owner);
-    QElapsedTimer timer;
-    timer.start();
-    while (process->state() != QProcess::NotRunning && timer.elapsed() < 30000)
-        QTest::qWait(10);
-    return process->exitStatus() == QProcess::NormalExit ? process->exitCode() : -1;
+    const bool ended =
+        QTest::qWaitFor([&] { return process->state() == QProcess::NotRunning; }, 30000);
+    return ended && process->exitStatus() == QProcess::NormalExit ? process->exitCode() : -1;
 }
 
 QList<CallRecord> onDisk(const QString& folder)
@@ -118,8 +115,6 @@ private Q_SLOTS:
         const QList<CallRecord> start = rig.model->records();
         QList<QProcess*> running;
         QObject owner;
-        QElapsedTimer timer;
-        timer.start();
         // The tool notes every call (three at a time) while the model files them, one by
         // one, and takes new ones.
         for (int i = 0; i < start.size(); ++i) {
@@ -130,17 +125,18 @@ private Q_SLOTS:
             rig.model->updateDossier(start[i].id, QStringLiteral("dossier %1").arg(i));
             if (i % 4 == 0)
                 rig.model->addDemo();
-            while (std::count_if(running.begin(), running.end(),
-                                 [](QProcess* p) { return p->state() != QProcess::NotRunning; }) >=
-                       3 &&
-                   timer.elapsed() < 60000)
-                QTest::qWait(5);
+            QVERIFY(QTest::qWaitFor(
+                [&] {
+                    return std::count_if(running.begin(), running.end(), [](QProcess* p) {
+                               return p->state() != QProcess::NotRunning;
+                           }) < 3;
+                },
+                60000));
         }
         for (QProcess* process : std::as_const(running)) {
             QVERIFY(process->state() == QProcess::NotRunning || process->waitForFinished(30000));
             QCOMPARE(process->exitCode(), 0);
         }
-        QVERIFY(timer.elapsed() < 90000);
         rig.model->addDemo(); // one more save of the application after the tool's last edit
         const QList<CallRecord> saved = onDisk(rig.dir.path());
         QCOMPARE(saved.size(), 12 + 3 + 1);
@@ -153,39 +149,23 @@ private Q_SLOTS:
         QCOMPARE(rig.model->records().size(), saved.size());
     }
 
+    // The guard itself is the records store's; here only that the model uses it and says why.
     void unreadableFileStaysByteIdentical()
     {
-        const QByteArray broken = [] {
-            QByteArray second = encodeRecord(makeDemoRecord(QDateTime::currentDateTime())).value();
-            second.replace("\"note\":", "\"nota\":");
-            return joinHistory(
-                {encodeRecord(makeDemoRecord(QDateTime::currentDateTime())).value(), second});
-        }();
+        QByteArray broken = encodeRecord(makeDemoRecord(QDateTime::currentDateTime())).value();
+        broken = joinHistory({broken, QByteArray(broken).replace("\"note\":", "\"nota\":")});
         ModelRig rig(true, [&](RecordsStore& store) {
-            QDir().mkpath(store.folder().path());
+            QVERIFY(QDir().mkpath(store.folder().path()));
             QFile file(store.folder().historyFile());
             QVERIFY(file.open(QIODevice::WriteOnly));
             file.write(broken);
         });
         rig.model = std::make_unique<AppModel>(rig.fakeDependencies());
-        const QString history = DataFolder(rig.dir.path()).historyFile();
         QVERIFY(rig.model->historyReadFailed());
         QVERIFY(rig.model->log().join(u'\n').contains(
             QStringLiteral("Cause : enregistrement 2 : clé « note » manquante")));
         rig.model->addDemo();
-        const QUuid id = rig.model->records().first().id;
-        rig.model->updateNote(id, QStringLiteral("x"));
-        rig.model->deleteRecord(id);
-        rig.model->setRecordingRetentionDays(30);
-        QCOMPARE(tool(rig.dir.path(), {QStringLiteral("add-demo")}), 1);
-        QCOMPARE(tool(rig.dir.path(), {QStringLiteral("check")}), 1);
-        QCOMPARE(bytesOf(history), broken);
-        // New calls' transcripts are still written beside it.
-        rig.model->addDemo();
-        QVERIFY(QFileInfo::exists(
-            DataFolder(rig.dir.path()).transcriptsFolder() + QStringLiteral("/Appel-") +
-            uuidText(rig.model->records().first().id) + QStringLiteral(".txt")));
-        QCOMPARE(bytesOf(history), broken);
+        QCOMPARE(bytesOf(DataFolder(rig.dir.path()).historyFile()), broken);
     }
 
     void tracksLeftByACrashBecomeTheRecording()

@@ -12,7 +12,6 @@ private Q_SLOTS:
     void readsAWellFormedAnswer();
     void cleansWhatTheModelGotWrong();
     void refusesWhatIsNoMessage();
-    void urgencyRankSortsUrgentFirst();
     void pendingCallsMostUrgentFirst();
 };
 
@@ -84,19 +83,6 @@ void CallMessageTest::refusesWhatIsNoMessage()
         QVERIFY2(!CallMessage::fromAnswer(answer).ok(), answer.constData());
     QCOMPARE(CallMessage::fromAnswer("nope").error().message(),
              QStringLiteral("La réponse du modèle n’est pas un message lisible."));
-}
-
-void CallMessageTest::urgencyRankSortsUrgentFirst()
-{
-    QCOMPARE(CallMessage::urgencies(),
-             (QStringList{QStringLiteral("Urgent"), QStringLiteral("Rapide"),
-                          QStringLiteral("Normal")}));
-    CallMessage m;
-    QCOMPARE(m.urgencyRank(), 3);
-    m.urgency = QStringLiteral("Urgent");
-    QCOMPARE(m.urgencyRank(), 0);
-    m.urgency = QStringLiteral("Normal");
-    QCOMPARE(m.urgencyRank(), 2);
 }
 
 void CallMessageTest::pendingCallsMostUrgentFirst()

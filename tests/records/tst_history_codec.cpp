@@ -19,7 +19,6 @@ private Q_SLOTS:
     void rejectsAnyBadRecordWhole_data();
     void rejectsAnyBadRecordWhole();
     void encodesTextJsonReadersAgreeWith();
-    void usageLabel();
 };
 
 void HistoryCodecTest::writesTheFileFormat()
@@ -219,17 +218,6 @@ void HistoryCodecTest::encodesTextJsonReadersAgreeWith()
     // Non-finite values cannot be written: the save must fail, not write a broken file.
     record.usage = ConversationUsage{0, 0, qInf(), 0, QStringLiteral("gpt-realtime")};
     QVERIFY(!encodeHistory({record}).ok());
-}
-
-void HistoryCodecTest::usageLabel()
-{
-    QCOMPARE((ConversationUsage{1200, 300, 0.10, 0, QStringLiteral("gpt-realtime")}).label(),
-             QStringLiteral("1500 tokens reçus d’OpenAI · budget prudent : 0.10 $ US"));
-    QCOMPARE((ConversationUsage{0, 0, 1.61, 1, QStringLiteral("gpt-realtime")}).label(),
-             QStringLiteral("0 tokens reçus d’OpenAI · budget prudent : 1.61 $ US · provision en "
-                            "cours incluse"));
-    QCOMPARE((ConversationUsage{5, 6, std::nullopt, 3, QStringLiteral("autre")}).label(),
-             QStringLiteral("11 tokens reçus d’OpenAI · tarif non configuré pour ce modèle"));
 }
 
 QTEST_GUILESS_MAIN(HistoryCodecTest)

@@ -263,6 +263,11 @@ void SettingsAndKeyTest::keyFileIsPrivateAndExact()
     QCOMPARE(mode(folder), 0700);
     QCOMPARE(mode(store.keyFile()), 0600);
     QCOMPARE(store.read().value(), std::optional(QStringLiteral("sk-proj-abc123")));
+    // A key file edited by hand is read without its blanks; blanks alone are no key.
+    QCOMPARE(store.save(QStringLiteral(" sk-main\n")), Status());
+    QCOMPARE(store.readKey().value(), std::optional(QStringLiteral("sk-main")));
+    QCOMPARE(store.save(QStringLiteral(" \n")), Status());
+    QCOMPARE(store.readKey().value(), std::nullopt);
 
     // Wider modes left by someone else are narrowed at the next save.
     QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
