@@ -1,5 +1,7 @@
 #pragma once
 
+#include "demo/RealtimeEvents.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QJsonObject>
@@ -39,7 +41,7 @@ namespace vemira::testing {
 // 127.0.0.1, which clients must be told to trust (certificate()).
 //
 // Main thread only; waits spin the event loop.
-class ScriptedRealtimeServer final : public QObject {
+class ScriptedRealtimeServer final : public QObject, public RealtimeEvents {
     Q_OBJECT
 
 public:
@@ -150,34 +152,13 @@ public:
     // kernel's own counters of what the client sent.
     qintptr clientSocketDescriptor() const;
 
-    // --- Server events as the provider writes them
-    static QJsonObject sessionUpdated(const QJsonObject& session = QJsonObject());
-    static QJsonObject responseCreated(const QString& id);
-    static QJsonObject responseDone(const QString& id, qint64 inputTokens, qint64 outputTokens);
-    static QJsonObject responseDoneWithoutUsage(const QString& id);
-    // The answer to a message request: one function call of `tool` with `arguments`.
-    static QJsonObject functionCallDone(const QString& id, const QJsonObject& metadata,
-                                        const QString& tool, const QString& arguments,
-                                        qint64 inputTokens, qint64 outputTokens);
-    // Whether a client's response.create asks for the call's message (it carries tools).
-    static bool isMessageRequest(const QJsonObject& event);
+    // Server events as the provider writes them: the builders of RealtimeEvents.
 
-    // A response the provider could not produce, as it reports one (status_details.error).
-    static QJsonObject responseFailed(const QString& id, const QString& code,
-                                      const QString& type = QStringLiteral("invalid_request_error"),
-                                      const QString& message = QString());
-    static QJsonObject audioDelta(const QByteArray& pcm,
-                                  const QString& responseId = QStringLiteral("resp"));
-    static QJsonObject aiTranscript(const QString& text, const QString& responseId = QString());
-    static QJsonObject callerTranscript(const QString& text);
-    static QJsonObject callerTranscriptFailed(const QString& itemId);
-    static QJsonObject speechStarted();
     // The provider's voice-activity detection ends a caller's turn on the latest session: when
     // that session's turn detection creates responses (as the client last configured it), a
     // response is created and done, and counted in turnResponses().
     void endCallerTurn();
     int turnResponses() const { return m_turnResponses; }
-    static QJsonObject error(const QString& code, const QString& message = QString());
 
 private:
     class Front;

@@ -1,6 +1,7 @@
 #include "StandinSession.h"
 
 #include "demo/MonotonicTime.h"
+#include "demo/RealtimeEvents.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -82,35 +83,22 @@ void StandinSession::receive(const QString& text)
         session.insert(QStringLiteral("object"), QStringLiteral("realtime.session"));
         if (!m_configured) {
             m_configured = true;
-            send({{QStringLiteral("type"), QStringLiteral("session.created")},
-                  {QStringLiteral("session"), session}});
+            send(RealtimeEvents::sessionCreated(session));
             mark(QStringLiteral("instructions"), session.value(QStringLiteral("instructions")));
             mark(QStringLiteral("sessionConfig"), session);
         }
-        send({{QStringLiteral("type"), QStringLiteral("session.updated")},
-              {QStringLiteral("session"), session}});
+        send(RealtimeEvents::sessionUpdated(session));
         if (!m_sessionMarks.contains(QStringLiteral("readySent")))
             mark(QStringLiteral("readySent"), monotonicNs());
-    } else if (type == QLatin1String("response.create") &&
-               event[QLatin1String("response")].toObject().contains(QLatin1String("tools"))) {
+    } else if (RealtimeEvents::isMessageRequest(event)) {
         answerMessageRequest(event.value(QStringLiteral("response")).toObject(), arrived);
     } else if (type == QLatin1String("response.create")) {
         const QJsonObject response = event.value(QStringLiteral("response")).toObject();
         if (response.value(QStringLiteral("conversation")) == QLatin1String("none")) {
             // A connection check's one-token text response: answered at once, script untouched.
             const QString id = QStringLiteral("resp_check_%1").arg(m_index);
-            send({{QStringLiteral("type"), QStringLiteral("response.created")},
-                  {QStringLiteral("response"),
-                   QJsonObject{{QStringLiteral("id"), id},
-                               {QStringLiteral("status"), QStringLiteral("in_progress")}}}});
-            send({{QStringLiteral("type"), QStringLiteral("response.done")},
-                  {QStringLiteral("response"),
-                   QJsonObject{{QStringLiteral("id"), id},
-                               {QStringLiteral("status"), QStringLiteral("incomplete")},
-                               {QStringLiteral("usage"),
-                                QJsonObject{{QStringLiteral("total_tokens"), 25},
-                                            {QStringLiteral("input_tokens"), 24},
-                                            {QStringLiteral("output_tokens"), 1}}}}}});
+            send(RealtimeEvents::responseCreated(id));
+            send(RealtimeEvents::responseDone(id, 24, 1));
             return;
         }
         const QJsonValue own = response.value(QStringLiteral("instructions"));
@@ -154,26 +142,16 @@ void StandinSession::appendAudio(const QByteArray& pcm, qint64 arrivedNs)
             onsets.append(QJsonObject{{QStringLiteral("arrived"), arrivedNs},
                                       {QStringLiteral("audioMs"), audioMs}});
             mark(QStringLiteral("callerOnsets"), onsets);
-            send({{QStringLiteral("type"), QStringLiteral("input_audio_buffer.speech_started")},
-                  {QStringLiteral("audio_start_ms"), audioMs},
-                  {QStringLiteral("item_id"), itemId}});
+            send(RealtimeEvents::speechStarted(audioMs, itemId));
             continue;
         }
-        send({{QStringLiteral("type"), QStringLiteral("input_audio_buffer.speech_stopped")},
-              {QStringLiteral("audio_end_ms"), audioMs},
-              {QStringLiteral("item_id"), itemId}});
-        send({{QStringLiteral("type"), QStringLiteral("input_audio_buffer.committed")},
-              {QStringLiteral("previous_item_id"), QJsonValue()},
-              {QStringLiteral("item_id"), itemId}});
+        send(RealtimeEvents::speechStopped(audioMs, itemId));
+        send(RealtimeEvents::audioCommitted(itemId));
         // No recogniser here: the caller says the scripted lines, in order.
         const QString transcript =
             m_nextCaller < m_callerLines.size() ? m_callerLines.at(m_nextCaller).text : QString();
         ++m_nextCaller;
-        send({{QStringLiteral("type"),
-               QStringLiteral("conversation.item.input_audio_transcription.completed")},
-              {QStringLiteral("item_id"), itemId},
-              {QStringLiteral("content_index"), 0},
-              {QStringLiteral("transcript"), transcript}});
+        send(RealtimeEvents::callerTranscript(transcript, itemId));
         if (m_createResponses)
             startResponse(m_sessionInstructions);
     }
@@ -189,11 +167,7 @@ void StandinSession::startResponse(const QString& instructions)
         m_spokenText.replace(m_company, QStringLiteral("notre entreprise"));
     m_responseId = QStringLiteral("resp_%1").arg(m_nextAssistant);
     m_sentBytes = 0;
-    send({{QStringLiteral("type"), QStringLiteral("response.created")},
-          {QStringLiteral("response"),
-           QJsonObject{{QStringLiteral("id"), m_responseId},
-                       {QStringLiteral("object"), QStringLiteral("realtime.response")},
-                       {QStringLiteral("status"), QStringLiteral("in_progress")}}}});
+    send(RealtimeEvents::responseCreated(m_responseId));
     streamNextDelta();
     m_deltaTimer.start();
 }
@@ -210,12 +184,7 @@ void StandinSession::streamNextDelta()
                                      {QStringLiteral("onsetSample"), m_speaking->onsetSample}});
         mark(QStringLiteral("responses"), responses);
     }
-    send({{QStringLiteral("type"), QStringLiteral("response.output_audio.delta")},
-          {QStringLiteral("response_id"), m_responseId},
-          {QStringLiteral("item_id"), QStringLiteral("item_") + m_responseId},
-          {QStringLiteral("output_index"), 0},
-          {QStringLiteral("content_index"), 0},
-          {QStringLiteral("delta"), QString::fromLatin1(chunk.toBase64())}});
+    send(RealtimeEvents::audioDelta(chunk, m_responseId));
     m_sentBytes += chunk.size();
     if (m_sentBytes >= m_speaking->pcm.size())
         finishResponse();
@@ -226,16 +195,8 @@ void StandinSession::finishResponse()
     m_deltaTimer.stop();
     const ScriptLine& line = *m_speaking;
     m_speaking = nullptr;
-    const QString itemId = QStringLiteral("item_") + m_responseId;
-    send({{QStringLiteral("type"), QStringLiteral("response.output_audio.done")},
-          {QStringLiteral("response_id"), m_responseId},
-          {QStringLiteral("item_id"), itemId}});
-    send({{QStringLiteral("type"), QStringLiteral("response.output_audio_transcript.done")},
-          {QStringLiteral("response_id"), m_responseId},
-          {QStringLiteral("item_id"), itemId},
-          {QStringLiteral("output_index"), 0},
-          {QStringLiteral("content_index"), 0},
-          {QStringLiteral("transcript"), m_spokenText}});
+    send(RealtimeEvents::audioDone(m_responseId));
+    send(RealtimeEvents::aiTranscript(m_spokenText, m_responseId));
     // Token counts of the order a real session reports: about 10 audio tokens per second.
     const int audioOut = int(line.seconds() * 10) + 1;
     const int textOut = int(line.text.size() / 4) + 1;
@@ -248,23 +209,7 @@ void StandinSession::finishResponse()
     last.insert(QStringLiteral("done"), monotonicNs());
     responses.replace(responses.size() - 1, last);
     mark(QStringLiteral("responses"), responses);
-    send({{QStringLiteral("type"), QStringLiteral("response.done")},
-          {QStringLiteral("response"),
-           QJsonObject{{QStringLiteral("id"), m_responseId},
-                       {QStringLiteral("object"), QStringLiteral("realtime.response")},
-                       {QStringLiteral("status"), QStringLiteral("completed")},
-                       {QStringLiteral("usage"),
-                        QJsonObject{{QStringLiteral("total_tokens"),
-                                     inputText + inputAudio + audioOut + textOut},
-                                    {QStringLiteral("input_tokens"), inputText + inputAudio},
-                                    {QStringLiteral("output_tokens"), audioOut + textOut},
-                                    {QStringLiteral("input_token_details"),
-                                     QJsonObject{{QStringLiteral("text_tokens"), inputText},
-                                                 {QStringLiteral("audio_tokens"), inputAudio},
-                                                 {QStringLiteral("cached_tokens"), 0}}},
-                                    {QStringLiteral("output_token_details"),
-                                     QJsonObject{{QStringLiteral("text_tokens"), textOut},
-                                                 {QStringLiteral("audio_tokens"), audioOut}}}}}}}});
+    send(RealtimeEvents::responseDone(m_responseId, inputText + inputAudio, audioOut + textOut));
 }
 
 void StandinSession::answerMessageRequest(const QJsonObject& request, qint64 arrivedNs)
@@ -275,41 +220,13 @@ void StandinSession::answerMessageRequest(const QJsonObject& request, qint64 arr
     const QString id = QStringLiteral("resp_message");
     const QString tool = request[QLatin1String("tool_choice")][QLatin1String("name")].toString();
     const QString arguments = QString::fromUtf8(m_message);
-    send({{QStringLiteral("type"), QStringLiteral("response.created")},
-          {QStringLiteral("response"),
-           QJsonObject{{QStringLiteral("id"), id},
-                       {QStringLiteral("object"), QStringLiteral("realtime.response")},
-                       {QStringLiteral("status"), QStringLiteral("in_progress")}}}});
-    send({{QStringLiteral("type"), QStringLiteral("response.function_call_arguments.done")},
-          {QStringLiteral("response_id"), id},
-          {QStringLiteral("item_id"), QStringLiteral("item_message")},
-          {QStringLiteral("output_index"), 0},
-          {QStringLiteral("call_id"), QStringLiteral("call_message")},
-          {QStringLiteral("name"), tool},
-          {QStringLiteral("arguments"), arguments}});
+    send(RealtimeEvents::responseCreated(id));
+    send(RealtimeEvents::functionCallArgumentsDone(id, tool, arguments));
     // The whole conversation is read again: text tokens of the order of its length.
     const int inputTokens = 1200 + 60 * (m_nextAssistant + m_nextCaller);
     const int outputTokens = int(arguments.size() / 4) + 1;
-    send({{QStringLiteral("type"), QStringLiteral("response.done")},
-          {QStringLiteral("response"),
-           QJsonObject{
-               {QStringLiteral("id"), id},
-               {QStringLiteral("object"), QStringLiteral("realtime.response")},
-               {QStringLiteral("status"), QStringLiteral("completed")},
-               {QStringLiteral("conversation_id"), QJsonValue()},
-               {QStringLiteral("metadata"), request.value(QStringLiteral("metadata"))},
-               {QStringLiteral("output_modalities"), QJsonArray{QStringLiteral("text")}},
-               {QStringLiteral("output"),
-                QJsonArray{QJsonObject{{QStringLiteral("id"), QStringLiteral("item_message")},
-                                       {QStringLiteral("type"), QStringLiteral("function_call")},
-                                       {QStringLiteral("status"), QStringLiteral("completed")},
-                                       {QStringLiteral("name"), tool},
-                                       {QStringLiteral("call_id"), QStringLiteral("call_message")},
-                                       {QStringLiteral("arguments"), arguments}}}},
-               {QStringLiteral("usage"),
-                QJsonObject{{QStringLiteral("total_tokens"), inputTokens + outputTokens},
-                            {QStringLiteral("input_tokens"), inputTokens},
-                            {QStringLiteral("output_tokens"), outputTokens}}}}}});
+    send(RealtimeEvents::functionCallDone(id, request.value(QStringLiteral("metadata")).toObject(),
+                                          tool, arguments, inputTokens, outputTokens));
     mark(QStringLiteral("messageAnswered"), monotonicNs());
     mark(QStringLiteral("messageInputTokens"), inputTokens);
     mark(QStringLiteral("messageOutputTokens"), outputTokens);
