@@ -3,7 +3,8 @@
 # suite: the normal build and its Debian package, the AddressSanitizer +
 # UndefinedBehaviorSanitizer build, the ThreadSanitizer build of the audio tests, and the fuzz
 # targets for a bounded time. Exits non-zero on the first failure. The audio suites and
-# Twinkle's whole call run on PulseAudio and again on PipeWire (CTest label pipewire).
+# Twinkle's whole call run on PulseAudio and again on PipeWire (CTest label pipewire). Ends with
+# the code lines of src/ and tests/ and their ratio.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -64,3 +65,4 @@ for fuzzer in build-fuzz/fuzz/fuzz_*; do
     grep -E '^stat::number_of_executed_units' "build-fuzz/$name.log" || tail -n 1 "build-fuzz/$name.log"
 done
 echo "all test stages passed"
+"$root/scripts/test-ratio.sh"
