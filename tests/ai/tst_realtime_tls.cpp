@@ -174,11 +174,6 @@ private Q_SLOTS:
         client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
                        QStringLiteral("Consignes"));
         QVERIFY(QTest::qWaitFor([&] { return client.isReady(); }, 10'000));
-        QCOMPARE(server.handshakes().size(), 1);
-        QCOMPARE(server.handshakes().first().header("Authorization"),
-                 QByteArray("Bearer sk-test-123"));
-        QCOMPARE(server.events().first().value(QLatin1String("type")).toString(),
-                 QStringLiteral("session.update"));
 
         client.greet();
         const QByteArray caller = pcmChunk(4800, 1);
@@ -189,7 +184,6 @@ private Q_SLOTS:
                                                   "vous ?")}));
         QVERIFY(server.waitForEvents(3));
         QCOMPARE(server.receivedAudio(), caller);
-        QCOMPARE(client.usageMeter().snapshot().outputTokens, 80);
 
         client.close();
         QVERIFY(server.waitForClientClose());

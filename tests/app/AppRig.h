@@ -253,6 +253,8 @@ struct ModelRig {
         return model->busy() && waitFor([this] { return model->connected(); });
     }
 
+    bool armAndTakeCall() { return arm() && takeCall(); }
+
     // Rings and lets the tick take the call while the AI never confirms its session: the
     // call is on its way, the phone still rings.
     bool takeCallWithoutReadyAI()

@@ -181,8 +181,7 @@ private Q_SLOTS:
                  QStringLiteral("sk-nouvelle"));
 
         // During a conversation the key stays where it is.
-        QVERIFY(rig.arm());
-        QVERIFY(rig.takeCall());
+        QVERIFY(rig.armAndTakeCall());
         rig.model->deleteKey();
         QVERIFY(rig.model->keyPresent());
     }

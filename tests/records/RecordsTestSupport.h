@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QStringList>
 #include <optional>
+#include <sys/stat.h>
 
 namespace vemira::test {
 
@@ -45,27 +46,8 @@ inline void writeBytes(const QString& path, const QByteArray& bytes)
 
 inline int mode(const QString& path)
 {
-    const auto p = QFile::permissions(path);
-    int m = 0;
-    if (p & QFile::ReadOwner)
-        m |= 0400;
-    if (p & QFile::WriteOwner)
-        m |= 0200;
-    if (p & QFile::ExeOwner)
-        m |= 0100;
-    if (p & QFile::ReadGroup)
-        m |= 040;
-    if (p & QFile::WriteGroup)
-        m |= 020;
-    if (p & QFile::ExeGroup)
-        m |= 010;
-    if (p & QFile::ReadOther)
-        m |= 04;
-    if (p & QFile::WriteOther)
-        m |= 02;
-    if (p & QFile::ExeOther)
-        m |= 01;
-    return m;
+    struct stat info {};
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 0777) : -1;
 }
 
 // Records what the store asked of the desktop and answers as told.
