@@ -574,7 +574,9 @@ private Q_SLOTS:
             return last && last->id == id ? last->transcript.size() : -1;
         };
         QCOMPARE(linesOnDisk(), 0);
-        rig.clock.advance(3.0);
+        rig.clock.advance(1.9);
+        QCOMPARE(linesOnDisk(), 0);
+        rig.clock.advance(0.1); // 2 s after the first line
         QVERIFY(waitFor([&] { return linesOnDisk() == 2; }));
         QVERIFY(waitFor([&] { return rig.server.receivedAudio().size() >= 4800; }));
 
