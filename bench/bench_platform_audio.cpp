@@ -9,10 +9,10 @@
 //                stream, plus the server's playback latency from there to the device.
 // A short burst is timed at each end; the figures are the median and worst of 20 bursts, and
 // a round trip through one virtual device as a cross-check.
-#include "PulseDaemon.h"
 #include "audio/AudioBridge.h"
 #include "audio/AudioSystem.h"
 #include "platform/linux/audio/PulseEngine.h"
+#include "support/PulseDaemon.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

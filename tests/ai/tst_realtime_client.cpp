@@ -1,5 +1,6 @@
 #include "ScriptedRealtimeServer.h"
 #include "ai/RealtimeClient.h"
+#include "support/Pcm.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -8,6 +9,7 @@
 #include <memory>
 
 using namespace vemira;
+using vemira::testing::pcmChunk;
 using vemira::testing::ScriptedRealtimeServer;
 
 namespace {
@@ -64,14 +66,6 @@ struct Recorder {
         client.onAILineCut = [this] { log << QStringLiteral("cut"); };
     }
 };
-
-QByteArray pcmChunk(int bytes, int seed)
-{
-    QByteArray pcm(bytes, Qt::Uninitialized);
-    for (int i = 0; i < bytes; ++i)
-        pcm[i] = char(seed * 31 + i * 7);
-    return pcm;
-}
 
 QSet<QByteArray> lowerNames(const ScriptedRealtimeServer::Handshake& handshake)
 {

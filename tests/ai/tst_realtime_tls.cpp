@@ -1,6 +1,7 @@
 #include "ScriptedRealtimeServer.h"
 #include "ai/RealtimeClient.h"
 #include "ai/RealtimeProtocol.h"
+#include "support/Pcm.h"
 
 #include <QDeadlineTimer>
 #include <QTest>
@@ -17,6 +18,7 @@
 #endif
 
 using namespace vemira;
+using vemira::testing::pcmChunk;
 using vemira::testing::ScriptedRealtimeServer;
 
 namespace {
@@ -31,14 +33,6 @@ QString refused(const QString& why)
            why +
            QStringLiteral("). Vérifiez la date de l’ordinateur ; un proxy ou un antivirus qui "
                           "inspecte les connexions peut aussi en être la cause.");
-}
-
-QByteArray pcmChunk(int bytes, int seed)
-{
-    QByteArray pcm(bytes, Qt::Uninitialized);
-    for (int i = 0; i < bytes; ++i)
-        pcm[i] = char(seed * 31 + i * 7);
-    return pcm;
 }
 
 // Bytes of the WebSocket frame carrying this audio, as the client writes it (masked, 16-bit

@@ -12,6 +12,7 @@
 #include "audio/VoiceOutputChain.h"
 #include "audio/fakes/FakeAudioDevices.h"
 #include "core/PlatformWording.h"
+#include "support/Pcm.h"
 
 #include <QSettings>
 #include <QTemporaryDir>
@@ -22,31 +23,10 @@
 
 using namespace vemira;
 using vemira::testing::FakeAudioSystem;
+using vemira::testing::sine;
+using vemira::testing::toneAmplitude;
 
 namespace {
-
-std::vector<float> sine(double frequency, double rate, double amplitude, int frames,
-                        int channels = 1)
-{
-    std::vector<float> out(std::size_t(frames) * std::size_t(channels));
-    for (int n = 0; n < frames; ++n)
-        for (int c = 0; c < channels; ++c)
-            out[std::size_t(n * channels + c)] =
-                float(amplitude * std::sin(2.0 * std::numbers::pi * frequency * n / rate));
-    return out;
-}
-
-// Amplitude of one frequency in a float signal (single-bin DFT over whole cycles).
-double toneAmplitude(const float* x, int frames, double frequency, double rate)
-{
-    double c = 0, s = 0;
-    for (int n = 0; n < frames; ++n) {
-        const double phase = 2.0 * std::numbers::pi * frequency * n / rate;
-        c += x[n] * std::cos(phase);
-        s += x[n] * std::sin(phase);
-    }
-    return 2.0 * std::hypot(c, s) / frames;
-}
 
 double dB(double ratio)
 {

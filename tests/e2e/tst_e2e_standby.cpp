@@ -13,8 +13,8 @@
 #include "records/HistoryCodec.h"
 #include "records/RecordsStore.h"
 #include "support/PrivateDesktop.h"
+#include "support/WaitFor.h"
 
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -27,20 +27,9 @@
 
 using namespace vemira;
 using namespace vemira::e2e;
+using vemira::testing::waitFor;
 
 namespace {
-
-// Lets the event loop run (process output, timers) until `done` or the time is up.
-bool waitFor(const std::function<bool()>& done, int ms)
-{
-    const QDeadlineTimer deadline(ms);
-    while (!done()) {
-        if (deadline.hasExpired())
-            return false;
-        QTest::qWait(50);
-    }
-    return true;
-}
 
 // A child process ended on scope exit, whatever happened to the test.
 struct Child {
@@ -76,7 +65,7 @@ struct CallRig {
         standin.process.setProcessEnvironment(env);
         standin.process.start(QStringLiteral(VEMIRA_E2E_STANDIN),
                               {QStringLiteral("--marks"), standinMarks});
-        if (!waitFor([&] { return standin.process.canReadLine(); }, 10000)) {
+        if (!waitFor([&] { return standin.process.canReadLine(); }, 10)) {
             *error = QStringLiteral("the stand-in did not start");
             return false;
         }
@@ -221,13 +210,12 @@ void TestStandby::interruptDuringACallKeepsWhatWasSaid()
     connect(&standby.process, &QProcess::readyRead, this,
             [&] { output += QString::fromUtf8(standby.process.readAll()); });
     standby.process.start(QStringLiteral(VEMIRA_E2E_CLI), {QStringLiteral("standby")});
-    QVERIFY2(
-        waitFor([&] { return output.contains(QStringLiteral("À l’écoute des appels")); }, 20000),
-        qPrintable(output));
+    QVERIFY2(waitFor([&] { return output.contains(QStringLiteral("À l’écoute des appels")); }, 20),
+             qPrintable(output));
 
     QTest::qWait(1000); // the softphone's window reaches the accessibility bus
     rig.softphone.process.write("ring\n");
-    QVERIFY2(waitFor([&] { return rig.midCall(); }, 40000), qPrintable(output));
+    QVERIFY2(waitFor([&] { return rig.midCall(); }, 40), qPrintable(output));
     if (signal == SIGKILL) {
         // The call's record keeps up with it on disk, seconds behind at most.
         QVERIFY2(waitFor(
@@ -235,13 +223,13 @@ void TestStandby::interruptDuringACallKeepsWhatWasSaid()
                          const auto last = RecordsStore(DataFolder(rig.data)).readCallInProgress();
                          return last && last->transcript.size() >= 2;
                      },
-                     6000),
+                     6),
                  qPrintable(output));
     } else {
         QTest::qWait(500); // the caller's transcript, sent just before, reaches the record
     }
     ::kill(pid_t(standby.process.processId()), signal);
-    QVERIFY2(waitFor([&] { return standby.process.state() == QProcess::NotRunning; }, 15000),
+    QVERIFY2(waitFor([&] { return standby.process.state() == QProcess::NotRunning; }, 15),
              qPrintable(output));
     output += QString::fromUtf8(standby.process.readAll());
     qInfo().noquote() << output;
@@ -257,10 +245,10 @@ void TestStandby::interruptDuringACallKeepsWhatWasSaid()
                 [&] { restarted += QString::fromUtf8(again.process.readAll()); });
         again.process.start(QStringLiteral(VEMIRA_E2E_CLI), {QStringLiteral("standby")});
         QVERIFY2(
-            waitFor([&] { return restarted.contains(QStringLiteral("Appel interrompu")); }, 20000),
+            waitFor([&] { return restarted.contains(QStringLiteral("Appel interrompu")); }, 20),
             qPrintable(restarted));
         ::kill(pid_t(again.process.processId()), SIGINT);
-        QVERIFY2(waitFor([&] { return again.process.state() == QProcess::NotRunning; }, 15000),
+        QVERIFY2(waitFor([&] { return again.process.state() == QProcess::NotRunning; }, 15),
                  qPrintable(restarted));
     } else {
         QCOMPARE(standby.process.exitStatus(), QProcess::NormalExit);
@@ -306,7 +294,7 @@ void TestStandby::theApplicationStoppedMidCallHangsUpSavesAndLeaves()
                      return pressButton(accessibility, vemira,
                                         QStringLiteral("Configurer et tester le son"));
                  },
-                 20000),
+                 20),
              qPrintable(output));
     QVERIFY2(waitFor(
                  [&] {
@@ -314,18 +302,18 @@ void TestStandby::theApplicationStoppedMidCallHangsUpSavesAndLeaves()
                          return true;
                      if (!pressButton(accessibility, vemira, QStringLiteral("Répondre aux appels")))
                          return false;
-                     return waitFor([&] { return !rig.sessions().isEmpty(); }, 3000);
+                     return waitFor([&] { return !rig.sessions().isEmpty(); }, 3);
                  },
-                 60000),
+                 60),
              qPrintable(output));
 
     rig.softphone.process.write("ring\n");
-    QVERIFY2(waitFor([&] { return rig.midCall(); }, 60000), qPrintable(output));
+    QVERIFY2(waitFor([&] { return rig.midCall(); }, 60), qPrintable(output));
     QTest::qWait(500);
     QElapsedTimer stopping;
     stopping.start();
     ::kill(pid_t(app.process.processId()), SIGTERM);
-    QVERIFY2(waitFor([&] { return app.process.state() == QProcess::NotRunning; }, 15000),
+    QVERIFY2(waitFor([&] { return app.process.state() == QProcess::NotRunning; }, 15),
              qPrintable(output));
     const qint64 took = stopping.elapsed();
     qInfo() << "vemira-app left" << took << "ms after SIGTERM";

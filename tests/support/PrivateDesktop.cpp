@@ -50,23 +50,17 @@ PrivateDesktop::~PrivateDesktop()
         runScript(QDir(m_scripts).filePath(QStringLiteral("desktop-session.sh")),
                   {QStringLiteral("stop"), QDir(m_folder).filePath(QStringLiteral("desktop"))},
                   m_env, &ignored);
-    if (m_audio)
-        runScript(QDir(m_scripts).filePath(QStringLiteral("pulseaudio.sh")),
-                  {QStringLiteral("stop"), QDir(m_folder).filePath(QStringLiteral("pulse"))}, m_env,
-                  &ignored);
 }
 
 bool PrivateDesktop::start(QString* error)
 {
-    QString output;
-    const QString pulse = QDir(m_scripts).filePath(QStringLiteral("pulseaudio.sh"));
-    const QString pulseDir = QDir(m_folder).filePath(QStringLiteral("pulse"));
-    if (!runScript(pulse, {QStringLiteral("start"), pulseDir}, m_env, &output)) {
-        *error = QStringLiteral("PulseAudio: ") + output;
+    if (const QString failure = m_audio.start(); !failure.isEmpty()) {
+        *error = QStringLiteral("PulseAudio: ") + failure;
         return false;
     }
-    m_audio = true;
-    runScript(pulse, {QStringLiteral("env"), pulseDir}, m_env, &output);
+    QString output;
+    runScript(QDir(m_scripts).filePath(QStringLiteral("pulseaudio.sh")),
+              {QStringLiteral("env"), m_audio.folder()}, m_env, &output);
     applyExports(output, m_env);
 
     const QString desktopDir = QDir(m_folder).filePath(QStringLiteral("desktop"));

@@ -1,13 +1,15 @@
 #pragma once
 
+#include "support/PulseDaemon.h"
+
 #include <QProcessEnvironment>
 #include <QString>
 
 namespace vemira::e2e {
 
-// The project's own scripts, run for a test: a private PulseAudio daemon with the virtual
-// call devices and a private desktop (Xvfb, session bus, accessibility bus) in `folder`.
-// Stopped again on destruction.
+// The project's own scripts, run for a test: a private sound server with the virtual call
+// devices (PulseDaemon) and a private desktop (Xvfb, session bus, accessibility bus) in
+// `folder`. Stopped again on destruction.
 class PrivateDesktop {
 public:
     PrivateDesktop(QString scriptsFolder, QString folder);
@@ -24,7 +26,7 @@ private:
     QString m_scripts;
     QString m_folder;
     QProcessEnvironment m_env;
-    bool m_audio = false;
+    PulseDaemon m_audio;
     bool m_desktop = false;
 };
 

@@ -60,9 +60,9 @@
 #include <QtEndian>
 
 #if defined(Q_OS_LINUX)
-#include "PulseDaemon.h"
 #include "platform/linux/audio/PulseStreamRouter.h"
 #include "platform/linux/audio/PulseVirtualDevices.h"
+#include "support/PulseDaemon.h"
 #endif
 
 using namespace vemira;

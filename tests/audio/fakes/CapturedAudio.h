@@ -4,6 +4,7 @@
 // measure it.
 
 #include "audio/SoundDevice.h"
+#include "support/Pcm.h"
 
 #include <QByteArray>
 #include <QCoreApplication>
@@ -56,40 +57,6 @@ struct Samples {
         return values;
     }
 };
-
-// The amplitude of one frequency over `count` samples from `from`.
-inline double toneAmplitude(const std::vector<float>& x, std::size_t from, std::size_t count,
-                            double frequency, double rate)
-{
-    double c = 0, s = 0;
-    for (std::size_t n = 0; n < count && from + n < x.size(); ++n) {
-        const double phase = 2.0 * std::numbers::pi * frequency * double(n) / rate;
-        c += x[from + n] * std::cos(phase);
-        s += x[from + n] * std::sin(phase);
-    }
-    return 2.0 * std::hypot(c, s) / double(count);
-}
-
-inline double rms(const std::vector<float>& x, std::size_t from, std::size_t count)
-{
-    double sum = 0;
-    std::size_t n = 0;
-    for (; n < count && from + n < x.size(); ++n)
-        sum += double(x[from + n]) * double(x[from + n]);
-    return n ? std::sqrt(sum / double(n)) : 0.0;
-}
-
-// 16-bit little-endian wire audio as floats.
-inline std::vector<float> wireToFloat(const QByteArray& wire)
-{
-    std::vector<float> out(std::size_t(wire.size() / 2));
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        const auto lo = std::uint8_t(wire[qsizetype(2 * i)]);
-        const auto hi = std::uint8_t(wire[qsizetype(2 * i + 1)]);
-        out[i] = float(std::int16_t(std::uint16_t(lo | (hi << 8)))) / 32768.0f;
-    }
-    return out;
-}
 
 inline std::optional<SoundDevice> byUID(const QList<SoundDevice>& devices, const QString& uid)
 {

@@ -1,5 +1,7 @@
 #include "audio/fakes/FakeAudioDevices.h"
 
+#include "support/Pcm.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QThread>
@@ -274,15 +276,8 @@ void FakeAudioDeviceIO::feedTone(std::uint32_t deviceID, double frequency, doubl
 {
     const Device* d = device(deviceID);
     const DeviceFormat format = d ? d->captureFormat : DeviceFormat{48000, 1};
-    const auto frames = std::size_t(std::llround(seconds * format.sampleRate));
-    std::vector<float> samples(frames * std::size_t(format.channels));
-    for (std::size_t n = 0; n < frames; ++n) {
-        const auto value = float(amplitude * std::sin(2.0 * std::numbers::pi * frequency *
-                                                      double(n) / format.sampleRate));
-        for (int c = 0; c < format.channels; ++c)
-            samples[n * std::size_t(format.channels) + std::size_t(c)] = value;
-    }
-    feed(deviceID, samples);
+    feed(deviceID, sine(frequency, format.sampleRate, amplitude,
+                        int(std::llround(seconds * format.sampleRate)), format.channels));
 }
 
 std::size_t FakeAudioDeviceIO::pendingFeed(std::uint32_t deviceID) const
@@ -348,19 +343,6 @@ void FakeAudioDeviceIO::clearPlayed(std::uint32_t deviceID)
 {
     std::lock_guard guard(m_streamsLock);
     m_streams[deviceID].played.clear();
-}
-
-bool waitFor(const std::function<bool()>& condition, double seconds)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > qint64(seconds * 1000))
-            return condition();
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-        QThread::msleep(5);
-    }
-    return true;
 }
 
 } // namespace vemira::testing

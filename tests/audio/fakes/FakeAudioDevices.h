@@ -2,6 +2,7 @@
 
 #include "audio/AudioDeviceIO.h"
 #include "audio/AudioSystem.h"
+#include "support/WaitFor.h"
 
 #include <QHash>
 #include <QList>
@@ -161,8 +162,5 @@ private:
     mutable std::mutex m_streamsLock;
     std::map<std::uint32_t, Stream> m_streams;
 };
-
-// Waits (processing Qt events) until `condition` holds or `seconds` pass.
-bool waitFor(const std::function<bool()>& condition, double seconds = 5.0);
 
 } // namespace vemira::testing

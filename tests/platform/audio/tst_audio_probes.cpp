@@ -1,10 +1,10 @@
 // The route and microphone probes on a real PulseAudio daemon with the virtual devices.
-#include "PulseDaemon.h"
 #include "audio/AudioDeviceIO.h"
 #include "audio/AudioSystem.h"
 #include "audio/probes/AudioRouteProbe.h"
 #include "audio/probes/MicrophoneProbe.h"
 #include "core/Clock.h"
+#include "support/PulseDaemon.h"
 
 #include <QDir>
 #include <QElapsedTimer>

@@ -1,9 +1,9 @@
 // Device list, transport types and system defaults against a real PulseAudio daemon.
-#include "PulseDaemon.h"
 #include "audio/AudioSystem.h"
 #include "audio/MacAudioRoute.h"
 #include "audio/fakes/CapturedAudio.h"
 #include "platform/linux/audio/PulseDeviceTable.h"
+#include "support/PulseDaemon.h"
 
 #include <QTest>
 

@@ -2,12 +2,12 @@
 // matters here (the canceller follows the real buffers), so it runs without sanitizers, whose
 // slowness makes the device run dry; the alignment logic itself is tested deterministically in
 // tst_echo_canceller.cpp.
-#include "PulseDaemon.h"
 #include "audio/AudioBridge.h"
 #include "audio/AudioSystem.h"
 #include "audio/ProbeMeter.h"
 #include "audio/VoiceOutputChain.h"
 #include "audio/fakes/CapturedAudio.h"
+#include "support/PulseDaemon.h"
 
 #include <QTest>
 #include <atomic>

@@ -1,11 +1,11 @@
 // Capture and playback on real PulseAudio devices: the bridge's round trip through a
 // virtual device, echo cancellation, a device that vanishes, stop that really stops.
-#include "PulseDaemon.h"
 #include "audio/AudioBridge.h"
 #include "audio/AudioSystem.h"
 #include "audio/ProbeMeter.h"
 #include "audio/VoiceOutputChain.h"
 #include "audio/fakes/CapturedAudio.h"
+#include "support/PulseDaemon.h"
 
 #include <QTest>
 #include <QThread>
@@ -54,14 +54,7 @@ private Q_SLOTS:
             const Status started = bridge.start(device->id, device->id, false);
             QVERIFY2(!started, started ? qPrintable(started->message()) : "");
 
-            QByteArray tone(2 * 24000 * 2, Qt::Uninitialized); // 2 s at 24 kHz
-            for (int n = 0; n < 48000; ++n) {
-                const auto s = std::int16_t(
-                    std::trunc(std::sin(2.0 * std::numbers::pi * 733.0 * n / 24000.0) * 3276.0));
-                tone[2 * n] = char(s & 0xff);
-                tone[2 * n + 1] = char((s >> 8) & 0xff);
-            }
-            bridge.enqueue(tone);
+            bridge.enqueue(tonePCM(2.0, 733.0, 3276.0));
             pump(2600);
             QVERIFY2(!bridge.needsRestart(), qPrintable(bridge.flowStatus()));
             bridge.stop();

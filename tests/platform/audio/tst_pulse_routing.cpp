@@ -1,8 +1,8 @@
 // The phone application's call streams moved onto the virtual devices and back, against a
 // real PulseAudio daemon with real client streams (pacat), some of which must not move.
-#include "PulseDaemon.h"
 #include "audio/SoundDevice.h"
 #include "platform/linux/audio/PulseStreamRouter.h"
+#include "support/PulseDaemon.h"
 
 #include <QFile>
 #include <QJsonArray>

@@ -1,9 +1,9 @@
 // The virtual call devices made, checked and removed by the application on a real PulseAudio
 // daemon, and the start-up file that makes them again, proved by starting a daemon with it.
-#include "PulseDaemon.h"
 #include "audio/AudioSystem.h"
 #include "audio/SoundDevice.h"
 #include "platform/linux/audio/PulseVirtualDevices.h"
+#include "support/PulseDaemon.h"
 
 #include <QDir>
 #include <QFile>
