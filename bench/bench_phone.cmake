@@ -2,11 +2,11 @@
 if(TARGET vemira_test_phone_fakes)
     add_executable(bench_phone ${CMAKE_CURRENT_LIST_DIR}/bench_phone.cpp)
     target_link_libraries(bench_phone PRIVATE vemira_options vemira_test_phone_fakes)
-    if(TARGET vemira_ringing_phone)
+    if(TARGET vemira-test-softphone AND TARGET vemira_platform_phone)
         target_link_libraries(bench_phone PRIVATE vemira_platform_phone)
-        add_dependencies(bench_phone vemira_ringing_phone)
+        add_dependencies(bench_phone vemira-test-softphone)
         target_compile_definitions(bench_phone PRIVATE
-            VEMIRA_RINGING_PHONE="$<TARGET_FILE:vemira_ringing_phone>"
+            VEMIRA_RINGING_PHONE="$<TARGET_FILE:vemira-test-softphone>"
             VEMIRA_DESKTOP_SESSION="${CMAKE_SOURCE_DIR}/scripts/env/desktop-session.sh")
     endif()
     if(TARGET vemira_test_support AND TARGET tst_realphone)

@@ -126,11 +126,12 @@ void realWindow()
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
     window.setProcessEnvironment(env);
-    window.start(QStringLiteral(VEMIRA_RINGING_PHONE), {});
+    // The demonstration's test softphone, idle until told to ring.
+    window.start(QStringLiteral(VEMIRA_RINGING_PHONE), {QStringLiteral("--ring-on-stdin")});
     window.waitForStarted();
 
     AtspiAccessibility accessibility;
-    const QStringList names = linuxPhoneApplications("Vemira Ringing Phone Test");
+    const QStringList names = linuxPhoneApplications({});
     PhoneAutomation phone(accessibility, SystemClock::instance(), names);
     // Wait for the window to register with the desktop.
     for (int i = 0; i < 200 && accessibility.applicationRoots(names).empty(); ++i)
