@@ -498,76 +498,83 @@ private Q_SLOTS:
         QVERIFY(recorder.errors.isEmpty());
     }
 
-    void rejectedKeysAndLostConnectionsAreReported()
+    // Every way a session fails to open or is lost reports each failure once; a refused
+    // address or key never reaches the network.
+    void failedConnectionsAreReportedOnce_data()
     {
-        RealtimeClient client(clock);
-        Recorder recorder;
-        recorder.attach(client);
-
-        // The upgrade is refused outright.
-        server->setUpgrade(ScriptedRealtimeServer::Upgrade::Refuse401);
-        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
-                       QStringLiteral("Consignes"));
-        QVERIFY(QTest::qWaitFor([&] { return !recorder.errors.isEmpty(); }, 5000));
-        QTest::qWait(100);
-        QCOMPARE(recorder.errors, QStringList{receiveFailed});
-        QCOMPARE(recorder.ready, 0);
-        client.close();
-
-        // The socket is accepted, then the key is rejected by an event and a close (3000).
-        server->setUpgrade(ScriptedRealtimeServer::Upgrade::Accept);
-        server->behaviour().confirmSessions = false;
-        recorder.errors.clear();
-        server->onEvent = [&](const QJsonObject&) {
-            server->sendEvent(ScriptedRealtimeServer::error(QStringLiteral("invalid_api_key"),
-                                                            QStringLiteral("Incorrect API key")));
-            server->closeSession(QWebSocketProtocol::CloseCode(3000),
-                                 QStringLiteral("invalid_api_key"));
-        };
-        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
-                       QStringLiteral("Consignes"));
-        QVERIFY(QTest::qWaitFor([&] { return recorder.errors.size() >= 2; }, 5000));
-        QTest::qWait(100);
-        QCOMPARE(recorder.errors,
-                 (QStringList{QStringLiteral("L’IA signale une erreur (invalid_api_key). Vérifiez "
-                                             "votre configuration."),
-                              receiveFailed}));
-        server->onEvent = nullptr;
-        client.close();
-
-        // A working session whose connection is cut: the receive side reports, then the next
-        // frame finds the socket gone — each once.
-        server->behaviour().confirmSessions = true;
-        recorder.errors.clear();
-        openReady(client, recorder);
-        server->dropSession();
-        QVERIFY(QTest::qWaitFor([&] { return !recorder.errors.isEmpty(); }, 5000));
-        client.append(pcmChunk(4096, 1));
-        client.append(pcmChunk(4096, 2));
-        client.greet();
-        QCOMPARE(recorder.errors, (QStringList{receiveFailed, sendFailed}));
-        client.close();
-        QCOMPARE(recorder.errors.size(), 2);
+        QTest::addColumn<QString>("failure");
+        QTest::addColumn<QStringList>("errors");
+        QTest::newRow("upgrade refused") << QStringLiteral("401") << QStringList{receiveFailed};
+        QTest::newRow("key rejected by an event and a close")
+            << QStringLiteral("3000")
+            << QStringList{QStringLiteral("L’IA signale une erreur (invalid_api_key). Vérifiez "
+                                          "votre configuration."),
+                           receiveFailed};
+        QTest::newRow("connection cut")
+            << QStringLiteral("cut") << QStringList{receiveFailed, sendFailed};
+        QTest::newRow("upgrade unanswered for 60 s")
+            << QStringLiteral("silent") << QStringList{receiveFailed};
+        QTest::newRow("address off the loopback")
+            << QStringLiteral("address") << QStringList{receiveFailed};
+        QTest::newRow("key splitting the request")
+            << QStringLiteral("header") << QStringList{receiveFailed};
     }
-
-    void unansweredUpgradeGivesUpAfterSixtySeconds()
+    void failedConnectionsAreReportedOnce()
     {
-        server->setUpgrade(ScriptedRealtimeServer::Upgrade::NeverAnswer);
+        QFETCH(QString, failure);
+        QFETCH(QStringList, errors);
         RealtimeClient client(clock);
         Recorder recorder;
         recorder.attach(client);
-        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
+        QString usedKey = key;
+        if (failure == u"401") {
+            server->setUpgrade(ScriptedRealtimeServer::Upgrade::Refuse401);
+        } else if (failure == u"3000") {
+            server->behaviour().confirmSessions = false;
+            server->onEvent = [&](const QJsonObject&) {
+                server->sendEvent(ScriptedRealtimeServer::error(
+                    QStringLiteral("invalid_api_key"), QStringLiteral("Incorrect API key")));
+                server->closeSession(QWebSocketProtocol::CloseCode(3000),
+                                     QStringLiteral("invalid_api_key"));
+            };
+        } else if (failure == u"silent") {
+            server->setUpgrade(ScriptedRealtimeServer::Upgrade::NeverAnswer);
+        } else if (failure == u"address") {
+            qputenv("VEMIRA_REALTIME_URL", "ws://10.1.2.3:8765");
+        } else if (failure == u"header") {
+            usedKey = QStringLiteral("sk-1\r\nX-Injected: 1");
+        }
+        client.connect(usedKey, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
                        QStringLiteral("Consignes"));
-        QVERIFY(server->waitForConnections(1));
-        clock.advance(59.9);
-        QVERIFY(recorder.errors.isEmpty());
-        clock.advance(0.1);
-        QCOMPARE(recorder.errors, QStringList{receiveFailed});
-        // The half-open connection is not left behind.
-        QVERIFY(server->waitForEndedConnections(1));
+        server->useAsEndpoint();
+        QVERIFY(recorder.errors.isEmpty()); // reported after connect() returned
+        if (failure == u"cut") {
+            QVERIFY(QTest::qWaitFor([&] { return recorder.ready == 1; }));
+            server->dropSession();
+            QVERIFY(QTest::qWaitFor([&] { return !recorder.errors.isEmpty(); }));
+            // The next frames find the socket gone: said once.
+            client.append(pcmChunk(4096, 1));
+            client.append(pcmChunk(4096, 2));
+            client.greet();
+        } else if (failure == u"silent") {
+            QVERIFY(server->waitForConnections(1));
+            clock.advance(59.9);
+            QVERIFY(recorder.errors.isEmpty());
+            clock.advance(0.1);
+        }
+        QVERIFY(QTest::qWaitFor([&] { return recorder.errors.size() >= errors.size(); }));
+        // Whatever could still come has come once the connection is over.
+        if (server->connectionCount() > 0)
+            QVERIFY(server->waitForEndedConnections(1));
+        QCoreApplication::processEvents();
+        QCOMPARE(recorder.errors, errors);
+        QCOMPARE(recorder.ready, failure == u"cut" ? 1 : 0);
+        if (failure == u"address" || failure == u"header")
+            QCOMPARE(server->connectionCount(), 0);
         client.close();
         clock.advance(120);
-        QCOMPARE(recorder.errors.size(), 1);
+        QCOMPARE(recorder.errors, errors);
+        server->onEvent = nullptr;
     }
 
     void stalledServerKeepsMemoryBounded()
@@ -612,29 +619,6 @@ private Q_SLOTS:
         client.append(pcmChunk(4096, 0));
         QCOMPARE(recorder.errors.size(), 40);
         qInfo("%d chunks offered, %d dropped", sent, dropped);
-    }
-
-    void refusedAddressOrKeyNeverLeaveTheMachine()
-    {
-        RealtimeClient client(clock);
-        Recorder recorder;
-        recorder.attach(client);
-        qputenv("VEMIRA_REALTIME_URL", "ws://10.1.2.3:8765");
-        client.connect(key, QStringLiteral("gpt-realtime"), QStringLiteral("marin"),
-                       QStringLiteral("Consignes"));
-        server->useAsEndpoint();
-        QVERIFY(recorder.errors.isEmpty()); // reported after connect() returned
-        QVERIFY(QTest::qWaitFor([&] { return !recorder.errors.isEmpty(); }, 5000));
-        QCOMPARE(recorder.errors, QStringList{receiveFailed});
-        client.close();
-
-        // A key that would split the upgrade request into extra headers.
-        client.connect(QStringLiteral("sk-1\r\nX-Injected: 1"), QStringLiteral("gpt-realtime"),
-                       QStringLiteral("marin"), QStringLiteral("Consignes"));
-        QVERIFY(QTest::qWaitFor([&] { return recorder.errors.size() == 2; }, 5000));
-        QCOMPARE(recorder.errors.last(), receiveFailed);
-        QTest::qWait(50);
-        QCOMPARE(server->connectionCount(), 0);
     }
 
     void callbacksMayBeMissingOrDestroyTheClient()
