@@ -219,9 +219,11 @@ private:
             findDemoProgram(QStringLiteral("vemira-test-softphone"), "VEMIRA_SOFTPHONE");
         const QString standin =
             findDemoProgram(QStringLiteral("vemira-realtime-standin"), "VEMIRA_STANDIN");
-        // <build>/src/cli/vemira → <build>/src/demo/voices/caller.wav
-        m_callerWav =
-            findDemoFile("VEMIRA_CALLER_WAV", QStringLiteral("../demo/voices/caller.wav"));
+        // <build>/src/cli/vemira → <build>/src/demo/voices/caller.wav;
+        // /usr/bin/vemira → /usr/share/vemira/voices/caller.wav
+        m_callerWav = findDemoFile("VEMIRA_CALLER_WAV",
+                                   {QStringLiteral("../demo/voices/caller.wav"),
+                                    QStringLiteral("../share/vemira/voices/caller.wav")});
         if ((m_phone.isEmpty() ? softphone.isEmpty() : m_callerWav.isEmpty()) ||
             standin.isEmpty()) {
             return failWith(

@@ -3,6 +3,8 @@
 // The demonstration's private desktop is made of Linux parts (PulseAudio, Xvfb, AT-SPI).
 #ifdef Q_OS_LINUX
 
+#include "demo/DemoSoftphone.h"
+
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusInterface>
@@ -51,11 +53,14 @@ QString findDemoProgram(const QString& name, const char* envName)
     const QString fromEnv = qEnvironmentVariable(envName);
     if (!fromEnv.isEmpty())
         return QFileInfo(fromEnv).isExecutable() ? fromEnv : QString();
-    // <build>/src/cli/vemira → <build>/src/demo/<name>
-    const QString beside =
-        QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("../demo/") + name);
-    if (QFileInfo(beside).isExecutable())
-        return QFileInfo(beside).canonicalFilePath();
+    // <build>/src/cli/vemira → <build>/src/demo/<name>; /usr/bin/vemira →
+    // /usr/libexec/vemira/<name>
+    for (const QString& folder :
+         {QStringLiteral("../demo/"), QStringLiteral("../libexec/vemira/")}) {
+        const QString beside = QDir(QCoreApplication::applicationDirPath()).filePath(folder + name);
+        if (QFileInfo(beside).isExecutable())
+            return QFileInfo(beside).canonicalFilePath();
+    }
     return QStandardPaths::findExecutable(name);
 }
 
@@ -87,15 +92,14 @@ Status DemoEnvironment::start()
 
 Status DemoEnvironment::startAudio()
 {
-    m_pulseScript = qEnvironmentVariable("VEMIRA_PULSE_SCRIPT");
-    if (m_pulseScript.isEmpty()) {
-        // <source>/build-x/src/cli/vemira → <source>/scripts/env/pulseaudio.sh
-        m_pulseScript = QDir(QCoreApplication::applicationDirPath())
-                            .filePath(QStringLiteral("../../../scripts/env/pulseaudio.sh"));
-    }
-    if (!QFileInfo::exists(m_pulseScript))
-        return AppError(QStringLiteral("Script audio introuvable : %1 (VEMIRA_PULSE_SCRIPT).")
-                            .arg(m_pulseScript));
+    // <source>/build-x/src/cli/vemira → <source>/scripts/env/pulseaudio.sh;
+    // /usr/bin/vemira → /usr/libexec/vemira/pulseaudio.sh
+    m_pulseScript =
+        findDemoFile("VEMIRA_PULSE_SCRIPT", {QStringLiteral("../../../scripts/env/pulseaudio.sh"),
+                                             QStringLiteral("../libexec/vemira/pulseaudio.sh")});
+    if (m_pulseScript.isEmpty())
+        return AppError(QStringLiteral("Script audio introuvable : pulseaudio.sh "
+                                       "(VEMIRA_PULSE_SCRIPT)."));
     const bool pipewire =
         m_env.value(QStringLiteral("VEMIRA_SOUND_SERVER")) == QLatin1String("pipewire");
     const QStringList programs =

@@ -55,7 +55,7 @@ private:
 };
 
 // A helper program of the demonstration: $<envName> when set, else in the build's src/demo
-// folder, else on the PATH. Empty when none exists.
+// folder, else where the package installs it, else on the PATH. Empty when none exists.
 QString findDemoProgram(const QString& name, const char* envName);
 
 } // namespace vemira

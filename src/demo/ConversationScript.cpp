@@ -2,8 +2,10 @@
 
 #include "SpeechDetector.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -22,7 +24,12 @@ QList<ScriptLine> ConversationScript::linesOf(ScriptLine::Role role) const
 
 QString ConversationScript::defaultFolder()
 {
-    return QStringLiteral(VEMIRA_DEMO_VOICES_DIR);
+    const QString built = QStringLiteral(VEMIRA_DEMO_VOICES_DIR);
+    if (QFileInfo::exists(built))
+        return built;
+    // /usr/libexec/vemira/<program> → /usr/share/vemira/voices
+    return QDir(QCoreApplication::applicationDirPath())
+        .filePath(QStringLiteral("../../share/vemira/voices"));
 }
 
 Result<ConversationScript> ConversationScript::load(const QString& folder)

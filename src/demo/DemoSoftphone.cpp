@@ -16,12 +16,17 @@
 
 namespace vemira {
 
-QString findDemoFile(const char* envName, const QString& relative)
+QString findDemoFile(const char* envName, const QStringList& relatives)
 {
-    QString path = qEnvironmentVariable(envName);
-    if (path.isEmpty())
-        path = QDir(QCoreApplication::applicationDirPath()).filePath(relative);
-    return QFileInfo::exists(path) ? QFileInfo(path).absoluteFilePath() : QString();
+    const QString fromEnv = qEnvironmentVariable(envName);
+    if (!fromEnv.isEmpty())
+        return QFileInfo::exists(fromEnv) ? QFileInfo(fromEnv).absoluteFilePath() : QString();
+    for (const QString& relative : relatives) {
+        const QString path = QDir(QCoreApplication::applicationDirPath()).filePath(relative);
+        if (QFileInfo::exists(path))
+            return QFileInfo(path).absoluteFilePath();
+    }
+    return QString();
 }
 
 DemoSoftphone::DemoSoftphone(QString id, QString folder, const QProcessEnvironment& env,
@@ -29,10 +34,12 @@ DemoSoftphone::DemoSoftphone(QString id, QString folder, const QProcessEnvironme
     : m_id(std::move(id)), m_folder(std::move(folder)), m_language(std::move(language)),
       m_script(std::move(script)), m_env(env)
 {
-    // <source>/build-x/src/cli/vemira → <source>/scripts/env/softphone.sh
+    // <source>/build-x/src/cli/vemira → <source>/scripts/env/softphone.sh;
+    // /usr/bin/vemira → /usr/libexec/vemira/softphone.sh
     if (m_script.isEmpty())
         m_script = findDemoFile("VEMIRA_SOFTPHONE_SCRIPT",
-                                QStringLiteral("../../../scripts/env/softphone.sh"));
+                                {QStringLiteral("../../../scripts/env/softphone.sh"),
+                                 QStringLiteral("../libexec/vemira/softphone.sh")});
 }
 
 DemoSoftphone::~DemoSoftphone()

@@ -67,8 +67,9 @@ private:
     mutable QString m_streamRole;
 };
 
-// A file the demonstration needs from the source or build tree: $<envName> when set, else
-// `relative` from the program's folder. Empty when it does not exist.
-QString findDemoFile(const char* envName, const QString& relative);
+// A file the demonstration needs: $<envName> when set, else the first of `relatives` (from the
+// program's folder: the source and build trees, then the installed layout) that exists.
+// Empty when none does.
+QString findDemoFile(const char* envName, const QStringList& relatives);
 
 } // namespace vemira
