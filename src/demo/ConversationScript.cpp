@@ -24,7 +24,7 @@ QList<ScriptLine> ConversationScript::linesOf(ScriptLine::Role role) const
 
 QString ConversationScript::defaultFolder()
 {
-    const QString built = QStringLiteral(VEMIRA_DEMO_VOICES_DIR);
+    QString built = QStringLiteral(VEMIRA_DEMO_VOICES_DIR);
     if (QFileInfo::exists(built))
         return built;
     // /usr/libexec/vemira/<program> → /usr/share/vemira/voices
@@ -50,7 +50,7 @@ Result<ConversationScript> ConversationScript::load(const QString& folder)
     script.company = doc[QStringLiteral("company")].toString();
     script.message =
         QJsonDocument(doc[QStringLiteral("message")].toObject()).toJson(QJsonDocument::Compact);
-    for (const QJsonValue& value : doc[QStringLiteral("turns")].toArray()) {
+    for (const QJsonValue value : doc[QStringLiteral("turns")].toArray()) {
         const QJsonObject turn = value.toObject();
         ScriptLine line;
         line.id = turn[QStringLiteral("id")].toString();
