@@ -3,11 +3,13 @@
 #include "phone/PhoneAutomation.h"
 #include "platform/linux/phone/AtspiAccessibility.h"
 #include "support/PulseDaemon.h"
+#include "support/WaitFor.h"
 
 #include <QProcess>
 #include <QtTest>
 
 using namespace vemira;
+using vemira::testing::waitFor;
 
 namespace {
 const QString kPhoneName = QStringLiteral("Softphone de test");
@@ -21,18 +23,6 @@ private:
     QString m_sessionDir;
     QProcess m_phone;
     std::unique_ptr<AtspiAccessibility> m_accessibility;
-
-    template <typename Condition> bool eventually(Condition condition)
-    {
-        QElapsedTimer waited;
-        waited.start();
-        while (waited.elapsed() < 10000) {
-            if (condition())
-                return true;
-            QTest::qWait(50);
-        }
-        return false;
-    }
 
 private Q_SLOTS:
     void initTestCase()
@@ -89,7 +79,7 @@ private Q_SLOTS:
 
         // The application registers with the desktop a little after its window shows.
         std::optional<IncomingCall> call;
-        QVERIFY(eventually([&] { return (call = phone.incoming()).has_value(); }));
+        QVERIFY(waitFor([&] { return (call = phone.incoming()).has_value(); }, 10));
         QCOMPARE(call->caller, QStringLiteral("+33 6 12 34 56 78"));
         QVERIFY(call->button->role() == axrole::button());
         QCOMPARE(call->button->label(LabelAttribute::Title), QStringLiteral("Répondre"));
@@ -107,9 +97,9 @@ private Q_SLOTS:
         for (int attempt = 0; answered && attempt < 3; ++attempt)
             answered = phone.answer(*call);
         QCOMPARE(answered, Status());
-        QVERIFY(
-            eventually([&] { return m_accessibility->structureChanges(root.get()) != unchanged; }));
-        QVERIFY(eventually([&] { return phone.hasActiveCall(); }));
+        QVERIFY(waitFor([&] { return m_accessibility->structureChanges(root.get()) != unchanged; },
+                        10));
+        QVERIFY(waitFor([&] { return phone.hasActiveCall(); }, 10));
         QVERIFY(!phone.incoming());
         // The offer's button is gone: answering it again presses nothing.
         const Status again = phone.answer(*call);
@@ -120,7 +110,7 @@ private Q_SLOTS:
         for (int attempt = 0; hungUp && attempt < 3; ++attempt)
             hungUp = phone.hangup();
         QCOMPARE(hungUp, Status());
-        QVERIFY(eventually([&] { return !phone.hasActiveCall(); }));
+        QVERIFY(waitFor([&] { return !phone.hasActiveCall(); }, 10));
         const Status none = phone.hangup();
         QVERIFY(none);
         QCOMPARE(none->message(),
