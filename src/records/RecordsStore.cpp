@@ -404,7 +404,7 @@ Status RecordsStore::updateDossier(const QUuid& id, const QString& name)
     return saveHistory();
 }
 
-Status RecordsStore::deleteRecord(const QUuid& id)
+Status RecordsStore::deleteRecord(QUuid id)
 {
     qsizetype index = -1;
     for (qsizetype i = 0; i < m_records.size(); ++i) {

@@ -79,7 +79,9 @@ public:
     // Deletes the record, its transcript file and its recording; unknown id → nothing. The id
     // is kept in history-deleted.json, so that every other writer drops the record too. A call
     // still under way is refused.
-    Status deleteRecord(const QUuid& id);
+    // By value: callers pass the id of the record they found in the list, whose slot the next
+    // record takes once it is removed.
+    Status deleteRecord(QUuid id);
 
     // The record of the call under way, written alone beside the history at each change: a
     // crash then loses at most the last seconds, and keeping it costs the size of one record,

@@ -133,19 +133,25 @@ private Q_SLOTS:
                      std::optional<QString>(QStringLiteral("Terminé")));
         }
 
-        // A deletion by the tool reaches the application's next save, files included.
+        // A deletion by the tool reaches the application's next save, files included, and no
+        // other call's: the tool names the record it found in the list, whose slot the next
+        // record takes once it is removed.
         const QString transcript = folder.transcriptsFolder() + QStringLiteral("/Appel-") +
                                    uuidText(uuid(kB)) + QStringLiteral(".txt");
-        const QString recording = folder.recordingsFolder() + QStringLiteral("/Appel-") +
-                                  uuidText(uuid(kB)) + QStringLiteral(".wav");
+        const auto recording = [&](const QString& id) {
+            return folder.recordingsFolder() + QStringLiteral("/Appel-") + uuidText(uuid(id)) +
+                   QStringLiteral(".wav");
+        };
         QVERIFY(QDir().mkpath(folder.recordingsFolder()));
-        writeBytes(recording, "RIFF");
+        writeBytes(recording(kB), "RIFF");
+        writeBytes(recording(kA), "RIFF");
         QVERIFY(QFileInfo::exists(transcript));
         RecordsStore deleter(folder);
         QVERIFY(!deleter.load());
-        QVERIFY(!deleter.deleteRecord(uuid(kB)));
+        QVERIFY(!deleter.deleteRecord(deleter.find(uuid(kB))->id));
         QVERIFY(!QFileInfo::exists(transcript));
-        QVERIFY(!QFileInfo::exists(recording));
+        QVERIFY(!QFileInfo::exists(recording(kB)));
+        QVERIFY(QFileInfo::exists(recording(kA)));
         QVERIFY(!app.updateNote(uuid(kC), QStringLiteral("rappeler")));
         QVERIFY(!findIn(onDisk(folder), kB));
         QVERIFY(!app.find(uuid(kB)));
