@@ -136,7 +136,7 @@ private Q_SLOTS:
         QCOMPARE(u.m.videoItem->pressCount, 0);
         clock.advance(0.02);
         QCOMPARE(u.m.videoItem->pressCount, 1);
-        QCOMPARE(u.m.application->timeout, NativeAudioSetup::kMenuTimeout);
+        QCOMPARE(u.m.application->timeout, 0.5);
         clock.advance(0.10); // pressed at 0.20, the menu is read at 0.32
         QVERIFY(!menu);
         clock.advance(0.02);
@@ -321,7 +321,7 @@ private Q_SLOTS:
         for (const auto& log : {u.m.application->log, u.m.menu->log}) {
             QVERIFY(!log->requestTimeouts.empty());
             for (const double timeout : log->requestTimeouts)
-                QCOMPARE(timeout, NativeAudioSetup::kMenuTimeout);
+                QCOMPARE(timeout, 0.5);
         }
     }
 

@@ -84,9 +84,6 @@ private Q_SLOTS:
         QVERIFY(!anyLabelIn({QStringLiteral("Répondre à l’appel entrant")}, phonelabels::answer()));
         QVERIFY(
             !anyLabelIn({QStringLiteral("Appel entrant de Marie")}, phonelabels::callContext()));
-        QCOMPARE(phonelabels::answer().size(), 8);
-        QCOMPARE(phonelabels::hangUp().size(), 5);
-        QCOMPARE(phonelabels::callContext().size(), 5);
     }
 
     void anOfferNeedsAnAnswerButtonAndACallWordAround()
@@ -176,10 +173,11 @@ private Q_SLOTS:
                             {kNotifications, banner},
                             {kPhoneApp, phone}};
         QCOMPARE(automation().incoming()->button.get(), fromBanner.answerButton.get());
-        QCOMPARE(phone->timeout, PhoneAutomation::kRootTimeout);
-        QCOMPARE(banner->timeouts.front(), PhoneAutomation::kRootTimeout);
-        QCOMPARE(banner->timeouts.back(), PhoneAutomation::kReadTimeout);
-        QCOMPARE(fromBanner.answerButton->timeout, PhoneAutomation::kReadTimeout);
+        // Each root is bounded to 0.15 s a request, each element read to 0.03 s.
+        QCOMPARE(phone->timeout, 0.15);
+        QCOMPARE(banner->timeouts.front(), 0.15);
+        QCOMPARE(banner->timeouts.back(), 0.03);
+        QCOMPARE(fromBanner.answerButton->timeout, 0.03);
         QCOMPARE(notes->log->reads, 0);
 
         // Siblings are visited from last to first.
@@ -304,7 +302,7 @@ private Q_SLOTS:
         CallBanner ring = addCallBanner(phone, {QStringLiteral("Appel entrant")});
         FakeElementPtr number = ring.banner->add(text(), QStringLiteral("06 12 34 56 78"));
         QVERIFY(!a.incoming());
-        clock.advance(PhoneAutomation::kFullLookSeconds);
+        clock.advance(10.0);
         QCOMPARE(a.incoming()->caller, QStringLiteral("06 12 34 56 78"));
         // A tree caught changing may answer in part: it is walked once more at the next look.
         FakeElementPtr window = phone->kids.back();
@@ -382,14 +380,14 @@ private Q_SLOTS:
         PhoneAutomation a = automation();
         const double start = clock.uptime();
         QVERIFY(!a.hasActiveCall());
-        QCOMPARE(a.deadline(), start + PhoneAutomation::kBudgetSeconds);
+        QCOMPARE(a.deadline(), start + 1.0);
         // Nothing is read once the deadline is reached; one request may straddle it.
         QVERIFY(clock.uptime() <= a.deadline() + 0.004 + 1e-9);
         QVERIFY(clock.uptime() >= a.deadline());
 
         const double beforeIncoming = clock.uptime();
         QVERIFY(!a.incoming());
-        QVERIFY(clock.uptime() - beforeIncoming <= PhoneAutomation::kBudgetSeconds + 0.004 + 1e-9);
+        QVERIFY(clock.uptime() - beforeIncoming <= 1.0 + 0.004 + 1e-9);
 
         // Fast enough, the same tree gives its answer.
         phone->log->onRead = [this] { clock.advance(0.0005); };
