@@ -9,7 +9,7 @@ if(TARGET vemira_test_phone_fakes)
             VEMIRA_RINGING_PHONE="$<TARGET_FILE:vemira-test-softphone>"
             VEMIRA_DESKTOP_SESSION="${CMAKE_SOURCE_DIR}/scripts/env/desktop-session.sh")
     endif()
-    if(TARGET vemira_test_support AND TARGET tst_realphone)
+    if(TARGET vemira_test_support AND TARGET tst_e2e_realphone_twinkle)
         target_link_libraries(bench_phone PRIVATE vemira_test_support vemira_demo)
         target_compile_definitions(bench_phone PRIVATE VEMIRA_REAL_SOFTPHONES
             VEMIRA_SCRIPTS="${CMAKE_SOURCE_DIR}/scripts/env")
