@@ -169,14 +169,12 @@ private Q_SLOTS:
             bool called = false;
             probe.run(m_system->devices(), [&](Status) { called = true; });
             QVERIFY(probe.isRunning());
-            QTest::qWait(1000);
+            QTRY_VERIFY(m_daemon.streamCount() > 0);
             QCOMPARE(probeFolders().size(), 1);
-            QVERIFY(m_daemon.streamCount() > 0);
             QVERIFY(!called);
         }
-        QTest::qWait(100);
-        QCOMPARE(m_daemon.streamCount(), 0);
         QCOMPARE(probeFolders(), QStringList());
+        QTRY_COMPARE(m_daemon.streamCount(), 0);
     }
 
     // The microphone probe hears a device with sound and not a silent one; both listen at the

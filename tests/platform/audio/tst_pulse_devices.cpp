@@ -1,6 +1,5 @@
 // Device list, transport types and system defaults against a real PulseAudio daemon.
 #include "audio/AudioSystem.h"
-#include "audio/MacAudioRoute.h"
 #include "audio/fakes/CapturedAudio.h"
 #include "platform/linux/audio/PulseDeviceTable.h"
 #include "support/PulseDaemon.h"
@@ -158,34 +157,6 @@ private Q_SLOTS:
         m_daemon.pactl(
             {QStringLiteral("set-default-source"), deskSink + QStringLiteral(".monitor")});
         QTRY_COMPARE(m_system->readDefault(AudioSelector::defaultInput).value(), desk.id);
-    }
-
-    // A route changes both defaults and puts back only what is still as it left it.
-    void restoreLeavesADefaultTheUserChangedAlone()
-    {
-        const QList<SoundDevice> devices = m_system->devices();
-        const std::optional<BrelianDevices::Pair> pair = BrelianDevices::pair(devices);
-        QVERIFY(pair);
-        MacAudioRoute route(*m_system);
-        QVERIFY(!route.prepare(pair->call.id, pair->voice.id));
-        QCOMPARE(route.previous().size(), 2);
-        QCOMPARE(m_daemon.defaultSource(), callSink + QStringLiteral(".monitor"));
-        QCOMPARE(m_daemon.defaultSink(), voiceSink);
-
-        // The user picks another output meanwhile.
-        m_daemon.pactl({QStringLiteral("set-default-sink"), callSink});
-        QTRY_COMPARE(m_system->readDefault(AudioSelector::defaultOutput).value(), pair->call.id);
-        route.restore();
-        QCOMPARE(m_daemon.defaultSink(), callSink);
-        QCOMPARE(m_daemon.defaultSource(), deskSink + QStringLiteral(".monitor"));
-        QVERIFY(route.previous().isEmpty());
-        m_daemon.pactl({QStringLiteral("set-default-sink"), deskSink});
-
-        // No built-in card on this server: the built-in pick refuses, changing nothing.
-        const Status builtIn = route.prepare(devices, *m_system);
-        QVERIFY(builtIn);
-        QCOMPARE(builtIn->message(), MacAudioRoute::builtInMissingMessage());
-        QCOMPARE(m_daemon.defaultSink(), deskSink);
     }
 
     // Without a server, reads and writes fail with their sentences, and the list is empty.

@@ -93,10 +93,13 @@ private Q_SLOTS:
             [&heard](const float* b, int frames) { heard.add(b, frames, 1); });
         QVERIFY(!engine->startPlayback());
         QVERIFY(!engine->startCapture());
-        pump(3000); // let the canceller converge on the echo path
-        const std::size_t converged = heard.all().size();
+        // Three seconds of the device's own time for the canceller to converge on the echo path,
+        // then three more with the room's voice.
+        const auto captured = [&heard] { return heard.all().size(); };
+        QTRY_VERIFY_WITH_TIMEOUT(captured() >= std::size_t(3 * rate), 10000);
+        const std::size_t converged = captured();
         QVERIFY(!speaker->startPlayback());
-        pump(3000);
+        QTRY_VERIFY_WITH_TIMEOUT(captured() >= converged + std::size_t(3 * rate), 10000);
         speaker->stopPlayback();
         engine->stopCapture();
         engine->stopPlayback();
