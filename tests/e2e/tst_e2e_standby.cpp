@@ -111,6 +111,20 @@ struct CallRig {
         return false;
     }
 
+    // Its window is made: a ring written now is read by its event loop.
+    bool softphoneUp() const
+    {
+        return MarksFile::read(softphoneMarks).contains(QStringLiteral("pid"));
+    }
+
+    // The call's record keeps up with it on disk, seconds behind at most: the greeting and the
+    // caller's first line are there.
+    bool firstLinesOnDisk() const
+    {
+        const auto last = RecordsStore(DataFolder(data)).readCallInProgress();
+        return last && last->transcript.size() >= 2;
+    }
+
     QList<CallRecord> saved() const
     {
         QFile history(QDir(data).filePath(QStringLiteral("history.json")));
@@ -213,21 +227,10 @@ void TestStandby::interruptDuringACallKeepsWhatWasSaid()
     QVERIFY2(waitFor([&] { return output.contains(QStringLiteral("À l’écoute des appels")); }, 20),
              qPrintable(output));
 
-    QTest::qWait(1000); // the softphone's window reaches the accessibility bus
+    QVERIFY(waitFor([&] { return rig.softphoneUp(); }, 10));
     rig.softphone.process.write("ring\n");
     QVERIFY2(waitFor([&] { return rig.midCall(); }, 40), qPrintable(output));
-    if (signal == SIGKILL) {
-        // The call's record keeps up with it on disk, seconds behind at most.
-        QVERIFY2(waitFor(
-                     [&] {
-                         const auto last = RecordsStore(DataFolder(rig.data)).readCallInProgress();
-                         return last && last->transcript.size() >= 2;
-                     },
-                     6),
-                 qPrintable(output));
-    } else {
-        QTest::qWait(500); // the caller's transcript, sent just before, reaches the record
-    }
+    QVERIFY2(waitFor([&] { return rig.firstLinesOnDisk(); }, 6), qPrintable(output));
     ::kill(pid_t(standby.process.processId()), signal);
     QVERIFY2(waitFor([&] { return standby.process.state() == QProcess::NotRunning; }, 15),
              qPrintable(output));
@@ -309,7 +312,7 @@ void TestStandby::theApplicationStoppedMidCallHangsUpSavesAndLeaves()
 
     rig.softphone.process.write("ring\n");
     QVERIFY2(waitFor([&] { return rig.midCall(); }, 60), qPrintable(output));
-    QTest::qWait(500);
+    QVERIFY2(waitFor([&] { return rig.firstLinesOnDisk(); }, 6), qPrintable(output));
     QElapsedTimer stopping;
     stopping.start();
     ::kill(pid_t(app.process.processId()), SIGTERM);
