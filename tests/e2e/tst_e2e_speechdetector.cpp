@@ -8,7 +8,6 @@
 #include <vector>
 
 using vemira::e2e::firstLoudSample;
-using vemira::e2e::kLoudSample;
 using vemira::e2e::SpeechDetector;
 using Kind = SpeechDetector::Event::Kind;
 
@@ -17,7 +16,7 @@ namespace {
 // `silence` quiet samples then `loud` samples alternating in sign (a crude voice).
 void appendSegment(std::vector<int16_t>& pcm, int silence, int loud, int level = 8000)
 {
-    pcm.insert(pcm.end(), size_t(silence), int16_t(kLoudSample / 4));
+    pcm.insert(pcm.end(), size_t(silence), int16_t(400));
     for (int i = 0; i < loud; ++i)
         pcm.push_back(int16_t(i % 2 ? -level : level));
 }
@@ -56,8 +55,8 @@ void TestSpeechDetector::utterancesAreFoundAtTheirSamples()
     QCOMPARE(events[3].sample, 3800);
     QVERIFY(!detector.inSpeech());
     QCOMPARE(firstLoudSample(bytes(pcm)), 1000);
-    // A sample just under the threshold is quiet; one at it is speech.
-    QCOMPARE(firstLoudSample(bytes({0, int16_t(kLoudSample - 1), int16_t(-kLoudSample)})), 2);
+    // Loud from 5 % of full scale: 1637 is quiet, -1638 is speech.
+    QCOMPARE(firstLoudSample(bytes({0, 1637, -1638})), 2);
     QCOMPARE(firstLoudSample(bytes(std::vector<int16_t>(100, 0))), -1);
 }
 

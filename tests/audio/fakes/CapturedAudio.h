@@ -7,10 +7,7 @@
 #include "support/Pcm.h"
 
 #include <QByteArray>
-#include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QList>
-#include <QThread>
 #include <cmath>
 #include <cstdint>
 #include <mutex>
@@ -65,17 +62,6 @@ inline std::optional<SoundDevice> byUID(const QList<SoundDevice>& devices, const
             return device;
     }
     return std::nullopt;
-}
-
-// Lets real devices run for a while with the main thread's hand-offs delivered.
-inline void pump(int milliseconds)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < milliseconds) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        QThread::msleep(5);
-    }
 }
 
 } // namespace vemira::testing
