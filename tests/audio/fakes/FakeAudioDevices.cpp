@@ -96,7 +96,7 @@ Status FakeAudioEngine::startCapture()
                                   ? int(std::lround(*m_io.captureBlockSeconds * format.sampleRate))
                                   : m_request.blockFrames;
         const int frames = std::clamp(requested, 1, AudioEngine::maxBlockFrames);
-        const double period = double(frames) / format.sampleRate / m_io.speed;
+        const double period = double(frames) / format.sampleRate;
         m_captureThread =
             std::thread([this, format, frames, period] { captureLoop(format, frames, period); });
     }
@@ -118,7 +118,7 @@ Status FakeAudioEngine::startPlayback()
     if (m_io.threaded) {
         const DeviceFormat format = playbackFormat();
         const int frames = std::min(m_io.renderFrames, AudioEngine::maxBlockFrames);
-        const double period = double(frames) / format.sampleRate / m_io.speed;
+        const double period = double(frames) / format.sampleRate;
         m_playbackThread =
             std::thread([this, format, frames, period] { playbackLoop(format, frames, period); });
     }

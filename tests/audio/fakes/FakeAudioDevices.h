@@ -113,8 +113,6 @@ public:
     // Capture blocks: the engine's requested block (2,048 frames) unless set; then this
     // duration at the device's own rate, like a sound card with a 10 ms or 20 ms period.
     std::optional<double> captureBlockSeconds;
-    // 1.0 = real time; 4.0 = four times faster than the device would run.
-    double speed = 1.0;
 
     FakeAudioDeviceIO();
     ~FakeAudioDeviceIO() override;
