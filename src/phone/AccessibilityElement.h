@@ -74,7 +74,7 @@ using AccessibilityElementPtr = std::shared_ptr<AccessibilityElement>;
 
 // One element of another application's interface. Every read is a request to that
 // application and may fail or time out: a failed read gives an empty answer, never throws.
-// Main thread only.
+// Main thread only, unless the platform reads from any thread (Accessibility).
 class AccessibilityElement {
 public:
     virtual ~AccessibilityElement() = default;
@@ -140,9 +140,14 @@ public:
     }
     // Requests the backend makes on its own (one per listed application, one per child of
     // a child list) stop once `timeRemains` answers false, so a search's budget also
-    // bounds them. Empty: no bound. The default backend makes no such requests.
+    // bounds them. Empty: no bound. The default backend makes no such requests. Where
+    // elements are read from any thread, the bound is the calling thread's.
     // NOLINTNEXTLINE(performance-unnecessary-value-param): a sink, moved from by overriders.
     virtual void setDeadline(std::function<bool()> /*timeRemains*/) {}
+    // True when elements may be read from a thread other than the main one (a request then
+    // waits for one under way on another thread): whole trees are then walked away from the
+    // main thread. This object itself stays the main thread's.
+    virtual bool readsFromAnyThread() const { return false; }
     // How many changes of structure the platform reported so far in the application of
     // `root` (elements added or removed, shown or hidden, enabled or disabled, windows opened
     // or closed), or with a null `root` in the list of applications: an unchanged count means

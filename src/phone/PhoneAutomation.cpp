@@ -4,6 +4,7 @@
 #include "phone/LabelText.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace vemira {
@@ -41,6 +42,7 @@ PhoneAutomation::PhoneAutomation(Accessibility& accessibility, Clock& clock,
 
 PhoneAutomation::~PhoneAutomation()
 {
+    stopWalks();
     m_accessibility.setDeadline({});
 }
 
@@ -98,11 +100,14 @@ std::vector<PhoneAutomation::Sight>& PhoneAutomation::look()
             return s.root.element && s.root.profile == root.profile &&
                    s.root.element->sameAs(*root.element);
         });
-        if (kept != m_sights.end())
+        if (kept != m_sights.end()) {
             sights.push_back(std::move(*kept));
-        else
-            sights.push_back(
-                {std::move(root), std::nullopt, m_listed, false, false, 0, {}, {}, {}});
+        } else {
+            Sight seen;
+            seen.root = std::move(root);
+            seen.walked = m_listed;
+            sights.push_back(std::move(seen));
+        }
     }
     m_sights = std::move(sights);
     // A list taken while it changed may lack an application still registering: taken again.
@@ -119,11 +124,14 @@ PhoneAutomation::Sight& PhoneAutomation::see(Sight& sight, bool sliced)
 {
     const std::optional<quint64> changes =
         m_accessibility.structureChanges(sight.root.element.get());
+    if (m_accessibility.readsFromAnyThread())
+        return seeFromAfar(sight, changes, !sliced);
+    const auto remains = [this] { return timeRemains(); };
     const bool moved = !changes || (sight.walked && changes != sight.changes);
     if (moved || !sight.trusted || sight.stale) {
         sight.background.reset();
         Walk walk(sight.root.element);
-        while (step(walk, *sight.root.profile)) {
+        while (step(walk, *sight.root.profile, remains)) {
         }
         const bool whole = isWhole(walk);
         adopt(sight, std::move(walk));
@@ -139,7 +147,7 @@ PhoneAutomation::Sight& PhoneAutomation::see(Sight& sight, bool sliced)
         const double sliceEnd = m_clock.uptime() + kSliceSeconds;
         bool going = true;
         while (going && m_clock.uptime() < sliceEnd)
-            going = step(*sight.background, *sight.root.profile);
+            going = step(*sight.background, *sight.root.profile, remains);
         if (!going) {
             Walk walk = std::move(*sight.background);
             sight.background.reset();
@@ -149,6 +157,86 @@ PhoneAutomation::Sight& PhoneAutomation::see(Sight& sight, bool sliced)
         }
     }
     return sight;
+}
+
+// A walk is started where the main thread would make one (or when the last is kFullLookSeconds
+// old), and the buttons of the last walk serve until it ended. A tree caught changing while it
+// was walked is walked again. Only a caller wanting the tree as it is `now` waits for a walk,
+// within its budget, and one that was never walked is always waited for.
+PhoneAutomation::Sight&
+PhoneAutomation::seeFromAfar(Sight& sight, const std::optional<quint64>& changes, bool now)
+{
+    const auto current = [&] {
+        return sight.walked && !sight.stale && changes && changes == sight.changes;
+    };
+    const auto waitFor = [&] {
+        const auto left =
+            std::chrono::duration<double>(std::max(0.0, m_deadline - m_clock.uptime()));
+        return sight.walking.wait_for(left) == std::future_status::ready;
+    };
+    const auto mustWait = [&] { return !sight.walked || (now && !current()); };
+    if (sight.walking.valid()) {
+        const bool ended =
+            sight.walking.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+        if (ended || (mustWait() && waitFor()))
+            takeWalk(sight, changes);
+    }
+    const bool moved = !changes || (sight.walked && changes != sight.changes);
+    const bool due = m_clock.uptime() - sight.walkedAt >= kFullLookSeconds;
+    if (!sight.walking.valid() && (moved || !sight.trusted || sight.stale || due)) {
+        sight.walking = walkAway(sight);
+        sight.walkingChanges = changes;
+        if (mustWait() && waitFor())
+            takeWalk(sight, changes);
+    }
+    return sight;
+}
+
+// The walk keeps its own copies of what it reads: the search may end, or this object go,
+// while it runs (its owner then waits for it).
+std::future<PhoneAutomation::Walk> PhoneAutomation::walkAway(Sight& sight)
+{
+    sight.stopWalking = std::make_shared<std::atomic<bool>>(false);
+    return std::async(std::launch::async,
+                      [&platform = m_accessibility, &clock = m_clock, element = sight.root.element,
+                       profile = *sight.root.profile, stop = sight.stopWalking] {
+                          const double deadline = clock.uptime() + kBudgetSeconds;
+                          const std::function<bool()> remains = [&clock, deadline, stop] {
+                              return !*stop && clock.uptime() < deadline;
+                          };
+                          platform.setDeadline(remains);
+                          Walk walk(element);
+                          while (step(walk, profile, remains)) {
+                          }
+                          walk.whole = walk.stack.empty() && walk.listed > 1 && remains();
+                          platform.setDeadline({});
+                          return walk;
+                      });
+}
+
+// A press made while a walk asks the softphone for its elements was answered late (Twinkle
+// answers both on one thread, and a request given up on is still handled): the walk is
+// stopped first, and the next look walks again.
+void PhoneAutomation::stopWalks()
+{
+    for (Sight& sight : m_sights) {
+        if (!sight.walking.valid())
+            continue;
+        *sight.stopWalking = true;
+        sight.walking.wait();
+        sight.walking = {};
+    }
+}
+
+void PhoneAutomation::takeWalk(Sight& sight, const std::optional<quint64>& changes)
+{
+    Walk walk = sight.walking.get();
+    const bool whole = walk.whole;
+    const std::optional<quint64> before = sight.walkingChanges;
+    adopt(sight, std::move(walk));
+    sight.changes = before;
+    // Nothing moved while it walked: the tree is as the walk saw it.
+    sight.trusted = whole && before && before == changes;
 }
 
 // An application without any window is more likely one too busy to list them (a softphone
@@ -161,7 +249,8 @@ bool PhoneAutomation::isWhole(const Walk& walk) const
 // Depth-first with an explicit stack: the last child pushed is visited first, so siblings
 // come last to first. Elements at the depth limit are listed but not opened. Roles and
 // labels are read once here.
-bool PhoneAutomation::step(Walk& walk, const SoftphoneProfile& profile)
+bool PhoneAutomation::step(Walk& walk, const SoftphoneProfile& profile,
+                           const std::function<bool()>& timeRemains)
 {
     if (walk.stack.empty() || walk.listed >= kMaxElementsPerRoot || !timeRemains())
         return false;
@@ -176,9 +265,9 @@ bool PhoneAutomation::step(Walk& walk, const SoftphoneProfile& profile)
                                       entry.depth == 0 ? walk.windows++ : entry.window});
         }
     }
-    if (!isButton(*entry.element))
+    if (!isButton(*entry.element, timeRemains))
         return true;
-    const QStringList read = labels(*entry.element);
+    const QStringList read = labels(*entry.element, timeRemains);
     if (anyIn(read, profile.answerLabels))
         walk.answers.push_back(entry);
     if (anyIn(read, profile.hangUpLabels))
@@ -233,6 +322,12 @@ PhoneAutomation::descendants(const AccessibilityElementPtr& root)
 
 QStringList PhoneAutomation::labels(AccessibilityElement& element)
 {
+    return labels(element, [this] { return timeRemains(); });
+}
+
+QStringList PhoneAutomation::labels(AccessibilityElement& element,
+                                    const std::function<bool()>& timeRemains)
+{
     QStringList read;
     for (const LabelAttribute attribute : kLabelAttributes) {
         if (!timeRemains())
@@ -244,9 +339,17 @@ QStringList PhoneAutomation::labels(AccessibilityElement& element)
     return read;
 }
 
+// A request that ran to its bound: the application is busy or stopped, and each of its other
+// remembered elements would cost as much; they wait for the next look.
+bool PhoneAutomation::stalled(double askedAt) const
+{
+    return m_clock.uptime() - askedAt >= kReadTimeout;
+}
+
 // Once the budget is spent nothing more is read: a tree listed quickly but slow to answer
 // role requests must not hold the main thread either.
-bool PhoneAutomation::isButton(AccessibilityElement& element)
+bool PhoneAutomation::isButton(AccessibilityElement& element,
+                               const std::function<bool()>& timeRemains)
 {
     if (!timeRemains())
         return false;
@@ -298,7 +401,11 @@ AccessibilityElementPtr PhoneAutomation::unnamedButton(const std::vector<Entry>&
     };
     std::vector<std::pair<int, std::vector<Placed>>> windows;
     for (const Entry& entry : unnamed) {
-        if (!usable(*entry.element, profile, true) || !timeRemains())
+        const double asked = m_clock.uptime();
+        const bool shown = usable(*entry.element, profile, true);
+        if (stalled(asked))
+            break;
+        if (!shown || !timeRemains())
             continue;
         entry.element->setMessagingTimeout(kReadTimeout);
         if (!entry.element->actionNames().contains(rule.action, Qt::CaseInsensitive) ||
@@ -352,7 +459,11 @@ bool PhoneAutomation::findButton(
     const std::optional<UnnamedButtonRule>& rule =
         kind == Kind::Answer ? profile.unnamedAnswer : profile.unnamedHangUp;
     for (const Entry& entry : kind == Kind::Answer ? sight.seen.answers : sight.seen.hangUps) {
-        if (!anyIn(labels(*entry.element), table)) {
+        const double asked = m_clock.uptime();
+        const QStringList read = labels(*entry.element);
+        if (stalled(asked))
+            return false;
+        if (!anyIn(read, table)) {
             sight.stale = true;
             continue;
         }
@@ -453,6 +564,7 @@ Status PhoneAutomation::answer(const IncomingCall& call)
                            : anyIn(read, rules.answerLabels) && usable(*call.button, rules, false);
     if (!stillOffered)
         return AppError(offerGoneMessage());
+    stopWalks();
     call.button->setMessagingTimeout(kPressTimeout);
     if (!call.button->press())
         return AppError(QStringLiteral("Le bouton Décrocher n’a pas répondu. Décrochez dans %1.")
@@ -498,6 +610,7 @@ Status PhoneAutomation::hangup()
     if (!button)
         return AppError(
             QStringLiteral("Bouton Raccrocher introuvable : terminez l’appel dans %1.").arg(where));
+    stopWalks();
     button->setMessagingTimeout(kPressTimeout);
     if (!button->press())
         return AppError(QStringLiteral("Raccrochez dans %1.").arg(where));

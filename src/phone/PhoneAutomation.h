@@ -7,7 +7,9 @@
 #include "phone/SoftphoneProfile.h"
 
 #include <QStringList>
+#include <atomic>
 #include <functional>
+#include <future>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -24,6 +26,10 @@ namespace vemira {
 // report any), and once more at the next look, a tree caught changing having perhaps
 // answered only in part. kFullLookSeconds after its last walk it is walked again in the
 // background as well, kSliceSeconds per search for a ring, in case a change went unreported.
+// Where the platform reads from any thread, every walk is made on a thread of its own with a
+// budget of its own, and taken at the first look after it ended: meanwhile the buttons of the
+// last walk are read again as they are. incoming() and hasActiveCall() then wait only for a
+// tree never walked; hangup() waits, within its budget, for a walk of the tree as it is now.
 class PhoneAutomation {
 public:
     static constexpr double kBudgetSeconds = 1.0;
@@ -69,7 +75,7 @@ private:
         int window; // which child of the root it lies under; -1 for the root itself
     };
     struct Root {
-        const SoftphoneProfile* profile;
+        const SoftphoneProfile* profile = nullptr;
         AccessibilityElementPtr element;
     };
     // A walk of one tree, made in one go or a slice at a time: the buttons that matter, in
@@ -80,6 +86,7 @@ private:
         std::vector<Entry> stack;
         int listed = 0;
         int windows = 0;
+        bool whole = false; // walked to the end within its budget (away from the main thread)
         std::vector<Entry> answers, hangUps, unnamed;
     };
     // What one application showed at its last walk.
@@ -95,6 +102,9 @@ private:
         // The elements around each answer button that was taken for an offer.
         std::vector<std::pair<AccessibilityElementPtr, std::vector<AccessibilityElementPtr>>>
             surroundings;
+        std::future<Walk> walking;             // a walk away from the main thread
+        std::optional<quint64> walkingChanges; // the platform's count when it began
+        std::shared_ptr<std::atomic<bool>> stopWalking;
     };
     enum class Kind { Answer, HangUp };
 
@@ -104,16 +114,27 @@ private:
     // The remembered applications, listed again when the list may have changed.
     std::vector<Sight>& look();
     Sight& see(Sight& sight, bool sliced);
+    // see() where walks are made away from the main thread; `now`: the tree as it is now.
+    Sight& seeFromAfar(Sight& sight, const std::optional<quint64>& changes, bool now);
+    std::future<Walk> walkAway(Sight& sight);
+    void takeWalk(Sight& sight, const std::optional<quint64>& changes);
+    // Before a press: a softphone answers requests on the thread that handles the press.
+    void stopWalks();
     // One element of a walk: its children, then its role and labels. False once it is over.
-    bool step(Walk& walk, const SoftphoneProfile& profile);
+    // `timeRemains`: the walk's budget.
+    static bool step(Walk& walk, const SoftphoneProfile& profile,
+                     const std::function<bool()>& timeRemains);
     void adopt(Sight& sight, Walk&& walk);
     // Walked to the end within the budget.
     bool isWhole(const Walk& walk) const;
     std::vector<Entry> walk(const AccessibilityElementPtr& root);
     std::vector<AccessibilityElementPtr> descendants(const AccessibilityElementPtr& root);
     QStringList labels(AccessibilityElement& element);
-    bool isButton(AccessibilityElement& element);
+    static QStringList labels(AccessibilityElement& element,
+                              const std::function<bool()>& timeRemains);
+    static bool isButton(AccessibilityElement& element, const std::function<bool()>& timeRemains);
     bool usable(AccessibilityElement& element, const SoftphoneProfile& profile, bool mustShow);
+    bool stalled(double askedAt) const;
     AccessibilityElementPtr offerContainer(const AccessibilityElementPtr& button);
     AccessibilityElementPtr unnamedButton(const std::vector<Entry>& unnamed,
                                           const UnnamedButtonRule& rule,

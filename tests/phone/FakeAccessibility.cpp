@@ -2,7 +2,14 @@
 
 #include "phone/LabelText.h"
 
+#include <mutex>
+
 namespace vemira::testing {
+
+namespace {
+// Trees may be walked away from the main thread while it reads some of their elements.
+std::mutex g_logLock;
+} // namespace
 
 FakeElementPtr FakeElement::make(const QString& role, const QString& title,
                                  std::shared_ptr<FakeReadLog> log)
@@ -30,6 +37,7 @@ FakeElementPtr FakeElement::add(const QString& role, const QString& title)
 
 void FakeElement::read()
 {
+    const std::lock_guard lock(g_logLock);
     ++log->reads;
     log->requestTimeouts.push_back(timeout);
     if (log->onRead)
@@ -38,6 +46,7 @@ void FakeElement::read()
 
 void FakeElement::setMessagingTimeout(double seconds)
 {
+    const std::lock_guard lock(g_logLock);
     timeout = seconds;
     timeouts.push_back(seconds);
     log->lastTimeout = seconds;
@@ -68,6 +77,7 @@ std::optional<QString> FakeElement::label(LabelAttribute attribute)
 std::vector<AccessibilityElementPtr> FakeElement::children()
 {
     read();
+    const std::lock_guard lock(g_logLock);
     ++log->childListReads;
     return {kids.begin(), kids.end()};
 }

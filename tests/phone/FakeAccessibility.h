@@ -84,10 +84,12 @@ public:
     }
     std::vector<AccessibilityElementPtr> applicationRoots(const QStringList& ids) override;
     std::optional<quint64> structureChanges(AccessibilityElement*) override { return changes; }
+    bool readsFromAnyThread() const override { return anyThread; }
     bool canOpenApplication(const QString& id) override { return knownApplications.contains(id); }
     void openApplication(const QString& id, std::function<void()> done) override;
 
     bool trusted = true;
+    bool anyThread = false; // the trees' counts and logs are then kept under a lock
     int trustRequests = 0;
     std::optional<quint64> changes; // one count for every application and their list
 

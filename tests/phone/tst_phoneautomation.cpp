@@ -282,6 +282,27 @@ private Q_SLOTS:
         QVERIFY(!a.incoming());
     }
 
+    // Where the platform reads from any thread, trees are walked away from the main thread:
+    // the first look waits for its walk, a remembered button that no longer reads as one makes
+    // the look wait for a new walk, and a reported change is walked while the main thread
+    // reads the remembered buttons again, its walk taken at a later look.
+    void aTreeIsWalkedAwayFromTheMainThread()
+    {
+        platform.anyThread = true;
+        platform.changes = 0;
+        const QString incoming = QStringLiteral("Appel entrant");
+        CallBanner ring = addCallBanner(phone, {incoming, QStringLiteral("06 12 34 56 78")});
+        PhoneAutomation a = automation();
+        QCOMPARE(a.incoming()->caller, QStringLiteral("06 12 34 56 78"));
+        ring.answerButton->title.reset();
+        addCallBanner(phone, {incoming, QStringLiteral("07 00 00 00 01")});
+        QCOMPARE(a.incoming()->caller, QStringLiteral("07 00 00 00 01"));
+        phone->kids.pop_back();
+        platform.changes = 1;
+        QVERIFY(a.incoming());
+        QTRY_VERIFY(!a.incoming());
+    }
+
     // Where the platform reports changes, a tree is walked once, then only what matters in it
     // is read again (its texts included) until a change is reported or the look is old; a
     // remembered button that no longer reads as one is never taken.

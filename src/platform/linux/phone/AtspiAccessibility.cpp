@@ -2,15 +2,21 @@
 
 #include "platform/linux/phone/AtspiChangeWatch.h"
 
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
 #include <QDBusMessage>
 #include <QDBusReply>
 #include <QDBusVariant>
+#include <QThread>
 #include <algorithm>
+#include <atomic>
 #include <atspi/atspi.h>
+#include <chrono>
 #include <cmath>
+#include <mutex>
+#include <thread>
 
 namespace vemira {
 
@@ -83,35 +89,114 @@ constexpr double kPressTimeout = 0.1;
 // Bounds each request of the application listing (ms), as a root's requests are bounded.
 constexpr int kListTimeoutMs = 150;
 
+// libatspi keeps state of its own for the whole process (the replies on its connection, its
+// table of applications, one timeout for every request): it is entered by one thread at a
+// time.
+std::recursive_mutex& libraryLock()
+{
+    static std::recursive_mutex lock;
+    return lock;
+}
+using LibraryLock = std::lock_guard<std::recursive_mutex>;
+
+bool onMainThread()
+{
+    const QCoreApplication* app = QCoreApplication::instance();
+    return !app || QThread::currentThread() == app->thread();
+}
+
+// The main thread's requests come first. It asks in bursts (a button's labels, its state), so
+// a walk away from it waits while it asks and for a moment after its last request.
+constexpr auto kMainThreadBurst = std::chrono::milliseconds(2);
+std::atomic<int> g_mainThreadAsking{0};
+std::atomic<std::chrono::steady_clock::rep> g_mainThreadAsked{0};
+thread_local int t_requestDepth = 0;
+
+void waitForMainThread()
+{
+    const auto busy = [] {
+        const std::chrono::steady_clock::duration since =
+            std::chrono::steady_clock::now().time_since_epoch() -
+            std::chrono::steady_clock::duration(g_mainThreadAsked.load());
+        return g_mainThreadAsking.load() > 0 || since < kMainThreadBurst;
+    };
+    while (busy())
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+}
+
+// Holds the library for one request (or a few that belong together) under the given bound.
+// libatspi's one timeout also bounds the startup grace, so a just-started application
+// cannot hold us longer.
+class Request {
+public:
+    explicit Request(int timeoutMs) : m_main(onMainThread())
+    {
+        if (m_main)
+            ++g_mainThreadAsking;
+        else if (t_requestDepth == 0)
+            waitForMainThread();
+        m_lock = std::unique_lock(libraryLock());
+        ++t_requestDepth;
+        atspi_set_timeout(timeoutMs, timeoutMs);
+    }
+    ~Request()
+    {
+        --t_requestDepth;
+        if (m_main) {
+            g_mainThreadAsked = std::chrono::steady_clock::now().time_since_epoch().count();
+            --g_mainThreadAsking;
+        }
+    }
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+
+private:
+    bool m_main;
+    std::unique_lock<std::recursive_mutex> m_lock;
+};
+
+// The bound of the calling thread's search: a walk away from the main thread has its own.
+thread_local std::function<bool()> t_timeRemains;
+
+bool timeRemains()
+{
+    return !t_timeRemains || t_timeRemains();
+}
+
 class AtspiElement final : public AccessibilityElement {
 public:
     // The application's unique name on the accessibility bus: its events come from there.
-    QString busName() const { return applicationBusName(m_accessible); }
+    QString busName() const
+    {
+        const LibraryLock lock(libraryLock());
+        return applicationBusName(m_accessible);
+    }
 
     bool sameAs(const AccessibilityElement& other) const override
     {
         const auto* element = dynamic_cast<const AtspiElement*>(&other);
+        const LibraryLock lock(libraryLock());
         return element && busName() == element->busName() &&
                qstrcmp(m_accessible->parent.path, element->m_accessible->parent.path) == 0;
     }
 
-    AtspiElement(AtspiAccessible* accessible, AtspiAccessibility::Deadline deadline)
-        : m_accessible(accessible), m_deadline(std::move(deadline))
-    {}
-    ~AtspiElement() override { g_object_unref(m_accessible); }
+    explicit AtspiElement(AtspiAccessible* accessible) : m_accessible(accessible) {}
+    ~AtspiElement() override
+    {
+        const LibraryLock lock(libraryLock());
+        g_object_unref(m_accessible);
+    }
     AtspiElement(const AtspiElement&) = delete;
     AtspiElement& operator=(const AtspiElement&) = delete;
 
     void setMessagingTimeout(double seconds) override
     {
-        // libatspi has one timeout for all requests; the startup grace gets the same bound
-        // so a just-started application cannot hold us longer.
-        const int ms = std::max(1, int(std::lround(seconds * 1000.0)));
-        atspi_set_timeout(ms, ms);
+        m_timeoutMs = std::max(1, int(std::lround(seconds * 1000.0)));
     }
 
     qint64 processId() override
     {
+        const Request request(m_timeoutMs);
         GErrorSlot error;
         const guint pid = atspi_accessible_get_process_id(m_accessible, &error);
         return error.failed() ? 0 : qint64(pid);
@@ -119,6 +204,7 @@ public:
 
     std::optional<QString> role() override
     {
+        const Request request(m_timeoutMs);
         GErrorSlot error;
         const AtspiRole role = atspi_accessible_get_role(m_accessible, &error);
         if (error.failed())
@@ -128,6 +214,7 @@ public:
 
     std::optional<QString> label(LabelAttribute attribute) override
     {
+        const Request request(m_timeoutMs);
         GErrorSlot error;
         switch (attribute) {
         case LabelAttribute::Title:
@@ -146,12 +233,18 @@ public:
     {
         std::vector<AccessibilityElementPtr> result;
         GErrorSlot error;
-        const gint count = atspi_accessible_get_child_count(m_accessible, &error);
+        gint count = 0;
+        {
+            const Request request(m_timeoutMs);
+            count = atspi_accessible_get_child_count(m_accessible, &error);
+        }
         if (error.failed() || count <= 0)
             return result;
         result.reserve(size_t(count));
-        // One request per child: a window with hundreds of them must not outlast the budget.
+        // One request per child: a window with hundreds of them must not outlast the budget,
+        // nor keep another thread's request waiting for all of them.
         for (gint i = 0; i < count && timeRemains(); ++i) {
+            const Request request(m_timeoutMs);
             GErrorSlot childError;
             AtspiAccessible* child =
                 atspi_accessible_get_child_at_index(m_accessible, i, &childError);
@@ -160,13 +253,14 @@ public:
                     g_object_unref(child);
                 continue;
             }
-            result.push_back(AtspiAccessibility::adopt(child, m_deadline));
+            result.push_back(AtspiAccessibility::adopt(child));
         }
         return result;
     }
 
     AccessibilityElementPtr parent() override
     {
+        const Request request(m_timeoutMs);
         GErrorSlot error;
         AtspiAccessible* parent = atspi_accessible_get_parent(m_accessible, &error);
         if (error.failed() || !parent) {
@@ -182,12 +276,13 @@ public:
             g_object_unref(parent);
             return nullptr;
         }
-        return AtspiAccessibility::adopt(parent, m_deadline);
+        return AtspiAccessibility::adopt(parent);
     }
 
     std::optional<ElementState> state() override
     {
         // Only states are cached (see useOnlyStateCache): this element's are read afresh.
+        const Request request(m_timeoutMs);
         atspi_accessible_clear_cache(m_accessible);
         AtspiStateSet* states = atspi_accessible_get_state_set(m_accessible);
         if (!states)
@@ -206,6 +301,7 @@ public:
 
     std::optional<QRect> frame() override
     {
+        const Request request(m_timeoutMs);
         AtspiComponent* component = atspi_accessible_get_component_iface(m_accessible);
         if (!component)
             return std::nullopt;
@@ -224,6 +320,7 @@ public:
     QStringList actionNames() override
     {
         QStringList names;
+        const Request request(m_timeoutMs);
         AtspiAction* action = atspi_accessible_get_action_iface(m_accessible);
         if (!action)
             return names;
@@ -241,6 +338,7 @@ public:
 
     bool press() override
     {
+        const Request request(m_timeoutMs);
         AtspiAction* action = atspi_accessible_get_action_iface(m_accessible);
         if (!action)
             return false;
@@ -253,7 +351,7 @@ public:
             // it. The press waits only long enough for a quick refusal (a button gone), and a
             // press delivered but not yet confirmed counts as done: the call's state, read on
             // the next tick, tells what came of it.
-            setMessagingTimeout(kPressTimeout);
+            const Request pressing(int(std::lround(kPressTimeout * 1000.0)));
             GErrorSlot error;
             pressed = atspi_action_do_action(action, 0, &error) && !error.failed();
             if (error.failed() &&
@@ -281,6 +379,7 @@ public:
 
     std::optional<QString> identifier() override
     {
+        const Request request(m_timeoutMs);
         GErrorSlot error;
         return takeString(atspi_accessible_get_accessible_id(m_accessible, &error), error);
     }
@@ -289,6 +388,7 @@ public:
 
     std::optional<bool> selected() override
     {
+        const Request request(m_timeoutMs);
         atspi_accessible_clear_cache(m_accessible);
         AtspiStateSet* states = atspi_accessible_get_state_set(m_accessible);
         if (!states)
@@ -300,8 +400,6 @@ public:
     }
 
 private:
-    bool timeRemains() const { return !m_deadline || !*m_deadline || (*m_deadline)(); }
-
     std::optional<QString> textContent()
     {
         AtspiText* text = atspi_accessible_get_text_iface(m_accessible);
@@ -317,7 +415,7 @@ private:
     }
 
     AtspiAccessible* m_accessible;
-    AtspiAccessibility::Deadline m_deadline;
+    std::atomic<int> m_timeoutMs{kListTimeoutMs};
 };
 
 // The accessibility bus is announced on the session bus by at-spi-bus-launcher; without
@@ -375,6 +473,15 @@ void ignoreObjectEvents()
           "type='signal',interface='org.a11y.atspi.Cache',member='RemoveAccessible'"})
         dbus_bus_remove_match(bus, rule, nullptr);
     dbus_connection_flush(bus);
+}
+
+// libatspi's connection is handed a context of its own, which only handleLibraryMessages()
+// iterates under the lock: the event loop would otherwise handle its messages on the main
+// thread while another thread is inside the library.
+GMainContext* libraryContext()
+{
+    static GMainContext* context = g_main_context_new();
+    return context;
 }
 
 QString accessibilityBusAddress()
@@ -438,12 +545,23 @@ void ChangeWatch::changed(const QDBusMessage& message)
     ++m_counts[message.service()];
 }
 
-AtspiAccessibility::AtspiAccessibility() : m_deadline(std::make_shared<std::function<bool()>>()) {}
+AtspiAccessibility::AtspiAccessibility() = default;
 
 AtspiAccessibility::~AtspiAccessibility() = default;
 
+void AtspiAccessibility::handleLibraryMessages()
+{
+    if (!m_initialised)
+        return;
+    const LibraryLock lock(libraryLock());
+    while (g_main_context_iteration(libraryContext(), FALSE)) {
+    }
+}
+
 std::optional<quint64> AtspiAccessibility::structureChanges(AccessibilityElement* root)
 {
+    if (!root)
+        handleLibraryMessages(); // once a look
     if (!m_changes || !m_changes->watching())
         return std::nullopt;
     if (!root)
@@ -457,19 +575,14 @@ std::optional<quint64> AtspiAccessibility::structureChanges(AccessibilityElement
     return m_changes->changesFrom(name);
 }
 
-AccessibilityElementPtr AtspiAccessibility::adopt(AtspiAccessible* accessible, Deadline deadline)
+AccessibilityElementPtr AtspiAccessibility::adopt(AtspiAccessible* accessible)
 {
-    return std::make_shared<AtspiElement>(accessible, std::move(deadline));
+    return std::make_shared<AtspiElement>(accessible);
 }
 
 void AtspiAccessibility::setDeadline(std::function<bool()> timeRemains)
 {
-    *m_deadline = std::move(timeRemains);
-}
-
-bool AtspiAccessibility::timeRemains() const
-{
-    return !*m_deadline || (*m_deadline)();
+    t_timeRemains = std::move(timeRemains);
 }
 
 bool AtspiAccessibility::requestTrust()
@@ -487,12 +600,15 @@ bool AtspiAccessibility::isTrusted()
         }
         if (!accessibilityBusAvailable())
             return false;
+        const LibraryLock lock(libraryLock());
         const int status = atspi_init();
         m_initialised = status == 0 || status == 1; // 1: already initialised
         if (m_initialised && !m_changes) {
             if (const QString address = accessibilityBusAddress(); !address.isEmpty())
                 m_changes = std::make_unique<ChangeWatch>(address);
         }
+        if (m_initialised)
+            atspi_set_main_context(libraryContext());
         if (status == 0) {
             ignoreObjectEvents();
             // Turns libatspi's caching on before any application's tree arrives.
@@ -523,7 +639,7 @@ AtspiAccessibility::namedApplicationRoots(const QStringList& names)
         return roots;
     // An application that stopped answering must not hold the listing longer than it
     // would hold a search of its own tree.
-    atspi_set_timeout(kListTimeoutMs, kListTimeoutMs);
+    const Request request(kListTimeoutMs);
     AtspiAccessible* desktop = atspi_get_desktop(0);
     if (!desktop)
         return roots;
@@ -558,7 +674,7 @@ AtspiAccessibility::namedApplicationRoots(const QStringList& names)
                 m_applicationNames.insert(busName, *name);
             // Read afresh every time: a cached tree would keep showing a call that ended.
             useOnlyStateCache(app);
-            roots.emplace_back(*listed, adopt(app, m_deadline));
+            roots.emplace_back(*listed, adopt(app));
         } else {
             g_object_unref(app);
         }

@@ -14,12 +14,12 @@ class ChangeWatch;
 
 // AT-SPI (libatspi) backend of the accessibility-element interface. Applications are
 // matched by their accessible name, case-insensitively. Every request is a blocking D-Bus
-// call bounded by the messaging timeout last set. Main thread only.
+// call bounded by the messaging timeout last set on its element. The object itself belongs
+// to the main thread; its elements may be read from any thread, libatspi being entered by one
+// thread at a time (a request waits for the one under way), and libatspi's own messages are
+// handled on the main thread under the same lock, never by the event loop.
 class AtspiAccessibility final : public Accessibility {
 public:
-    // Shared with every element handed out, so that their own request loops stop too.
-    using Deadline = std::shared_ptr<std::function<bool()>>;
-
     AtspiAccessibility();
     ~AtspiAccessibility() override;
 
@@ -30,7 +30,9 @@ public:
     std::vector<AccessibilityElementPtr> applicationRoots(const QStringList& names) override;
     std::vector<std::pair<QString, AccessibilityElementPtr>>
     namedApplicationRoots(const QStringList& names) override;
+    // For the calling thread's requests.
     void setDeadline(std::function<bool()> timeRemains) override;
+    bool readsFromAnyThread() const override { return true; }
     // Counted from the applications' events as they reach the main thread's event loop.
     std::optional<quint64> structureChanges(AccessibilityElement* root) override;
     // Linux softphones have no audio menu to drive: nothing here is opened.
@@ -38,14 +40,14 @@ public:
     void openApplication(const QString&, std::function<void()> done) override { done(); }
 
     // Wraps an accessible, taking over the caller's reference.
-    static AccessibilityElementPtr adopt(AtspiAccessible* accessible, Deadline deadline);
+    static AccessibilityElementPtr adopt(AtspiAccessible* accessible);
 
 private:
-    bool timeRemains() const;
+    // Handles what libatspi received meanwhile (applications gone, its deferred work).
+    void handleLibraryMessages();
 
     bool m_initialised = false;
     bool m_switchedOn = false;
-    Deadline m_deadline;
     std::unique_ptr<ChangeWatch> m_changes;
     QHash<QString, QString> m_applicationNames; // by unique bus name
 };
