@@ -1,5 +1,6 @@
 // Model of <ApplicationServices/ApplicationServices.h>: the parts of HIServices' AXError.h,
-// AXUIElement.h, AXAttributeConstants.h and AXActionConstants.h that the macOS backends use.
+// AXUIElement.h, AXAttributeConstants.h, AXActionConstants.h and AXNotificationConstants.h
+// that the macOS backends use.
 // Declaration-only model for scripts/check-macos.sh; never used to build a product.
 #pragma once
 #include <CoreFoundation/CoreFoundation.h>
@@ -20,6 +21,8 @@ enum AXError : int32_t {
     kAXErrorCannotComplete = -25204,
     kAXErrorAttributeUnsupported = -25205,
     kAXErrorActionUnsupported = -25206,
+    kAXErrorNotificationUnsupported = -25207,
+    kAXErrorNotificationAlreadyRegistered = -25209,
     kAXErrorAPIDisabled = -25211,
     kAXErrorNoValue = -25212,
 };
@@ -35,6 +38,16 @@ AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attrib
 AXError AXUIElementPerformAction(AXUIElementRef element, CFStringRef action);
 AXUIElementRef AXUIElementCreateApplication(pid_t pid);
 AXError AXUIElementSetMessagingTimeout(AXUIElementRef element, float timeoutInSeconds);
+AXError AXUIElementGetPid(AXUIElementRef element, pid_t* pid);
+
+typedef struct __attribute__((objc_bridge(id))) __AXObserver* AXObserverRef;
+typedef void (*AXObserverCallback)(AXObserverRef observer, AXUIElementRef element,
+                                   CFStringRef notification, void* _Nullable refcon);
+AXError AXObserverCreate(pid_t application, AXObserverCallback callback,
+                         AXObserverRef _Nullable* _Nonnull outObserver);
+AXError AXObserverAddNotification(AXObserverRef observer, AXUIElementRef element,
+                                  CFStringRef notification, void* _Nullable refcon);
+CFRunLoopSourceRef AXObserverGetRunLoopSource(AXObserverRef observer);
 
 #ifdef __cplusplus
 }
@@ -53,6 +66,12 @@ AXError AXUIElementSetMessagingTimeout(AXUIElementRef element, float timeoutInSe
 #define kAXIdentifierAttribute CFSTR("AXIdentifier")
 #define kAXMenuItemMarkCharAttribute CFSTR("AXMenuItemMarkChar")
 #define kAXSelectedAttribute CFSTR("AXSelected")
+
+// AXNotificationConstants.h
+#define kAXCreatedNotification CFSTR("AXCreated")
+#define kAXUIElementDestroyedNotification CFSTR("AXUIElementDestroyed")
+#define kAXValueChangedNotification CFSTR("AXValueChanged")
+#define kAXWindowCreatedNotification CFSTR("AXWindowCreated")
 
 // AXActionConstants.h
 #define kAXPressAction CFSTR("AXPress")

@@ -1,5 +1,5 @@
 // Model of <CoreFoundation/CoreFoundation.h>: the parts of CFBase.h, CFArray.h, CFNumber.h
-// (CFBoolean), CFString.h and CFDictionary.h that the macOS backends use.
+// (CFBoolean), CFString.h, CFDictionary.h and CFRunLoop.h that the macOS backends use.
 // Declaration-only model for scripts/check-macos.sh; never used to build a product.
 #pragma once
 #include <MacTypes.h>
@@ -18,6 +18,7 @@ typedef const struct __attribute__((objc_bridge(NSString))) __CFString* CFString
 CFTypeRef CFRetain(CFTypeRef cf);
 void CFRelease(CFTypeRef cf);
 CFTypeID CFGetTypeID(CFTypeRef cf);
+Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
 
 // CFArray.h
 typedef const struct __attribute__((objc_bridge(NSArray))) __CFArray* CFArrayRef;
@@ -38,6 +39,15 @@ CFTypeID CFStringGetTypeID(void);
 
 // CFDictionary.h
 typedef const struct __attribute__((objc_bridge(NSDictionary))) __CFDictionary* CFDictionaryRef;
+
+// CFRunLoop.h
+typedef struct __attribute__((objc_bridge_mutable(id))) __CFRunLoop* CFRunLoopRef;
+typedef struct __attribute__((objc_bridge_mutable(id))) __CFRunLoopSource* CFRunLoopSourceRef;
+typedef CFStringRef CFRunLoopMode;
+extern const CFRunLoopMode kCFRunLoopDefaultMode;
+CFRunLoopRef CFRunLoopGetMain(void);
+void CFRunLoopAddSource(CFRunLoopRef rl, CFRunLoopSourceRef source, CFRunLoopMode mode);
+void CFRunLoopRemoveSource(CFRunLoopRef rl, CFRunLoopSourceRef source, CFRunLoopMode mode);
 
 #ifdef __cplusplus
 }

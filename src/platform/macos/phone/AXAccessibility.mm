@@ -1,13 +1,14 @@
 // macOS backend of the accessibility-element interface: AXUIElement for the tree,
-// NSWorkspace for the running applications. Thin on purpose: every decision is made in
-// src/phone over the interface. Compiled with ARC; Core Foundation values are released
-// by hand (the "Copy"/"Create" rule).
+// NSWorkspace for the running applications, an AXObserver per application for its changes.
+// Thin on purpose: every decision is made in src/phone over the interface. Compiled with ARC; Core
+// Foundation values are released by hand (the "Copy"/"Create" rule).
 #include "phone/AccessibilityElement.h"
 
 #import <AppKit/AppKit.h>
 #include <ApplicationServices/ApplicationServices.h>
 #include <QString>
 #include <dispatch/dispatch.h>
+#include <map>
 
 namespace vemira {
 
@@ -49,6 +50,14 @@ public:
     {
         CFRetain(element);
         return std::make_shared<AXElement>(static_cast<AXUIElementRef>(element));
+    }
+
+    AXUIElementRef ref() const { return m_element; }
+
+    bool sameAs(const AccessibilityElement& other) const override
+    {
+        const auto* element = dynamic_cast<const AXElement*>(&other);
+        return element && CFEqual(m_element, element->m_element);
     }
 
     void setMessagingTimeout(double seconds) override
@@ -143,6 +152,72 @@ private:
     AXUIElementRef m_element;
 };
 
+// What the applications announce, counted per process: an element created or destroyed, a
+// value changed, a window opened. Each observer's source is on the main run loop, so the
+// counts move on the main thread, between two looks.
+class ChangeWatch {
+public:
+    ChangeWatch() = default;
+    ChangeWatch(const ChangeWatch&) = delete;
+    ChangeWatch& operator=(const ChangeWatch&) = delete;
+
+    // Starts watching `pid` the first time. Absent when its application does not announce
+    // all four changes: anything may then have moved.
+    std::optional<quint64> changes(pid_t pid)
+    {
+        auto found = m_watched.find(pid);
+        if (found == m_watched.end())
+            found = m_watched.emplace(pid, std::make_unique<Watched>(pid)).first;
+        if (!found->second->watching)
+            return std::nullopt;
+        return found->second->count;
+    }
+
+private:
+    struct Watched {
+        explicit Watched(pid_t pid)
+        {
+            if (AXObserverCreate(pid, &Watched::changed, &observer) != kAXErrorSuccess || !observer)
+                return;
+            // "Create" rule: released by `application` once the notifications are added.
+            const CFOwned application(AXUIElementCreateApplication(pid));
+            watching = application.get() != nullptr;
+            for (CFStringRef notification :
+                 {kAXCreatedNotification, kAXUIElementDestroyedNotification,
+                  kAXValueChangedNotification, kAXWindowCreatedNotification}) {
+                const AXError added = AXObserverAddNotification(
+                    observer, static_cast<AXUIElementRef>(application.get()), notification, this);
+                watching = watching && (added == kAXErrorSuccess ||
+                                        added == kAXErrorNotificationAlreadyRegistered);
+            }
+            CFRunLoopAddSource(CFRunLoopGetMain(), AXObserverGetRunLoopSource(observer),
+                               kCFRunLoopDefaultMode);
+        }
+        ~Watched()
+        {
+            if (!observer)
+                return;
+            CFRunLoopRemoveSource(CFRunLoopGetMain(), AXObserverGetRunLoopSource(observer),
+                                  kCFRunLoopDefaultMode);
+            CFRelease(observer);
+        }
+        Watched(const Watched&) = delete;
+        Watched& operator=(const Watched&) = delete;
+
+        static void changed(AXObserverRef, AXUIElementRef, CFStringRef, void* watched)
+        {
+            ++static_cast<Watched*>(watched)->count;
+        }
+
+        AXObserverRef observer = nullptr;
+        bool watching = false;
+        quint64 count = 0;
+    };
+
+    // A process that quit keeps its observer until this object goes: a few, never asked.
+    std::map<pid_t, std::unique_ptr<Watched>> m_watched;
+};
+
 class AXAccessibility final : public Accessibility {
 public:
     bool isTrusted() override { return AXIsProcessTrusted(); }
@@ -172,6 +247,17 @@ public:
             }
         }
         return roots;
+    }
+
+    // The list of applications is NSWorkspace's, read afresh at each look without asking any
+    // of them: only their own trees are counted.
+    std::optional<quint64> structureChanges(AccessibilityElement* root) override
+    {
+        const auto* element = dynamic_cast<const AXElement*>(root);
+        pid_t pid = 0;
+        if (!element || AXUIElementGetPid(element->ref(), &pid) != kAXErrorSuccess || pid <= 0)
+            return std::nullopt;
+        return m_changes.changes(pid);
     }
 
     bool canOpenApplication(const QString& id) override
@@ -205,6 +291,9 @@ public:
                                             }];
         }
     }
+
+private:
+    ChangeWatch m_changes;
 };
 
 } // namespace
