@@ -13,5 +13,13 @@ if(TARGET vemira_test_phone_fakes)
         target_link_libraries(bench_phone PRIVATE vemira_test_support vemira_demo)
         target_compile_definitions(bench_phone PRIVATE VEMIRA_REAL_SOFTPHONES
             VEMIRA_SCRIPTS="${CMAKE_SOURCE_DIR}/scripts/env")
+        # bench_phone --app: the idle desktop application's CPU and memory.
+        if(TARGET vemira-app AND TARGET vemira-realtime-standin)
+            target_link_libraries(bench_phone PRIVATE vemira_records vemira_demo_script)
+            add_dependencies(bench_phone vemira-app vemira-realtime-standin)
+            target_compile_definitions(bench_phone PRIVATE VEMIRA_IDLE_APP
+                VEMIRA_APP="$<TARGET_FILE:vemira-app>"
+                VEMIRA_STANDIN="$<TARGET_FILE:vemira-realtime-standin>")
+        endif()
     endif()
 endif()

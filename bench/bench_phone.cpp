@@ -20,6 +20,16 @@
 #include <csignal>
 #include <sys/resource.h>
 #endif
+#ifdef VEMIRA_IDLE_APP
+#include "demo/MarksFile.h"
+#include "records/APIKeyStore.h"
+#include "records/DataFolder.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <unistd.h>
+#endif
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -313,10 +323,228 @@ void realSoftphones()
 }
 #endif
 
+#ifdef VEMIRA_IDLE_APP
+// Presses the first element of `application` that reads `label` (or only finds it when
+// `press` is false), as the owner would.
+bool reach(Accessibility& accessibility, const QString& application, const QString& label,
+           bool press)
+{
+    for (const AccessibilityElementPtr& root : accessibility.applicationRoots({application})) {
+        std::vector<AccessibilityElementPtr> stack{root};
+        while (!stack.empty()) {
+            AccessibilityElementPtr element = stack.back();
+            stack.pop_back();
+            for (const LabelAttribute attribute : kLabelAttributes) {
+                if (element->label(attribute) == label && (!press || element->press()))
+                    return true;
+            }
+            for (AccessibilityElementPtr& child : element->children())
+                stack.push_back(std::move(child));
+        }
+    }
+    return false;
+}
+
+bool waitUntil(const std::function<bool()>& done, int seconds)
+{
+    QElapsedTimer t;
+    t.start();
+    while (!done()) {
+        if (t.elapsed() > seconds * 1000)
+            return false;
+        runEventLoop(200);
+    }
+    return true;
+}
+
+// The window manager's close request (WM_DELETE_WINDOW), which the private desktop has no
+// window manager to send.
+void closeWindow(const QString& windowId)
+{
+    static const char* kScript = R"(
+import ctypes, sys
+x = ctypes.CDLL("libX11.so.6")
+x.XOpenDisplay.restype = ctypes.c_void_p
+x.XInternAtom.restype = ctypes.c_ulong
+x.XInternAtom.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int]
+x.XSendEvent.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_int, ctypes.c_long,
+                         ctypes.c_void_p]
+x.XFlush.argtypes = [ctypes.c_void_p]
+class Message(ctypes.Structure):
+    _fields_ = [("type", ctypes.c_int), ("serial", ctypes.c_ulong), ("send_event", ctypes.c_int),
+                ("display", ctypes.c_void_p), ("window", ctypes.c_ulong),
+                ("message_type", ctypes.c_ulong), ("format", ctypes.c_int),
+                ("data", ctypes.c_long * 5), ("pad", ctypes.c_long * 12)]
+d = x.XOpenDisplay(None)
+m = Message(type=33, window=int(sys.argv[1]), message_type=x.XInternAtom(d, b"WM_PROTOCOLS", 0),
+            format=32)
+m.data[0] = x.XInternAtom(d, b"WM_DELETE_WINDOW", 0)
+x.XSendEvent(d, m.window, 0, 0, ctypes.byref(m))
+x.XFlush(d)
+)";
+    QProcess::execute(QStringLiteral("python3"),
+                      {QStringLiteral("-c"), QString::fromLatin1(kScript), windowId});
+}
+
+// User and system time of process `pid` so far, in seconds (/proc/PID/stat, fields 14 and 15).
+double processCpuSeconds(qint64 pid)
+{
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray line = stat.readAll();
+    // The command name may hold spaces: fields are counted after its closing parenthesis.
+    const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+    if (fields.size() < 13)
+        return -1;
+    return double(fields[11].toLongLong() + fields[12].toLongLong()) / double(sysconf(_SC_CLK_TCK));
+}
+
+// A line of /proc/PID/status in megabytes (VmRSS, VmHWM).
+double memoryMegabytes(qint64 pid, const QByteArray& name)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith(name + ':'))
+            return line.mid(name.size() + 1).trimmed().split(' ').value(0).toDouble() / 1024.0;
+    }
+    return -1;
+}
+
+// The desktop application as the owner leaves it: the sound tested, answering switched on
+// (the AI check made against the local stand-in), the window closed to the background, Twinkle
+// running beside it. Its CPU time over a minute from /proc, and its resident memory.
+void idleApplication()
+{
+    out << "\nidle desktop application (vemira-app armed, window hidden, Twinkle running; "
+           "Xvfb, AT-SPI)\n";
+    QTemporaryDir dir;
+    e2e::PrivateDesktop desktop(QStringLiteral(VEMIRA_SCRIPTS), dir.filePath(QStringLiteral("d")));
+    QString error;
+    if (!desktop.start(&error)) {
+        out << "  no desktop: " << error << "\n";
+        return;
+    }
+    QProcessEnvironment env = desktop.environment();
+    for (const QString& name : env.keys())
+        qputenv(name.toUtf8().constData(), env.value(name).toUtf8());
+    const QString marks = dir.filePath(QStringLiteral("standin.json"));
+    QProcess standin;
+    standin.setProcessEnvironment(env);
+    standin.start(QStringLiteral(VEMIRA_STANDIN), {QStringLiteral("--marks"), marks});
+    if (!standin.waitForReadyRead(10000)) {
+        out << "  the stand-in did not start\n";
+        return;
+    }
+    const QString url = QString::fromUtf8(standin.readLine()).trimmed().section(u' ', 1);
+    DemoSoftphone phone(QStringLiteral("twinkle"), dir.filePath(QStringLiteral("twinkle")), env,
+                        QStringLiteral("fr"), QStringLiteral(VEMIRA_SCRIPTS "/softphone.sh"));
+    if (const Status failed = phone.start()) {
+        out << "  twinkle: " << failed->message() << "\n";
+        return;
+    }
+    const QString data = dir.filePath(QStringLiteral("Brelian"));
+    (void)LocalKeyStore(DataFolder(data).credentialsFolder()).save(QStringLiteral("sk-bench"));
+    env.insert(QStringLiteral("VEMIRA_DATA_DIR"), data);
+    env.insert(QStringLiteral("VEMIRA_REALTIME_URL"), url);
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), dir.filePath(QStringLiteral("config")));
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    env.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
+    QProcess app;
+    app.setProcessEnvironment(env);
+    app.setStandardErrorFile(dir.filePath(QStringLiteral("app.log")));
+    app.start(QStringLiteral(VEMIRA_APP),
+              {QStringLiteral("--settings"), dir.filePath(QStringLiteral("app.ini"))});
+    AtspiAccessibility accessibility;
+    const QString vemira = QStringLiteral("Vemira");
+    const auto sessions = [&] {
+        return !e2e::MarksFile::read(marks)[QStringLiteral("sessions")].toArray().isEmpty();
+    };
+    const auto visibleWindow = [] {
+        QProcess search;
+        search.start(QStringLiteral("xdotool"),
+                     {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                      QStringLiteral("--name"), QStringLiteral("^Vemira$")});
+        search.waitForFinished(10000);
+        return QString::fromUtf8(search.readAllStandardOutput()).section(u'\n', 0, 0);
+    };
+    QString window;
+    // Each step as the owner makes it; closing while armed asks whether to go on in the
+    // background.
+    const std::pair<const char*, std::function<bool()>> steps[] = {
+        {"sound tested",
+         [&] {
+             return accessibility.isTrusted() &&
+                    reach(accessibility, vemira, QStringLiteral("Configurer et tester le son"),
+                          true);
+         }},
+        {"answering switched on",
+         [&] {
+             return sessions() ||
+                    (reach(accessibility, vemira, QStringLiteral("Répondre aux appels"), true) &&
+                     waitUntil(sessions, 3));
+         }},
+        {"listening",
+         [&] { return reach(accessibility, vemira, QStringLiteral("À l’écoute"), false); }},
+        {"window closed",
+         [&] {
+             window = visibleWindow();
+             if (!window.isEmpty())
+                 closeWindow(window);
+             return !window.isEmpty() && reach(accessibility, vemira, QStringLiteral("Oui"), true);
+         }},
+        {"window hidden", [&] { return visibleWindow().isEmpty(); }},
+    };
+    const char* failed = nullptr;
+    for (const auto& [step, done] : steps) {
+        if (!waitUntil(done, 60)) {
+            failed = step;
+            break;
+        }
+    }
+    if (failed) {
+        out << "  vemira-app: no \"" << failed << "\" within a minute\n";
+    } else {
+        // Settled first; then a minute as the owner leaves it.
+        runEventLoop(5000);
+        const qint64 pid = app.processId();
+        const double before = processCpuSeconds(pid);
+        QElapsedTimer minute;
+        minute.start();
+        runEventLoop(60000);
+        const double cpu = 100.0 * (processCpuSeconds(pid) - before) / (minute.elapsed() / 1000.0);
+        out << QStringLiteral("  vemira-app: CPU over %1 idle seconds %2 % of a core; resident "
+                              "memory %3 MB (peak %4 MB)\n")
+                   .arg(minute.elapsed() / 1000)
+                   .arg(cpu, 0, 'f', 2)
+                   .arg(memoryMegabytes(pid, "VmRSS"), 0, 'f', 1)
+                   .arg(memoryMegabytes(pid, "VmHWM"), 0, 'f', 1);
+    }
+    app.terminate();
+    app.waitForFinished(15000);
+    standin.kill();
+    standin.waitForFinished(3000);
+}
+#endif
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+#ifdef VEMIRA_IDLE_APP
+    if (argc > 1 && qstrcmp(argv[1], "--app") == 0) {
+        QString error;
+        if (!enterPrivateNetwork(&error)) {
+            out << "\nidle desktop application skipped: " << error << "\n";
+            return 0;
+        }
+        QCoreApplication app(argc, argv);
+        idleApplication();
+        return 0;
+    }
+#endif
 #ifdef VEMIRA_REAL_SOFTPHONES
     // libatspi binds to one accessibility bus per process: the real softphones get a
     // process (and a private network namespace, their SIP ports being fixed) of their own.
