@@ -14,6 +14,7 @@
 #include <cmath>
 #include <future>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 using vemira::testing::FakeAudioDeviceIO;
 using vemira::testing::FakeAudioSystem;
@@ -51,18 +52,17 @@ struct Rig {
     FakeAudioDeviceIO io;
     Rig()
     {
-        system.addDevice(kCall, QStringLiteral("Brelian — Appel vers IA"),
-                         BrelianDevices::callUID(), true, true, AudioTransport::virtualDevice);
-        system.addDevice(kVoice, QStringLiteral("Brelian — IA vers appel"),
-                         BrelianDevices::voiceUID(), true, true, AudioTransport::virtualDevice);
-        system.addDevice(kMacMic, QStringLiteral("Micro MacBook"), QStringLiteral("mic"), true,
-                         false, AudioTransport::builtIn);
-        system.addDevice(kMacSpeakers, QStringLiteral("Haut-parleurs MacBook"),
-                         QStringLiteral("spk"), false, true, AudioTransport::builtIn);
-        system.addDevice(kHeadsetMic, QStringLiteral("Micro du casque"), QStringLiteral("hsm"),
-                         true, false, AudioTransport::usb);
-        system.addDevice(kHeadphones, QStringLiteral("Casque"), QStringLiteral("hp"), false, true,
+        system.addDevice(kCall, u"Brelian — Appel vers IA"_s, BrelianDevices::callUID(), true, true,
+                         AudioTransport::virtualDevice);
+        system.addDevice(kVoice, u"Brelian — IA vers appel"_s, BrelianDevices::voiceUID(), true,
+                         true, AudioTransport::virtualDevice);
+        system.addDevice(kMacMic, u"Micro MacBook"_s, u"mic"_s, true, false,
+                         AudioTransport::builtIn);
+        system.addDevice(kMacSpeakers, u"Haut-parleurs MacBook"_s, u"spk"_s, false, true,
+                         AudioTransport::builtIn);
+        system.addDevice(kHeadsetMic, u"Micro du casque"_s, u"hsm"_s, true, false,
                          AudioTransport::usb);
+        system.addDevice(kHeadphones, u"Casque"_s, u"hp"_s, false, true, AudioTransport::usb);
         system.defaults = {{dIn, kMacMic}, {dOut, kMacSpeakers}};
         io.addDevice(kCall, {48000, 2}, {48000, 2});
         io.addDevice(kVoice, {48000, 2}, {44100, 2});
@@ -101,7 +101,7 @@ void AudioBridgeTest::phoneCallCarriesBothWaysAndIsRecorded()
 {
     Rig rig;
     QTemporaryDir dir;
-    const QString wav = dir.filePath(QStringLiteral("appel.wav"));
+    const QString wav = dir.filePath(u"appel.wav"_s);
     std::shared_ptr<CallAudioRecorder> recorder = std::move(CallAudioRecorder::create(wav)).value();
 
     AudioBridge bridge(rig.io, rig.system);
@@ -118,8 +118,8 @@ void AudioBridgeTest::phoneCallCarriesBothWaysAndIsRecorded()
     const Status started = bridge.start(kCall, kVoice, false);
     QVERIFY2(!started, started ? qPrintable(started->message()) : "");
     QCOMPARE(bridge.routeDescription(),
-             QStringLiteral("entrée : Brelian — Appel vers IA / sortie : Brelian — IA vers appel "
-                            "· source : 2 canaux, 48000 Hz"));
+             u"entrée : Brelian — Appel vers IA / sortie : Brelian — IA vers appel "
+             u"· source : 2 canaux, 48000 Hz"_s);
     QVERIFY(!bridge.needsRestart());
 
     // The AI speaks one second of tone in 100 ms deltas.
@@ -155,12 +155,12 @@ void AudioBridgeTest::phoneCallCarriesBothWaysAndIsRecorded()
     QVERIFY2(std::fabs(heard - expected) < 0.002, qPrintable(QString::number(heard)));
 
     const QString flow = bridge.flowStatus();
-    QVERIFY2(flow.startsWith(QStringLiteral("Audio reçu : ")), qPrintable(flow));
-    QVERIFY(flow.contains(QStringLiteral(" · Micro capté : -6 dB · vers IA : -6 dB · entrée : ")));
-    QVERIFY(flow.endsWith(QStringLiteral(" · moteurs entrée/sortie : actif/actif")));
+    QVERIFY2(flow.startsWith(u"Audio reçu : "_s), qPrintable(flow));
+    QVERIFY(flow.contains(u" · Micro capté : -6 dB · vers IA : -6 dB · entrée : "_s));
+    QVERIFY(flow.endsWith(u" · moteurs entrée/sortie : actif/actif"_s));
 
     bridge.stop();
-    QVERIFY(bridge.flowStatus().endsWith(QStringLiteral("moteurs entrée/sortie : arrêté/arrêté")));
+    QVERIFY(bridge.flowStatus().endsWith(u"moteurs entrée/sortie : arrêté/arrêté"_s));
     QVERIFY(bridge.needsRestart());
 
     // Both sides are in the recording, which sox reads.
@@ -173,8 +173,7 @@ void AudioBridgeTest::phoneCallCarriesBothWaysAndIsRecorded()
     const auto frames = AudioFiles::wavFrames(wav);
     QVERIFY(frames && frames.value() > 24000);
     QProcess sox;
-    sox.start(QStringLiteral("sox"),
-              {wav, QStringLiteral("-t"), QStringLiteral("s16"), QStringLiteral("-")});
+    sox.start(u"sox"_s, {wav, u"-t"_s, u"s16"_s, u"-"_s});
     QVERIFY(sox.waitForFinished(10000));
     const QByteArray mixed = sox.readAllStandardOutput();
     QCOMPARE(mixed.size(), qsizetype(frames.value() * 2));
@@ -299,28 +298,26 @@ void AudioBridgeTest::everyFailureReachesTheOwner()
     };
     {
         Rig rig;
-        QCOMPARE(startError(rig, 99, kVoice, false),
-                 QStringLiteral("Périphérique audio indisponible."));
+        QCOMPARE(startError(rig, 99, kVoice, false), u"Périphérique audio indisponible."_s);
         rig.io.device(kCall)->selectStatus = -10851;
         QCOMPARE(startError(rig, kCall, kVoice, false),
-                 QStringLiteral("Impossible de sélectionner le périphérique audio (-10851)."));
+                 u"Impossible de sélectionner le périphérique audio (-10851)."_s);
     }
     {
         Rig rig;
         rig.io.device(kCall)->captureFormat = {0, 2};
-        QCOMPARE(startError(rig, kCall, kVoice, false),
-                 QStringLiteral("Format du microphone incompatible."));
+        QCOMPARE(startError(rig, kCall, kVoice, false), u"Format du microphone incompatible."_s);
         rig.io.device(kCall)->captureFormat = {48000, 2};
         rig.io.device(kVoice)->playbackFormat = {48000, 0};
         QCOMPARE(startError(rig, kCall, kVoice, false),
-                 QStringLiteral("Le périphérique de sortie ne fournit pas de format audio "
-                                "utilisable."));
+                 u"Le périphérique de sortie ne fournit pas de format audio "
+                 u"utilisable."_s);
     }
     {
         // In a conversation on the Mac the devices must still be the system defaults.
         Rig rig;
-        const QString changed = QStringLiteral(
-            "Le périphérique audio du Mac a changé. Relancez la vérification audio du Mac.");
+        const QString changed =
+            u"Le périphérique audio du Mac a changé. Relancez la vérification audio du Mac."_s;
         rig.system.defaults = {{dIn, kHeadsetMic}, {dOut, kMacSpeakers}};
         QCOMPARE(startError(rig, kMacMic, kMacSpeakers, true), changed);
         rig.system.defaults = {{dIn, kMacMic}, {dOut, kMacSpeakers}};
@@ -332,26 +329,24 @@ void AudioBridgeTest::everyFailureReachesTheOwner()
         QCOMPARE(startError(rig, kMacSpeakers, kMacSpeakers, true), changed);
         QCOMPARE(rig.io.openCount(), 0);
         rig.system.defaults = {{dIn, kMacMic}, {dOut, kMacSpeakers}};
-        rig.io.device(kMacMic)->echoError =
-            QStringLiteral("L’annulation d’écho n’a pas pu être activée (-1).");
+        rig.io.device(kMacMic)->echoError = u"L’annulation d’écho n’a pas pu être activée (-1)."_s;
         QCOMPARE(startError(rig, kMacMic, kMacSpeakers, true),
-                 QStringLiteral("L’annulation d’écho n’a pas pu être activée (-1)."));
+                 u"L’annulation d’écho n’a pas pu être activée (-1)."_s);
     }
     {
         // A device that refuses to start: its error, and the bridge is left stopped.
         Rig rig;
-        rig.io.device(kVoice)->startError = QStringLiteral("Le périphérique est occupé.");
+        rig.io.device(kVoice)->startError = u"Le périphérique est occupé."_s;
         AudioBridge bridge(rig.io, rig.system);
         const Status failed = bridge.start(kCall, kVoice, false);
         QVERIFY(failed);
-        QCOMPARE(failed->message(), QStringLiteral("Le périphérique est occupé."));
+        QCOMPARE(failed->message(), u"Le périphérique est occupé."_s);
         QVERIFY(!bridge.captureRunning() && !bridge.playbackRunning());
         QVERIFY(!bridge.isTapped());
         // No intervention without call audio.
         const Status refused = bridge.startIntervention(kHeadsetMic, kHeadphones, kCall);
         QVERIFY(refused);
-        QCOMPARE(refused->message(),
-                 QStringLiteral("Le son de l’appel doit fonctionner avant d’intervenir."));
+        QCOMPARE(refused->message(), u"Le son de l’appel doit fonctionner avant d’intervenir."_s);
         QVERIFY(rig.system.writes.isEmpty());
     }
     {
@@ -363,9 +358,8 @@ void AudioBridgeTest::everyFailureReachesTheOwner()
         rig.system.writeFailures.insert(dOut, -50);
         const Status failed = bridge.startIntervention(kHeadsetMic, kHeadphones, kCall);
         QVERIFY(failed);
-        QCOMPARE(
-            failed->message(),
-            QStringLiteral("Impossible de préparer le micro ou les haut-parleurs du Mac (-50)."));
+        QCOMPARE(failed->message(),
+                 u"Impossible de préparer le micro ou les haut-parleurs du Mac (-50)."_s);
         QCOMPARE(rig.system.defaults.value(dIn), kMacMic);
         QVERIFY(!bridge.monitorBridge());
         QVERIFY(!bridge.interventionRoute().isPrepared());
@@ -404,8 +398,8 @@ void AudioBridgeTest::stoppedEnginesResumeUnlessTheFormatChanged()
     QVERIFY(bridge.needsRestart());
     const Status failed = bridge.resumeStoppedEngines();
     QVERIFY(failed);
-    QCOMPARE(failed->message(), QStringLiteral("macOS a modifié le format audio. Relancez la "
-                                               "vérification pour reconstruire le circuit."));
+    QCOMPARE(failed->message(), u"macOS a modifié le format audio. Relancez la "
+                                u"vérification pour reconstruire le circuit."_s);
     QVERIFY(!bridge.start(kCall, kVoice, false));
     QVERIFY(!bridge.needsRestart());
     QCOMPARE(bridge.mixerFormat(), std::optional<DeviceFormat>(DeviceFormat{48000, 2}));

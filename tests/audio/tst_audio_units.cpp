@@ -21,6 +21,7 @@
 #include <numbers>
 #include <thread>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 using vemira::testing::FakeAudioSystem;
 using vemira::testing::sine;
@@ -60,12 +61,12 @@ void AudioUnitsTest::driverPairIsFoundByWholeUidOnDuplexDevices()
 {
     const QString call = BrelianDevices::callUID();
     const QString voice = BrelianDevices::voiceUID();
-    QVERIFY(call.endsWith(QLatin1String("audio.call")));
-    QVERIFY(voice.endsWith(QLatin1String("audio.voice")));
+    QVERIFY(call.endsWith("audio.call"_L1));
+    QVERIFY(voice.endsWith("audio.voice"_L1));
 
     // A one-way device with the call uid comes first: the duplex one after it is chosen.
     QList<SoundDevice> devices = {
-        {5, QStringLiteral("Micro"), QStringLiteral("builtin.mic"), true, false},
+        {5, u"Micro"_s, u"builtin.mic"_s, true, false},
         {7, BrelianDevices::callName, call, false, true},
         {8, BrelianDevices::callName, call, true, true},
         {9, BrelianDevices::voiceName, voice, true, true},
@@ -77,7 +78,7 @@ void AudioUnitsTest::driverPairIsFoundByWholeUidOnDuplexDevices()
 
     // Names never identify a device; a uid that merely ends alike does not either.
     QList<SoundDevice> lookalikes = {
-        {1, BrelianDevices::callName, QStringLiteral("other.audio.call"), true, true},
+        {1, BrelianDevices::callName, u"other.audio.call"_s, true, true},
         {2, BrelianDevices::voiceName, voice, true, true},
     };
     QVERIFY(!BrelianDevices::pair(lookalikes));
@@ -122,9 +123,8 @@ void AudioUnitsTest::routeChangesOnlyWhatItMustAndRestoresOnlyWhatIsStillItsOwn(
         MacAudioRoute route(system);
         const Status failed = route.prepare(20, 21);
         QVERIFY(failed);
-        QCOMPARE(
-            failed->message(),
-            QStringLiteral("Impossible de préparer le micro ou les haut-parleurs du Mac (-50)."));
+        QCOMPARE(failed->message(),
+                 u"Impossible de préparer le micro ou les haut-parleurs du Mac (-50)."_s);
         QCOMPARE(system.defaults.value(dIn), 1u);
         QVERIFY(route.previous().isEmpty());
     }
@@ -135,8 +135,7 @@ void AudioUnitsTest::routeChangesOnlyWhatItMustAndRestoresOnlyWhatIsStillItsOwn(
         MacAudioRoute route(system);
         const Status failed = route.prepare(20, 21);
         QVERIFY(failed);
-        QCOMPARE(failed->message(),
-                 QStringLiteral("Impossible de lire le réglage audio du Mac (-50)."));
+        QCOMPARE(failed->message(), u"Impossible de lire le réglage audio du Mac (-50)."_s);
         QVERIFY(system.writes.isEmpty());
     }
     {
@@ -165,12 +164,9 @@ void AudioUnitsTest::routeChangesOnlyWhatItMustAndRestoresOnlyWhatIsStillItsOwn(
 void AudioUnitsTest::builtInRoutePicksTheMacsOwnDevices()
 {
     FakeAudioSystem system;
-    system.addDevice(3, QStringLiteral("Casque USB"), QStringLiteral("usb"), true, true,
-                     AudioTransport::usb);
-    system.addDevice(4, QStringLiteral("Haut-parleurs"), QStringLiteral("spk"), false, true,
-                     AudioTransport::builtIn);
-    system.addDevice(5, QStringLiteral("Micro"), QStringLiteral("mic"), true, false,
-                     AudioTransport::builtIn);
+    system.addDevice(3, u"Casque USB"_s, u"usb"_s, true, true, AudioTransport::usb);
+    system.addDevice(4, u"Haut-parleurs"_s, u"spk"_s, false, true, AudioTransport::builtIn);
+    system.addDevice(5, u"Micro"_s, u"mic"_s, true, false, AudioTransport::builtIn);
     system.defaults = {{AudioSelector::defaultInput, 3}, {AudioSelector::defaultOutput, 3}};
     MacAudioRoute route(system);
     QVERIFY(!route.prepare(system.devices()));
@@ -180,15 +176,13 @@ void AudioUnitsTest::builtInRoutePicksTheMacsOwnDevices()
 
     // No built-in output (transport unreadable counts as not built in).
     FakeAudioSystem bare;
-    bare.addDevice(5, QStringLiteral("Micro"), QStringLiteral("mic"), true, false,
-                   AudioTransport::builtIn);
-    bare.deviceList.append(SoundDevice{6, QStringLiteral("?"), QString(), false, true});
+    bare.addDevice(5, u"Micro"_s, u"mic"_s, true, false, AudioTransport::builtIn);
+    bare.deviceList.append(SoundDevice{6, u"?"_s, QString(), false, true});
     MacAudioRoute none(bare);
     const Status failed = none.prepare(bare.devices(), bare);
     QVERIFY(failed);
     QCOMPARE(failed->message(),
-             QStringLiteral(
-                 "Le micro et les haut-parleurs intégrés du Mac sont nécessaires pour ce test."));
+             u"Le micro et les haut-parleurs intégrés du Mac sont nécessaires pour ce test."_s);
     QVERIFY(bare.writes.isEmpty());
 }
 
@@ -237,19 +231,17 @@ void AudioUnitsTest::flowHealthThresholdsAndTexts()
     health.addRawOutput(1.26);
     health.addOutputError();
     QCOMPARE(health.description(),
-             QStringLiteral("Audio reçu : 2.0 s · sortie : 0.0 s (moteur : 1.3 s, erreurs de "
-                            "conversion : 1)"));
+             u"Audio reçu : 2.0 s · sortie : 0.0 s (moteur : 1.3 s, erreurs de "
+             u"conversion : 1)"_s);
     health.reset();
     health.addRawInput(0.5);
     health.outputDelivered(12000);
-    QCOMPARE(
-        health.description(),
-        QStringLiteral("Audio reçu : 0.0 s · sortie : 0.5 s (micro brut : 0.5 s, erreurs : 0)"));
+    QCOMPARE(health.description(),
+             u"Audio reçu : 0.0 s · sortie : 0.5 s (micro brut : 0.5 s, erreurs : 0)"_s);
     QCOMPARE(health.signalDescription(),
-             QStringLiteral("Micro capté : silence numérique · vers IA : silence numérique"));
+             u"Micro capté : silence numérique · vers IA : silence numérique"_s);
     health.inputSignal(0.5, 0.0, 100);
-    QCOMPARE(health.signalDescription(),
-             QStringLiteral("Micro capté : -6 dB · vers IA : silence numérique"));
+    QCOMPARE(health.signalDescription(), u"Micro capté : -6 dB · vers IA : silence numérique"_s);
 
     // Exactly 0.003 is not signal; just above is.
     health.inputSignal(0.1, 0.003, 500);
@@ -312,14 +304,14 @@ void AudioUnitsTest::equaliserSettingsAreSanitisedAndPersisted()
 
     // Round trip through the preference store, under "voiceEQ".
     QTemporaryDir dir;
-    const QString file = dir.filePath(QStringLiteral("prefs.ini"));
+    const QString file = dir.filePath(u"prefs.ini"_s);
     VoiceEQSettings mine;
     mine.enabled = true;
     mine.gains = {1, 2, 3, 4, 5, 6, 7, 8, -9};
     {
         QSettings settings(file, QSettings::IniFormat);
         QCOMPARE(VoiceEQSettings::load(settings), VoiceEQSettings{});
-        settings.setValue(QStringLiteral("voiceEQ"), mine.toJson());
+        settings.setValue(u"voiceEQ"_s, mine.toJson());
     }
     QSettings settings(file, QSettings::IniFormat);
     QCOMPARE(VoiceEQSettings::load(settings), mine);
@@ -396,7 +388,7 @@ void AudioUnitsTest::resamplerKeepsTheBandAndRejectsAliases()
     float worst = 0;
     for (int i = 1000; i < produced; ++i)
         worst = std::max(worst, std::fabs(out[std::size_t(i)]));
-    QVERIFY2(dB(worst) < -80.0, qPrintable(QStringLiteral("alias peak %1 dBFS").arg(dB(worst))));
+    QVERIFY2(dB(worst) < -80.0, qPrintable(u"alias peak %1 dBFS"_s.arg(dB(worst))));
 
     // Channel 0 only, no downmix: a tone on channel 1 alone does not come through.
     std::vector<float> right(std::size_t(frames) * 2, 0.0f);
@@ -488,7 +480,7 @@ void AudioUnitsTest::wireConversionsAndRouteText()
     QCOMPARE(floatToWire(std::numeric_limits<float>::quiet_NaN()), std::int16_t(0));
 
     QCOMPARE(AudioBridge::routeText({}, 71, 73, DeviceFormat{48000, 1}),
-             QStringLiteral("entrée : 71 / sortie : 73 · source : 1 canaux, 48000 Hz"));
+             u"entrée : 71 / sortie : 73 · source : 1 canaux, 48000 Hz"_s);
 }
 
 void AudioUnitsTest::feedHoldsSecondsWhateverTheBlockSize()

@@ -16,6 +16,7 @@
 #include <sys/stat.h>
 #include <thread>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 
 namespace {
@@ -35,14 +36,14 @@ Result<QString> finishAndWait(CallAudioRecorder& recorder)
     auto future = promise->get_future();
     recorder.finish([promise](Result<QString> result) { promise->set_value(std::move(result)); });
     if (future.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
-        return AppError(QStringLiteral("timeout"));
+        return AppError(u"timeout"_s);
     return future.get();
 }
 
 QString soxi(const QString& option, const QString& file)
 {
     QProcess process;
-    process.start(QStringLiteral("soxi"), {option, file});
+    process.start(u"soxi"_s, {option, file});
     process.waitForFinished(10000);
     return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
 }
@@ -51,8 +52,7 @@ QString soxi(const QString& option, const QString& file)
 std::vector<float> soxSamples(const QString& file)
 {
     QProcess process;
-    process.start(QStringLiteral("sox"),
-                  {file, QStringLiteral("-t"), QStringLiteral("f32"), QStringLiteral("-")});
+    process.start(u"sox"_s, {file, u"-t"_s, u"f32"_s, u"-"_s});
     process.waitForFinished(10000);
     const QByteArray raw = process.readAllStandardOutput();
     std::vector<float> samples(std::size_t(raw.size()) / 4);
@@ -87,7 +87,7 @@ private Q_SLOTS:
 
 void CallRecorderTest::initTestCase()
 {
-    if (QStandardPaths::findExecutable(QStringLiteral("soxi")).isEmpty())
+    if (QStandardPaths::findExecutable(u"soxi"_s).isEmpty())
         QFAIL("sox is needed (apt package sox)");
 }
 
@@ -96,7 +96,7 @@ void CallRecorderTest::tracksAreAlignedOnTheirCommonOriginAndMixedAtHalfLevel()
     QTemporaryDir dir;
     std::atomic<double> now{500.0};
     auto clock = [&now] { return now.load(); };
-    const QString path = dir.filePath(QStringLiteral("a/b/appel.wav"));
+    const QString path = dir.filePath(u"a/b/appel.wav"_s);
     auto created = CallAudioRecorder::create(path, clock);
     QVERIFY2(created, created ? "" : qPrintable(created.error().message()));
     auto recorder = std::move(created).value();
@@ -115,11 +115,11 @@ void CallRecorderTest::tracksAreAlignedOnTheirCommonOriginAndMixedAtHalfLevel()
     QVERIFY2(result, result ? "" : qPrintable(result.error().message()));
     QCOMPARE(result.value(), path);
 
-    QCOMPARE(soxi(QStringLiteral("-r"), path), QStringLiteral("24000"));
-    QCOMPARE(soxi(QStringLiteral("-c"), path), QStringLiteral("1"));
-    QCOMPARE(soxi(QStringLiteral("-b"), path), QStringLiteral("32"));
-    QCOMPARE(soxi(QStringLiteral("-e"), path), QStringLiteral("Floating Point PCM"));
-    QCOMPARE(soxi(QStringLiteral("-s"), path), QStringLiteral("48000"));
+    QCOMPARE(soxi(u"-r"_s, path), u"24000"_s);
+    QCOMPARE(soxi(u"-c"_s, path), u"1"_s);
+    QCOMPARE(soxi(u"-b"_s, path), u"32"_s);
+    QCOMPARE(soxi(u"-e"_s, path), u"Floating Point PCM"_s);
+    QCOMPARE(soxi(u"-s"_s, path), u"48000"_s);
 
     const std::vector<float> mixed = soxSamples(path);
     QCOMPARE(mixed.size(), std::size_t(48000));
@@ -144,10 +144,10 @@ void CallRecorderTest::tracksAreAlignedOnTheirCommonOriginAndMixedAtHalfLevel()
 void CallRecorderTest::filesAreOwnerOnlyAndNamedNextToTheRecording()
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("Enregistrements/2026/appel.wav"));
+    const QString path = dir.filePath(u"Enregistrements/2026/appel.wav"_s);
     auto recorder = std::move(CallAudioRecorder::create(path)).value();
-    QCOMPARE(recorder->temporary()[0], path + QStringLiteral(".input.caf"));
-    QCOMPARE(recorder->temporary()[1], path + QStringLiteral(".voice.caf"));
+    QCOMPARE(recorder->temporary()[0], path + u".input.caf"_s);
+    QCOMPARE(recorder->temporary()[1], path + u".voice.caf"_s);
     for (const QString& temporary : recorder->temporary())
         QCOMPARE(mode(temporary), 0600u);
     QCOMPARE(mode(QFileInfo(path).absolutePath()), 0700u);
@@ -165,7 +165,7 @@ void CallRecorderTest::filesAreOwnerOnlyAndNamedNextToTheRecording()
 void CallRecorderTest::finishOnceAndNothingRecorded()
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("vide.wav"));
+    const QString path = dir.filePath(u"vide.wav"_s);
     auto recorder = std::move(CallAudioRecorder::create(path)).value();
     // Empty and one-byte blocks, or a third track, record nothing.
     recorder->append(QByteArray(), 0);
@@ -173,8 +173,7 @@ void CallRecorderTest::finishOnceAndNothingRecorded()
     recorder->append(wire(100, 1000), 2);
     const auto result = finishAndWait(*recorder);
     QVERIFY(!result);
-    QCOMPARE(result.error().message(),
-             QStringLiteral("Aucun son n’a été reçu pour cet enregistrement."));
+    QCOMPARE(result.error().message(), u"Aucun son n’a été reçu pour cet enregistrement."_s);
     QVERIFY(!QFile::exists(path));
     // No recording: no temporary track left behind either.
     for (const QString& track : recorder->temporary())
@@ -193,30 +192,30 @@ void CallRecorderTest::failuresAreReported()
 {
     QTemporaryDir dir;
     // The folder cannot be created under a plain file.
-    QFile blocker(dir.filePath(QStringLiteral("fichier")));
+    QFile blocker(dir.filePath(u"fichier"_s));
     QVERIFY(blocker.open(QIODevice::WriteOnly));
     blocker.close();
-    const auto refused = CallAudioRecorder::create(dir.filePath(QStringLiteral("fichier/x.wav")));
+    const auto refused = CallAudioRecorder::create(dir.filePath(u"fichier/x.wav"_s));
     QVERIFY(!refused);
     QVERIFY(refused.error().message().startsWith(
-        QStringLiteral("Impossible de créer le dossier des enregistrements")));
+        u"Impossible de créer le dossier des enregistrements"_s));
 
     // The final file cannot be written (its name is taken by a folder): the error comes back
     // and the tracks are kept for another attempt by hand.
-    const QString path = dir.filePath(QStringLiteral("pris.wav"));
+    const QString path = dir.filePath(u"pris.wav"_s);
     auto recorder = std::move(CallAudioRecorder::create(path)).value();
     QVERIFY(QDir().mkpath(path));
     recorder->append(wire(2400, 1000), 0);
     const auto result = finishAndWait(*recorder);
     QVERIFY(!result);
-    QVERIFY(result.error().message().startsWith(QStringLiteral("Impossible de créer")));
+    QVERIFY(result.error().message().startsWith(u"Impossible de créer"_s));
     QVERIFY(QFile::exists(recorder->temporary()[0]));
 }
 
 void CallRecorderTest::appendsFromTwoAudioThreadsAreAllKept()
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("fil.wav"));
+    const QString path = dir.filePath(u"fil.wav"_s);
     // Each audio thread keeps its own time, as a device clock would.
     auto recorder = std::move(CallAudioRecorder::create(path, [] { return threadTime; })).value();
     // Each side delivers 47 blocks of 1024 frames, each stamped at its end.
@@ -243,7 +242,7 @@ void CallRecorderTest::appendsFromTwoAudioThreadsAreAllKept()
 void CallRecorderTest::queueHoldsSecondsWhateverTheBlockSize()
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("rafale.wav"));
+    const QString path = dir.filePath(u"rafale.wav"_s);
     double now = 0;
     auto recorder = std::move(CallAudioRecorder::create(path, [&now] { return now; })).value();
     // Fifteen seconds of 10 ms device blocks arrive at once (the disk stalled meanwhile):
@@ -260,9 +259,9 @@ void CallRecorderTest::queueHoldsSecondsWhateverTheBlockSize()
     QVERIFY(result);
     QCOMPARE(soxSamples(path).size(), std::size_t(1500 * 240));
     QCOMPARE(recorder->incompleteReason(),
-             std::optional<QString>(QStringLiteral(
-                 "Enregistrement incomplet : 1 bloc(s) audio perdu(s), l’écriture sur le disque "
-                 "ayant pris trop de retard.")));
+             std::optional<QString>(
+                 u"Enregistrement incomplet : 1 bloc(s) audio perdu(s), l’écriture sur le disque "
+                 u"ayant pris trop de retard."_s));
 }
 
 QTEST_GUILESS_MAIN(CallRecorderTest)

@@ -2,6 +2,7 @@
 
 #include <QtTest>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 using namespace vemira::coreaudio;
 
@@ -31,17 +32,14 @@ private Q_SLOTS:
 
     void statusCodesBecomeSentences()
     {
-        QCOMPARE(startFailure(kBadDeviceStatus).message(),
-                 QStringLiteral("Périphérique audio indisponible."));
+        QCOMPARE(startFailure(kBadDeviceStatus).message(), u"Périphérique audio indisponible."_s);
         QCOMPARE(startFailure(kPermissionsStatus).message(),
-                 QStringLiteral("Un autre programme garde le périphérique audio pour lui seul. "
-                                "Fermez-le, puis réessayez."));
-        QCOMPARE(startFailure(-50).message(),
-                 QStringLiteral("Le son du Mac n’a pas pu démarrer (-50)."));
+                 u"Un autre programme garde le périphérique audio pour lui seul. "
+                 u"Fermez-le, puis réessayez."_s);
+        QCOMPARE(startFailure(-50).message(), u"Le son du Mac n’a pas pu démarrer (-50)."_s);
         QCOMPARE(echoFailure(-10875).message(),
-                 QStringLiteral("Impossible d’activer l’annulation d’écho du Mac (-10875)."));
-        QCOMPARE(echoFailure(kBadDeviceStatus).message(),
-                 QStringLiteral("Périphérique audio indisponible."));
+                 u"Impossible d’activer l’annulation d’écho du Mac (-10875)."_s);
+        QCOMPARE(echoFailure(kBadDeviceStatus).message(), u"Périphérique audio indisponible."_s);
     }
 
     void onlyARefusedSettingIsPassedOver()

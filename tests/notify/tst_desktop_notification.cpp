@@ -11,23 +11,23 @@
 #include <QProcess>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 
 namespace {
 
-const QString kService = QStringLiteral("org.freedesktop.Notifications");
-const QString kPath = QStringLiteral("/org/freedesktop/Notifications");
+const QString kService = u"org.freedesktop.Notifications"_s;
+const QString kPath = u"/org/freedesktop/Notifications"_s;
 
 CallRecord urgentCall()
 {
-    CallRecord record =
-        CallRecord::create(QDateTime::currentDateTime(), QStringLiteral("06 12 34 56 78"),
-                           QStringLiteral("Appel téléphonique"));
+    CallRecord record = CallRecord::create(QDateTime::currentDateTime(), u"06 12 34 56 78"_s,
+                                           u"Appel téléphonique"_s);
     CallMessage message;
-    message.identity = QStringLiteral("Jeanne d’Arc-Lévêque");
-    message.urgency = QStringLiteral("Urgent");
-    message.summary = QStringLiteral(
-        "Fuite d’eau sous l’évier <cuisine> depuis ce matin, robinet & compteur fermés.");
+    message.identity = u"Jeanne d’Arc-Lévêque"_s;
+    message.urgency = u"Urgent"_s;
+    message.summary =
+        u"Fuite d’eau sous l’évier <cuisine> depuis ce matin, robinet & compteur fermés."_s;
     record.message = message;
     return record;
 }
@@ -35,7 +35,7 @@ CallRecord urgentCall()
 // dunst's own control interface: what is shown, and a click on it.
 QDBusInterface dunst()
 {
-    return QDBusInterface(kService, kPath, QStringLiteral("org.dunstproject.cmd0"),
+    return QDBusInterface(kService, kPath, u"org.dunstproject.cmd0"_s,
                           QDBusConnection::sessionBus());
 }
 
@@ -57,7 +57,7 @@ void DesktopNotificationTest::initTestCase()
 {
     QVERIFY2(qEnvironmentVariableIsSet("DISPLAY"), "run through desktop-session.sh");
     m_daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_daemon.start(QStringLiteral("dunst"), {});
+    m_daemon.start(u"dunst"_s, {});
     QVERIFY(m_daemon.waitForStarted());
     QTRY_VERIFY_WITH_TIMEOUT(
         QDBusConnection::sessionBus().interface()->isServiceRegistered(kService).value(), 15000);
@@ -80,7 +80,7 @@ void DesktopNotificationTest::showsTheCallAndOpensItOnClick()
 
     const CallRecord record = urgentCall();
     const CallNotice notice = callNotice(record);
-    QCOMPARE(notice.title, QStringLiteral("Vemira · Urgent · Jeanne d’Arc-Lévêque"));
+    QCOMPARE(notice.title, u"Vemira · Urgent · Jeanne d’Arc-Lévêque"_s);
     QCOMPARE(notice.body, record.message->summary);
     notifier.show(notice);
     QTRY_COMPARE_WITH_TIMEOUT(notifier.open(), 1, 10000);
@@ -89,37 +89,34 @@ void DesktopNotificationTest::showsTheCallAndOpensItOnClick()
 
     // Another application's notification clicked first must not open a call.
     QDBusInterface notifications(kService, kPath, kService, QDBusConnection::sessionBus());
-    notifications.call(QStringLiteral("Notify"), QStringLiteral("Autre"), uint(0), QString(),
-                       QStringLiteral("Autre"), QString(),
-                       QStringList{QStringLiteral("default"), QStringLiteral("Ouvrir")},
-                       QVariantMap(), int(-1));
+    notifications.call(u"Notify"_s, u"Autre"_s, uint(0), QString(), u"Autre"_s, QString(),
+                       QStringList{u"default"_s, u"Ouvrir"_s}, QVariantMap(), int(-1));
     QTRY_COMPARE_WITH_TIMEOUT(dunst().property("displayedLength").toUInt(), 2u, 10000);
-    QVERIFY(dunst().call(QStringLiteral("NotificationAction"), uint(0)).errorName().isEmpty());
+    QVERIFY(dunst().call(u"NotificationAction"_s, uint(0)).errorName().isEmpty());
     // The urgent one is shown first (critical before normal): the click opened it.
     QTRY_COMPARE_WITH_TIMEOUT(opened.size(), 1, 10000);
     QCOMPARE(opened.first(), record.id);
 
     // What the daemon showed, from its history.
-    dunst().call(QStringLiteral("NotificationCloseAll"));
+    dunst().call(u"NotificationCloseAll"_s);
     qDBusRegisterMetaType<QList<QVariantMap>>();
-    const QDBusReply<QList<QVariantMap>> history =
-        dunst().call(QStringLiteral("NotificationListHistory"));
+    const QDBusReply<QList<QVariantMap>> history = dunst().call(u"NotificationListHistory"_s);
     QVERIFY2(history.isValid(), qPrintable(history.error().message()));
     bool found = false;
     for (const QVariantMap& entry : history.value()) {
         auto text = [&entry](const char* key) {
             return entry.value(QString::fromLatin1(key)).toString();
         };
-        if (text("appname") != QLatin1String("Vemira"))
+        if (text("appname") != "Vemira"_L1)
             continue;
         found = true;
         QCOMPARE(text("summary"), notice.title);
         // dunst reads bodies as markup: the caller's words arrive as text, not as tags.
-        QCOMPARE(text("body"), QStringLiteral("Fuite d’eau sous l’évier &lt;cuisine&gt; depuis ce "
-                                              "matin, robinet &amp; compteur fermés."));
-        QCOMPARE(text("category"), QStringLiteral("im.received"));
+        QCOMPARE(text("body"), u"Fuite d’eau sous l’évier &lt;cuisine&gt; depuis ce "
+                               u"matin, robinet &amp; compteur fermés."_s);
+        QCOMPARE(text("category"), u"im.received"_s);
         // Critical urgency: the daemon keeps it on screen until the owner acts on it.
-        QCOMPARE(entry.value(QStringLiteral("timeout")).toLongLong(), 0);
+        QCOMPARE(entry.value(u"timeout"_s).toLongLong(), 0);
     }
     QVERIFY(found);
     QTRY_COMPARE_WITH_TIMEOUT(notifier.open(), 0, 10000); // closed notifications are forgotten

@@ -4,6 +4,8 @@
 #include <QProcess>
 #include <QRegularExpression>
 
+using namespace Qt::StringLiterals;
+
 namespace vemira::e2e {
 
 namespace {
@@ -13,7 +15,7 @@ bool runScript(const QString& script, const QStringList& arguments, const QProce
 {
     QProcess process;
     process.setProcessEnvironment(env);
-    process.start(QStringLiteral("bash"), QStringList{script} + arguments);
+    process.start(u"bash"_s, QStringList{script} + arguments);
     const bool ok = process.waitForFinished(30000) &&
                     process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
     *output = QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
@@ -23,7 +25,7 @@ bool runScript(const QString& script, const QStringList& arguments, const QProce
 // Applies the "export NAME=value" lines a script printed.
 void applyExports(const QString& text, QProcessEnvironment& env)
 {
-    static const QRegularExpression line(QStringLiteral("^export ([A-Z_]+)='?([^'\\n]*)'?$"),
+    static const QRegularExpression line(u"^export ([A-Z_]+)='?([^'\\n]*)'?$"_s,
                                          QRegularExpression::MultilineOption);
     auto it = line.globalMatch(text);
     while (it.hasNext()) {
@@ -47,33 +49,32 @@ PrivateDesktop::~PrivateDesktop()
 {
     QString ignored;
     if (m_desktop)
-        runScript(QDir(m_scripts).filePath(QStringLiteral("desktop-session.sh")),
-                  {QStringLiteral("stop"), QDir(m_folder).filePath(QStringLiteral("desktop"))},
-                  m_env, &ignored);
+        runScript(QDir(m_scripts).filePath(u"desktop-session.sh"_s),
+                  {u"stop"_s, QDir(m_folder).filePath(u"desktop"_s)}, m_env, &ignored);
 }
 
 bool PrivateDesktop::start(QString* error)
 {
     if (const QString failure = m_audio.start(); !failure.isEmpty()) {
-        *error = QStringLiteral("PulseAudio: ") + failure;
+        *error = u"PulseAudio: "_s + failure;
         return false;
     }
     QString output;
-    runScript(QDir(m_scripts).filePath(QStringLiteral("pulseaudio.sh")),
-              {QStringLiteral("env"), m_audio.folder()}, m_env, &output);
+    runScript(QDir(m_scripts).filePath(u"pulseaudio.sh"_s), {u"env"_s, m_audio.folder()}, m_env,
+              &output);
     applyExports(output, m_env);
 
-    const QString desktopDir = QDir(m_folder).filePath(QStringLiteral("desktop"));
-    if (!runScript(QDir(m_scripts).filePath(QStringLiteral("desktop-session.sh")),
-                   {QStringLiteral("start"), desktopDir}, m_env, &output)) {
-        *error = QStringLiteral("desktop: ") + output;
+    const QString desktopDir = QDir(m_folder).filePath(u"desktop"_s);
+    if (!runScript(QDir(m_scripts).filePath(u"desktop-session.sh"_s), {u"start"_s, desktopDir},
+                   m_env, &output)) {
+        *error = u"desktop: "_s + output;
         return false;
     }
     m_desktop = true;
-    const QString runtime = m_env.value(QStringLiteral("XDG_RUNTIME_DIR"));
+    const QString runtime = m_env.value(u"XDG_RUNTIME_DIR"_s);
     applyExports(output, m_env);
     // Both parts share the audio daemon's runtime folder (the desktop script keeps it when set).
-    m_env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    m_env.insert(u"XDG_RUNTIME_DIR"_s, runtime);
     return true;
 }
 

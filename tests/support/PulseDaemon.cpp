@@ -6,6 +6,8 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 
+using namespace Qt::StringLiterals;
+
 PulseDaemon::~PulseDaemon()
 {
     stop();
@@ -16,32 +18,31 @@ QString PulseDaemon::script(const QString& command) const
     QProcess process;
     if (m_bare) {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("VEMIRA_SOUND_SERVER"), QStringLiteral("pipewire"));
-        env.insert(QStringLiteral("VEMIRA_SOUND_BARE"), QStringLiteral("1"));
+        env.insert(u"VEMIRA_SOUND_SERVER"_s, u"pipewire"_s);
+        env.insert(u"VEMIRA_SOUND_BARE"_s, u"1"_s);
         process.setProcessEnvironment(env);
     }
     process.start(QStringLiteral(VEMIRA_PULSE_SCRIPT), {command, m_folder->path()});
     if (!process.waitForFinished(20000) || process.exitCode() != 0)
         return QString::fromLocal8Bit(process.readAllStandardError()) +
-               QStringLiteral(" (exit %1)").arg(process.exitCode());
+               u" (exit %1)"_s.arg(process.exitCode());
     return QString();
 }
 
 QString PulseDaemon::start(const QString& pipewireDropIn)
 {
-    m_folder = std::make_unique<QTemporaryDir>(QDir::temp().filePath(QStringLiteral("vp-XXXXXX")));
+    m_folder = std::make_unique<QTemporaryDir>(QDir::temp().filePath(u"vp-XXXXXX"_s));
     if (!m_folder->isValid())
-        return QStringLiteral("no temporary folder");
+        return u"no temporary folder"_s;
     m_bare = !pipewireDropIn.isEmpty();
     if (m_bare) {
-        const QString folder =
-            m_folder->filePath(QStringLiteral("config/pipewire/pipewire-pulse.conf.d"));
+        const QString folder = m_folder->filePath(u"config/pipewire/pipewire-pulse.conf.d"_s);
         if (!QDir().mkpath(folder) ||
             !QFile::copy(pipewireDropIn,
                          QDir(folder).filePath(QFileInfo(pipewireDropIn).fileName())))
-            return QStringLiteral("cannot copy ") + pipewireDropIn;
+            return u"cannot copy "_s + pipewireDropIn;
     }
-    QString failure = script(QStringLiteral("start"));
+    QString failure = script(u"start"_s);
     if (!failure.isEmpty())
         return failure;
     m_running = true;
@@ -54,29 +55,28 @@ void PulseDaemon::stop()
 {
     if (!m_running)
         return;
-    script(QStringLiteral("stop"));
+    script(u"stop"_s);
     m_running = false;
 }
 
 QString PulseDaemon::pactl(const QStringList& arguments) const
 {
     QProcess process;
-    process.start(QStringLiteral("pactl"), arguments);
+    process.start(u"pactl"_s, arguments);
     if (!process.waitForFinished(10000) || process.exitStatus() != QProcess::NormalExit ||
         process.exitCode() != 0)
         return QString();
     QString out = QString::fromUtf8(process.readAllStandardOutput()).trimmed();
-    return out.isNull() ? QStringLiteral("") : out;
+    return out.isNull() ? u""_s : out;
 }
 
 int PulseDaemon::loadNullSink(const QString& name, const QString& description, int rate,
                               int channels) const
 {
     const QString index =
-        pactl({QStringLiteral("load-module"), QStringLiteral("module-null-sink"),
-               QStringLiteral("sink_name=") + name, QStringLiteral("rate=%1").arg(rate),
-               QStringLiteral("channels=%1").arg(channels),
-               QStringLiteral("sink_properties='device.description=\"%1\"'").arg(description)});
+        pactl({u"load-module"_s, u"module-null-sink"_s, u"sink_name="_s + name,
+               u"rate=%1"_s.arg(rate), u"channels=%1"_s.arg(channels),
+               u"sink_properties='device.description=\"%1\"'"_s.arg(description)});
     bool ok = false;
     const int value = index.toInt(&ok);
     return ok ? value : -1;
@@ -84,12 +84,10 @@ int PulseDaemon::loadNullSink(const QString& name, const QString& description, i
 
 int PulseDaemon::loadNullSource(const QString& name) const
 {
-    QString index = pactl({QStringLiteral("load-module"), QStringLiteral("module-null-source"),
-                           QStringLiteral("source_name=") + name});
+    QString index = pactl({u"load-module"_s, u"module-null-source"_s, u"source_name="_s + name});
     if (index.isNull() && isPipeWire())
-        index = pactl({QStringLiteral("load-module"), QStringLiteral("module-null-sink"),
-                       QStringLiteral("sink_name=") + name,
-                       QStringLiteral("media.class=Audio/Source/Virtual")});
+        index = pactl({u"load-module"_s, u"module-null-sink"_s, u"sink_name="_s + name,
+                       u"media.class=Audio/Source/Virtual"_s});
     bool ok = false;
     const int value = index.toInt(&ok);
     return ok ? value : -1;
@@ -97,20 +95,18 @@ int PulseDaemon::loadNullSource(const QString& name) const
 
 bool PulseDaemon::isPipeWire() const
 {
-    return pactl({QStringLiteral("info")}).contains(QLatin1String("PipeWire"));
+    return pactl({u"info"_s}).contains("PipeWire"_L1);
 }
 
 bool PulseDaemon::unloadModule(int index) const
 {
-    return !pactl({QStringLiteral("unload-module"), QString::number(index)}).isNull();
+    return !pactl({u"unload-module"_s, QString::number(index)}).isNull();
 }
 
 int PulseDaemon::streamCount() const
 {
-    const QString inputs =
-        pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sink-inputs")});
-    const QString outputs =
-        pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("source-outputs")});
+    const QString inputs = pactl({u"list"_s, u"short"_s, u"sink-inputs"_s});
+    const QString outputs = pactl({u"list"_s, u"short"_s, u"source-outputs"_s});
     return int(inputs.split(QLatin1Char('\n'), Qt::SkipEmptyParts).size() +
                outputs.split(QLatin1Char('\n'), Qt::SkipEmptyParts).size());
 }

@@ -65,6 +65,7 @@
 #include "support/PulseDaemon.h"
 #endif
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 using namespace vemira::testing;
 using test::SmtpTestServer;
@@ -77,7 +78,7 @@ QStringList unnamedControls(QWidget* top)
     QStringList unnamed;
     const QList<QWidget*> widgets = top->findChildren<QWidget*>();
     for (QWidget* w : widgets) {
-        if (!(w->focusPolicy() & Qt::TabFocus) || w->objectName().startsWith(QStringLiteral("qt_")))
+        if (!(w->focusPolicy() & Qt::TabFocus) || w->objectName().startsWith(u"qt_"_s))
             continue;
         // Internals of composite controls: the combo's popup, scroll areas' viewports.
         bool internal = false;
@@ -87,8 +88,7 @@ QStringList unnamedControls(QWidget* top)
             continue;
         QAccessibleInterface* a = QAccessible::queryAccessibleInterface(w);
         if (a == nullptr || a->text(QAccessible::Name).trimmed().isEmpty())
-            unnamed << QString::fromLatin1(w->metaObject()->className()) + QStringLiteral(" ") +
-                           w->objectName();
+            unnamed << QString::fromLatin1(w->metaObject()->className()) + u" "_s + w->objectName();
     }
     return unnamed;
 }
@@ -132,8 +132,7 @@ QStringList appleWords(const QStringList& texts)
 {
     QStringList found;
     for (const QString& text : texts) {
-        if (text.contains(QStringLiteral("Mac")) || text.contains(QStringLiteral("iPhone")) ||
-            text.contains(QStringLiteral("macOS")))
+        if (text.contains(u"Mac"_s) || text.contains(u"iPhone"_s) || text.contains(u"macOS"_s))
             found << text;
     }
     return found;
@@ -194,12 +193,11 @@ public:
     PlaybackStream(const QString& application, const QString& role)
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("PULSE_PROP"), QStringLiteral("media.role=") + role);
+        env.insert(u"PULSE_PROP"_s, u"media.role="_s + role);
         m_process.setProcessEnvironment(env);
-        m_process.setStandardInputFile(QStringLiteral("/dev/zero"));
-        m_process.start(QStringLiteral("pacat"),
-                        {QStringLiteral("--playback"), QStringLiteral("--raw"),
-                         QStringLiteral("--client-name=") + application});
+        m_process.setStandardInputFile(u"/dev/zero"_s);
+        m_process.start(u"pacat"_s,
+                        {u"--playback"_s, u"--raw"_s, u"--client-name="_s + application});
         m_process.waitForStarted();
     }
     ~PlaybackStream()
@@ -226,8 +224,7 @@ private:
     QStringList brelianSinks() const
     {
         QStringList found;
-        const QString list = m_daemon.pactl(
-            {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sinks")});
+        const QString list = m_daemon.pactl({u"list"_s, u"short"_s, u"sinks"_s});
         for (const QString& line : list.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
             const QStringList fields = line.split(QLatin1Char('\t'));
             if (fields.size() >= 4 &&
@@ -242,20 +239,18 @@ private:
     QString sinkOf(const PlaybackStream& stream) const
     {
         auto json = [this](const char* what) {
-            return QJsonDocument::fromJson(m_daemon
-                                               .pactl({QStringLiteral("-f"), QStringLiteral("json"),
-                                                       QStringLiteral("list"), QLatin1String(what)})
-                                               .toUtf8())
+            return QJsonDocument::fromJson(
+                       m_daemon.pactl({u"-f"_s, u"json"_s, u"list"_s, QLatin1String(what)})
+                           .toUtf8())
                 .array();
         };
         for (const QJsonValue s : json("sink-inputs")) {
-            const QJsonObject props = s[QStringLiteral("properties")].toObject();
-            if (props[QStringLiteral("application.process.id")].toString().toLongLong() !=
-                stream.pid())
+            const QJsonObject props = s[u"properties"_s].toObject();
+            if (props[u"application.process.id"_s].toString().toLongLong() != stream.pid())
                 continue;
             for (const QJsonValue sink : json("sinks")) {
-                if (sink[QStringLiteral("index")].toInt() == s[QStringLiteral("sink")].toInt())
-                    return sink[QStringLiteral("name")].toString();
+                if (sink[u"index"_s].toInt() == s[u"sink"_s].toInt())
+                    return sink[u"name"_s].toString();
             }
         }
         return QString();
@@ -282,9 +277,8 @@ private Q_SLOTS:
         ui::MainWindow* window = rig.mainWindow.get();
         window->activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(window));
-        const QStringList pages = {QStringLiteral("Accueil"), QStringLiteral("Agent"),
-                                   QStringLiteral("Conversations"), QStringLiteral("Connexions"),
-                                   QStringLiteral("Guide")};
+        const QStringList pages = {u"Accueil"_s, u"Agent"_s, u"Conversations"_s, u"Connexions"_s,
+                                   u"Guide"_s};
         window->navigation()->setFocus();
         for (int i = pages.size() - 1; i >= 0; --i) {
             QTest::keyClick(QApplication::focusWidget(), Qt::Key(Qt::Key_1 + i),
@@ -295,12 +289,12 @@ private Q_SLOTS:
         QList<QWidget*> tops{window, window->openSetupAssistant(), window->openVoiceWindow(),
                              window->openTestWindow(),
                              window->openRecording(rig.model->selectedRecord())};
-        ui::AssignmentDialog sheet(rig.model->records().first(), {QStringLiteral("SCI Lilas")});
+        ui::AssignmentDialog sheet(rig.model->records().first(), {u"SCI Lilas"_s});
         tops << &sheet;
         for (QWidget* top : tops)
-            QVERIFY2(unnamedControls(top).isEmpty(),
-                     qPrintable(top->windowTitle() + QStringLiteral(" : ") +
-                                unnamedControls(top).join(QStringLiteral(", "))));
+            QVERIFY2(
+                unnamedControls(top).isEmpty(),
+                qPrintable(top->windowTitle() + u" : "_s + unnamedControls(top).join(u", "_s)));
         for (QWidget* top : tops.mid(1))
             top->close();
         QVERIFY(window->standbySwitch()->focusPolicy() & Qt::TabFocus);
@@ -315,10 +309,9 @@ private Q_SLOTS:
         ui::MainWindow* window = rig.mainWindow.get();
         QStringList pages;
         for (const QString& page :
-             {QStringLiteral("Accueil"), QStringLiteral("Agent"), QStringLiteral("Conversations"),
-              QStringLiteral("Connexions"), QStringLiteral("Guide")}) {
+             {u"Accueil"_s, u"Agent"_s, u"Conversations"_s, u"Connexions"_s, u"Guide"_s}) {
             window->showPage(page);
-            pages << textsOf(window, page != QStringLiteral("Accueil"));
+            pages << textsOf(window, page != u"Accueil"_s);
         }
         ui::SetupAssistant* assistant = window->openSetupAssistant();
         QStringList setup;
@@ -334,65 +327,58 @@ private Q_SLOTS:
 
         const QList<std::pair<const QStringList*, QStringList>> expected = {
             {&pages,
-             {QStringLiteral("Le standard ne peut pas encore répondre"),
-              QStringLiteral("• Enregistrer la clé IA"),
-              QStringLiteral("Intervenir au micro"),
-              QStringLiteral("Comment le budget est estimé"),
-              QStringLiteral("Estimation indicative et volontairement majorée, destinée à vous "
-                             "donner un ordre de grandeur. Le montant affiché peut différer de la "
-                             "facturation réelle de votre fournisseur d’IA."),
-              QStringLiteral("Consulter la consommation OpenAI"),
-              QStringLiteral("Utiliser cet exemple"),
-              QStringLiteral(
-                  "Accueille les locataires et prends un message précis pour le gestionnaire."),
-              QStringLiteral("Rechercher un numéro, un nom, un dossier ou une phrase"),
-              QStringLiteral("Tous les dossiers"),
-              QStringLiteral("Appels non classés"),
-              QStringLiteral("Tous les états"),
-              QStringLiteral("1 appel(s). Cliquez sur une colonne pour trier, puis sur un appel "
-                             "pour l’ouvrir."),
-              QStringLiteral("Collez votre clé une fois. Elle restera sur ce Mac, sans trousseau."),
-              QStringLiteral("Stockage local privé, sans chiffrement supplémentaire. L’utilisation "
-                             "de l’API est facturée par OpenAI."),
-              QStringLiteral("Enregistrer les réglages"),
-              QStringLiteral("Configurer et tester le son"),
-              QStringLiteral("Préparer la liaison"),
-              QStringLiteral("Remettre Téléphone sur le son système"),
-              QStringLiteral("Brelian — Appel vers IA"),
-              QStringLiteral("Brelian — IA vers appel")}},
+             {u"Le standard ne peut pas encore répondre"_s,
+              u"• Enregistrer la clé IA"_s,
+              u"Intervenir au micro"_s,
+              u"Comment le budget est estimé"_s,
+              u"Estimation indicative et volontairement majorée, destinée à vous "
+              u"donner un ordre de grandeur. Le montant affiché peut différer de la "
+              u"facturation réelle de votre fournisseur d’IA."_s,
+              u"Consulter la consommation OpenAI"_s,
+              u"Utiliser cet exemple"_s,
+              u"Accueille les locataires et prends un message précis pour le gestionnaire."_s,
+              u"Rechercher un numéro, un nom, un dossier ou une phrase"_s,
+              u"Tous les dossiers"_s,
+              u"Appels non classés"_s,
+              u"Tous les états"_s,
+              u"1 appel(s). Cliquez sur une colonne pour trier, puis sur un appel "
+              u"pour l’ouvrir."_s,
+              u"Collez votre clé une fois. Elle restera sur ce Mac, sans trousseau."_s,
+              u"Stockage local privé, sans chiffrement supplémentaire. L’utilisation "
+              u"de l’API est facturée par OpenAI."_s,
+              u"Enregistrer les réglages"_s,
+              u"Configurer et tester le son"_s,
+              u"Préparer la liaison"_s,
+              u"Remettre Téléphone sur le son système"_s,
+              u"Brelian — Appel vers IA"_s,
+              u"Brelian — IA vers appel"_s}},
             {&setup,
-             {QStringLiteral("Installer le son"), QStringLiteral("Autoriser le Mac"),
-              QStringLiteral("Connecter l’IA"), QStringLiteral("Audio du téléphone"),
-              QStringLiteral("Configurer et tester le son"),
-              QStringLiteral("Tester le microphone du Mac"),
-              QStringLiteral("Vérifier la connexion IA"), QStringLiteral("Préparer la liaison")}},
+             {u"Installer le son"_s, u"Autoriser le Mac"_s, u"Connecter l’IA"_s,
+              u"Audio du téléphone"_s, u"Configurer et tester le son"_s,
+              u"Tester le microphone du Mac"_s, u"Vérifier la connexion IA"_s,
+              u"Préparer la liaison"_s}},
             {&test,
-             {QStringLiteral("Parler à Vemira sur ce Mac"),
-              QStringLiteral("Tester avec un appel sortant"),
-              QStringLiteral("2. Brancher l’IA sur l’appel")}},
-            {&voice, {QStringLiteral("Douce et bienveillante")}},
+             {u"Parler à Vemira sur ce Mac"_s, u"Tester avec un appel sortant"_s,
+              u"2. Brancher l’IA sur l’appel"_s}},
+            {&voice, {u"Douce et bienveillante"_s}},
             {&assignment,
-             {QStringLiteral("Ex. SCI Lilas · logement 4 · fuite"),
-              QStringLiteral("Un nom vide retire l’appel du dossier sans le supprimer."),
-              QStringLiteral("Enregistrer")}},
+             {u"Ex. SCI Lilas · logement 4 · fuite"_s,
+              u"Un nom vide retire l’appel du dossier sans le supprimer."_s, u"Enregistrer"_s}},
         };
         for (const auto& [seen, texts] : expected) {
             const QStringList lines = seen->join(u'\n').split(u'\n');
             for (const QString& text : texts)
                 QVERIFY2(lines.contains(text), qPrintable(text));
         }
-        QVERIFY(setup.join(u'\n').contains(QStringLiteral("Brelian Audio")));
+        QVERIFY(setup.join(u'\n').contains(u"Brelian Audio"_s));
         // The system's own messages shown in those windows.
         QCOMPARE(AudioSystem::readFailure(-50).message(),
-                 QStringLiteral("Impossible de lire le réglage audio du Mac (-50)."));
-        QCOMPARE(
-            MacAudioRoute::builtInMissingMessage(),
-            QStringLiteral(
-                "Le micro et les haut-parleurs intégrés du Mac sont nécessaires pour ce test."));
+                 u"Impossible de lire le réglage audio du Mac (-50)."_s);
+        QCOMPARE(MacAudioRoute::builtInMissingMessage(),
+                 u"Le micro et les haut-parleurs intégrés du Mac sont nécessaires pour ce test."_s);
         QCOMPARE(
             AudioRouteProbe::moduleMissingMessage(),
-            QStringLiteral(
-                "Le module audio Vemira n’est pas chargé. Installez-le puis redémarrez le Mac."));
+            u"Le module audio Vemira n’est pas chargé. Installez-le puis redémarrez le Mac."_s);
     }
 
     void standbySwitchArmsOnlyWhenReadyAndTheStatusIconFollows()
@@ -406,10 +392,9 @@ private Q_SLOTS:
             QTest::keyClick(rig.mainWindow->standbySwitch(), Qt::Key_Space);
             QVERIFY(!rig.model->armed());
             QVERIFY(!rig.mainWindow->standbySwitch()->isChecked());
-            QCOMPARE(
-                dashboard->errorLabel()->text(),
-                QStringLiteral("Aucune clé n’est enregistrée. Saisissez votre clé existante dans "
-                               "Connexions."));
+            QCOMPARE(dashboard->errorLabel()->text(),
+                     u"Aucune clé n’est enregistrée. Saisissez votre clé existante dans "
+                     u"Connexions."_s);
             QVERIFY(dashboard->errorLabel()->isVisibleTo(dashboard));
             QCOMPARE(icon.state(), ui::StandbyState::Paused);
         }
@@ -420,7 +405,7 @@ private Q_SLOTS:
         QTRY_VERIFY(rig.model->armed());
         QVERIFY(rig.mainWindow->standbySwitch()->isChecked());
         QCOMPARE(rig.mainWindow->dashboardPage()->statusLabel()->text(),
-                 QStringLiteral("À l’écoute des appels"));
+                 u"À l’écoute des appels"_s);
         QCOMPARE(icon.state(), ui::StandbyState::Listening);
         QVERIFY(icon.standbyAction()->isChecked());
         const QString listening = rig.mainWindow->stateBadge()->text();
@@ -456,7 +441,7 @@ private Q_SLOTS:
         ui::DashboardPage* dashboard = rig.mainWindow->dashboardPage();
         const QUuid demo = rig.model->selectedRecord();
         page->noteEditor()->clear();
-        QTest::keyClicks(page->noteEditor(), QStringLiteral("Rappeler Mme Modele mardi"));
+        QTest::keyClicks(page->noteEditor(), u"Rappeler Mme Modele mardi"_s);
         QVERIFY(page->saveNoteButton()->isEnabled());
 
         QVERIFY(rig.arm());
@@ -465,9 +450,9 @@ private Q_SLOTS:
         rig.tick();
         QVERIFY(dashboard->callCard()->isVisibleTo(dashboard));
         QCOMPARE(icon.state(), ui::StandbyState::InCall);
-        QVERIFY(rig.callerSays(QStringLiteral("J’ai une fuite.")));
+        QVERIFY(rig.callerSays(u"J’ai une fuite."_s));
         QTRY_COMPARE(dashboard->transcriptView()->toPlainText(),
-                     QStringLiteral("Interlocuteur : J’ai une fuite."));
+                     u"Interlocuteur : J’ai une fuite."_s);
         const QString before = dashboard->elapsedLabel()->text();
         rig.tick(2);
         QTRY_VERIFY(dashboard->elapsedLabel()->text() != before);
@@ -479,15 +464,14 @@ private Q_SLOTS:
         dashboard->interventionButton()->click();
         QVERIFY(rig.model->intervening());
         QCOMPARE(dashboard->interventionLabel()->text(),
-                 QStringLiteral("Votre micro est ouvert vers l’appelant · IA silencieuse"));
-        QCOMPARE(dashboard->interventionButton()->text(),
-                 QStringLiteral("Rendre la parole à l’IA"));
+                 u"Votre micro est ouvert vers l’appelant · IA silencieuse"_s);
+        QCOMPARE(dashboard->interventionButton()->text(), u"Rendre la parole à l’IA"_s);
         dashboard->interventionButton()->click();
         QVERIFY(!rig.model->intervening());
         QCOMPARE(dashboard->interventionLabel()->text(),
-                 QStringLiteral("Votre micro est fermé · l’IA répond seule"));
+                 u"Votre micro est fermé · l’IA répond seule"_s);
 
-        rig.server.behaviour().messageArguments = QStringLiteral("{}");
+        rig.server.behaviour().messageArguments = u"{}"_s;
         rig.phoneIdle();
         rig.tick(5);
         QTRY_VERIFY(!rig.model->busy());
@@ -506,29 +490,28 @@ private Q_SLOTS:
                  demo);
         QCOMPARE(page->table()->selectionModel()->currentIndex().row(), 0);
         QCOMPARE(rig.model->selectedRecord(), demo);
-        QCOMPARE(page->noteEditor()->toPlainText(), QStringLiteral("Rappeler Mme Modele mardi"));
+        QCOMPARE(page->noteEditor()->toPlainText(), u"Rappeler Mme Modele mardi"_s);
         QVERIFY(onDisk(rig, demo)->note != page->noteEditor()->toPlainText());
         page->saveNoteButton()->click();
-        QCOMPARE(onDisk(rig, demo)->note, QStringLiteral("Rappeler Mme Modele mardi"));
+        QCOMPARE(onDisk(rig, demo)->note, u"Rappeler Mme Modele mardi"_s);
         QVERIFY(!page->saveNoteButton()->isEnabled());
 
         // Moving to another call without pressing the button keeps the edit too, on the
         // record it was typed for, and an emptied note stays an empty note.
-        QTest::keyClicks(page->noteEditor(), QStringLiteral(" a 10 h"));
+        QTest::keyClicks(page->noteEditor(), u" a 10 h"_s);
         clickRow(page, 1);
         QVERIFY(rig.model->selectedRecord() != demo);
-        QCOMPARE(onDisk(rig, demo)->note, QStringLiteral("Rappeler Mme Modele mardi a 10 h"));
+        QCOMPARE(onDisk(rig, demo)->note, u"Rappeler Mme Modele mardi a 10 h"_s);
         page->noteEditor()->selectAll();
         QTest::keyClick(page->noteEditor(), Qt::Key_Delete);
-        rig.mainWindow->showPage(QStringLiteral("Accueil")); // leaving the page saves
+        rig.mainWindow->showPage(u"Accueil"_s); // leaving the page saves
         QCOMPARE(onDisk(rig, rig.model->records()[0].id)->note, QString());
 
         // The notice of the call opens it.
         QVERIFY(icon.lastNotice().has_value());
         rig.mainWindow->showRecord(icon.lastNotice()->record);
-        QCOMPARE(rig.mainWindow->currentPage(), QStringLiteral("Conversations"));
-        QVERIFY(page->documentView()->toPlainText().contains(
-            QStringLiteral("Interlocuteur : J’ai une fuite.")));
+        QCOMPARE(rig.mainWindow->currentPage(), u"Conversations"_s);
+        QVERIFY(page->documentView()->toPlainText().contains(u"Interlocuteur : J’ai une fuite."_s));
     }
 
     // One action per control that only forwards to the model: the model gets it.
@@ -539,28 +522,28 @@ private Q_SLOTS:
         ui::MainWindow* window = rig.mainWindow.get();
 
         ui::AgentPage* agent = window->agentPage();
-        agent->templatePicker()->setCurrentText(QStringLiteral("Commercial"));
+        agent->templatePicker()->setCurrentText(u"Commercial"_s);
         agent->useExampleButton()->click();
-        agent->tonePicker()->setCurrentText(QStringLiteral("Calme et rassurant"));
+        agent->tonePicker()->setCurrentText(u"Calme et rassurant"_s);
         agent->saveButton()->click();
         QVERIFY(rig.model->customInstructions().startsWith(
-            QStringLiteral("Ton : Calme et rassurant.\nComprends le besoin du prospect")));
+            u"Ton : Calme et rassurant.\nComprends le besoin du prospect"_s));
         ui::AnsweringRulesCard* rules = agent->rulesCard();
         rules->ringOpenBox()->setValue(20);
-        rules->hoursField()->setText(QStringLiteral("lun-sam 18:00-09:00"));
+        rules->hoursField()->setText(u"lun-sam 18:00-09:00"_s);
         QVERIFY(!rules->save());
         QVERIFY(!rules->stateLabel()->text().isEmpty());
-        QCOMPARE(rules->hoursField()->text(), QStringLiteral("lun-sam 18:00-09:00"));
-        rules->hoursField()->setText(QStringLiteral("lun-sam 09:00-18:00"));
+        QCOMPARE(rules->hoursField()->text(), u"lun-sam 18:00-09:00"_s);
+        rules->hoursField()->setText(u"lun-sam 09:00-18:00"_s);
         rules->saveButton()->click();
         QCOMPARE(Settings(rig.settingsFile()).answeringRules().ringOpen, 20);
 
         ui::VoiceWindow* voice = window->openVoiceWindow();
         voice->gentleButton()->click();
         QCOMPARE(voice->styleEditor()->toPlainText(), defaultVoiceStyle());
-        voice->styleEditor()->setPlainText(QStringLiteral("  Parle lentement.  \n"));
+        voice->styleEditor()->setPlainText(u"  Parle lentement.  \n"_s);
         voice->applyStyleButton()->click();
-        QCOMPARE(rig.model->voiceStyle(), QStringLiteral("Parle lentement."));
+        QCOMPARE(rig.model->voiceStyle(), u"Parle lentement."_s);
         QVERIFY(!voice->band(1)->isEnabled());
         voice->equalizerSwitch()->setChecked(true);
         voice->band(1)->setValue(60);
@@ -571,12 +554,12 @@ private Q_SLOTS:
         // the pending calls, the transcript's buttons.
         ui::DossiersPage* page = window->dossiersPage();
         const QUuid demo = rig.model->selectedRecord();
-        QTest::keyClicks(page->searchField(), QStringLiteral("inondation"));
+        QTest::keyClicks(page->searchField(), u"inondation"_s);
         QCOMPARE(page->table()->model()->rowCount(), 0);
         QVERIFY(!page->documentView()->isVisibleTo(page));
         page->searchField()->clear();
         QVERIFY(page->documentView()->isVisibleTo(page));
-        for (const QString& choice : {QStringLiteral("Enregistrer"), QStringLiteral("Annuler")}) {
+        for (const QString& choice : {u"Enregistrer"_s, u"Annuler"_s}) {
             QTimer::singleShot(0, [choice] {
                 auto* sheet =
                     qobject_cast<ui::AssignmentDialog*>(QApplication::activeModalWidget());
@@ -586,89 +569,89 @@ private Q_SLOTS:
             });
             page->assignButton()->click();
         }
-        QCOMPARE(onDisk(rig, demo)->dossier, std::optional(QStringLiteral("Enregistrer")));
-        page->recordStatusPicker()->setCurrentText(QStringLiteral("Terminé"));
-        QCOMPARE(onDisk(rig, demo)->followUpStatus, std::optional(QStringLiteral("Terminé")));
-        rig.model->updateMessage(demo, CallMessage{QStringLiteral("Jean Dupuis"),
+        QCOMPARE(onDisk(rig, demo)->dossier, std::optional(u"Enregistrer"_s));
+        page->recordStatusPicker()->setCurrentText(u"Terminé"_s);
+        QCOMPARE(onDisk(rig, demo)->followUpStatus, std::optional(u"Terminé"_s));
+        rig.model->updateMessage(demo, CallMessage{u"Jean Dupuis"_s,
                                                    {},
-                                                   QStringLiteral("Fuite"),
+                                                   u"Fuite"_s,
                                                    {},
-                                                   QStringLiteral("Urgent"),
+                                                   u"Urgent"_s,
                                                    {},
-                                                   QStringLiteral("Fuite chez Jean Dupuis.")});
+                                                   u"Fuite chez Jean Dupuis."_s});
         ui::MessageEditor* editor = page->messageEditor();
-        QTest::keyClicks(editor->field(QStringLiteral("address")), QStringLiteral("8 av. Foch"));
-        QTest::keyClicks(editor->field(QStringLiteral("callback")), QStringLiteral("demain"));
+        QTest::keyClicks(editor->field(u"address"_s), u"8 av. Foch"_s);
+        QTest::keyClicks(editor->field(u"callback"_s), u"demain"_s);
         editor->saveButton()->click();
         QVERIFY(!editor->problemLabel()->text().isEmpty()); // not a number: nothing lost
-        QCOMPARE(editor->field(QStringLiteral("address"))->text(), QStringLiteral("8 av. Foch"));
+        QCOMPARE(editor->field(u"address"_s)->text(), u"8 av. Foch"_s);
         QVERIFY(onDisk(rig, demo)->message->address.isEmpty());
-        editor->field(QStringLiteral("callback"))->setText(QStringLiteral("06 12 34 56 78"));
+        editor->field(u"callback"_s)->setText(u"06 12 34 56 78"_s);
         editor->saveButton()->click();
-        QCOMPARE(onDisk(rig, demo)->message->address, QStringLiteral("8 av. Foch"));
-        QTest::keyClicks(page->searchField(), QStringLiteral("AV. FOCH")); // found by its message
+        QCOMPARE(onDisk(rig, demo)->message->address, u"8 av. Foch"_s);
+        QTest::keyClicks(page->searchField(), u"AV. FOCH"_s); // found by its message
         QCOMPARE(page->table()->model()->rowCount(), 1);
         page->searchField()->clear();
         page->copyButton()->click();
         QCOMPARE(rig.desktop->clipboard, page->documentView()->toPlainText());
-        rig.desktop->saveTo = rig.dir.filePath(QStringLiteral("export.txt"));
+        rig.desktop->saveTo = rig.dir.filePath(u"export.txt"_s);
         page->exportButton()->click();
         QVERIFY(QFile::exists(*rig.desktop->saveTo));
         page->revealButton()->click();
         QTRY_COMPARE(rig.desktop->revealed.size(), 1);
         QVERIFY(!page->listenButton()->isEnabled()); // no recording
-        window->showPage(QStringLiteral("Accueil"));
-        page->recordStatusPicker()->setCurrentText(QStringLiteral("À traiter"));
+        window->showPage(u"Accueil"_s);
+        page->recordStatusPicker()->setCurrentText(u"À traiter"_s);
         rig.model->setSelectedRecord(QUuid());
         QListWidget* pending = window->dashboardPage()->pendingCalls()->list();
         QCOMPARE(pending->count(), 1);
         QTest::mouseClick(pending->viewport(), Qt::LeftButton, {},
                           pending->visualItemRect(pending->item(0)).center());
-        QCOMPARE(window->currentPage(), QStringLiteral("Conversations"));
+        QCOMPARE(window->currentPage(), u"Conversations"_s);
         QCOMPARE(rig.model->selectedRecord(), demo);
 
         // Connexions: the key field, the devices, the recording switch.
         ui::ConnectionsPage* connections = window->connectionsPage();
         QCOMPARE(connections->keyField()->echoMode(), QLineEdit::Password);
-        QTest::keyClicks(connections->keyField(), QStringLiteral("  sk-proj-123  "));
+        QTest::keyClicks(connections->keyField(), u"  sk-proj-123  "_s);
         QTest::keyClick(connections->keyField(), Qt::Key_Return);
         QVERIFY(connections->keyField()->text().isEmpty());
         QCOMPARE(LocalKeyStore(DataFolder(rig.dir.path()).credentialsFolder()).read().value(),
-                 std::optional(QStringLiteral("sk-proj-123")));
+                 std::optional(u"sk-proj-123"_s));
         connections->verifyButton()->click();
         QTRY_VERIFY(rig.model->aiVerified());
         QComboBox* models = connections->modelPicker();
-        const int mini = models->findData(QStringLiteral("gpt-realtime-2.1-mini"), Qt::EditRole);
+        const int mini = models->findData(u"gpt-realtime-2.1-mini"_s, Qt::EditRole);
         QVERIFY(mini > 0);
         models->setCurrentIndex(mini);
         Q_EMIT models->activated(mini);
-        QCOMPARE(rig.model->model(), QStringLiteral("gpt-realtime-2.1-mini"));
-        models->lineEdit()->setText(QStringLiteral("gpt-realtime-9"));
+        QCOMPARE(rig.model->model(), u"gpt-realtime-2.1-mini"_s);
+        models->lineEdit()->setText(u"gpt-realtime-9"_s);
         Q_EMIT models->lineEdit()->editingFinished();
-        QCOMPARE(rig.model->model(), QStringLiteral("gpt-realtime-9"));
+        QCOMPARE(rig.model->model(), u"gpt-realtime-9"_s);
         QVERIFY(!connections->phoneAppPicker()->isVisibleTo(connections)); // Linux only
-        connections->inputPicker()->setCurrentText(QStringLiteral("Brelian — Appel vers IA"));
+        connections->inputPicker()->setCurrentText(u"Brelian — Appel vers IA"_s);
         QCOMPARE(rig.model->inputUID(), BrelianDevices::callUID());
-        QCOMPARE(connections->outputPicker()->findText(QStringLiteral("Micro intégré")), -1);
-        connections->interventionMicPicker()->setCurrentText(QStringLiteral("Micro du casque"));
+        QCOMPARE(connections->outputPicker()->findText(u"Micro intégré"_s), -1);
+        connections->interventionMicPicker()->setCurrentText(u"Micro du casque"_s);
         QCOMPARE(Settings(rig.settingsFile()).interventionMicUID(),
-                 std::optional(QStringLiteral("headset-mic")));
-        rig.model->setInterventionMicUID(QStringLiteral("usb-mic-gone"));
+                 std::optional(u"headset-mic"_s));
+        rig.model->setInterventionMicUID(u"usb-mic-gone"_s);
         QVERIFY(connections->interventionMicPicker()->currentText().contains(
-            QStringLiteral("usb-mic-gone"))); // an unplugged choice stays visible
+            u"usb-mic-gone"_s)); // an unplugged choice stays visible
         QTest::keyClick(connections->recordingSwitch(), Qt::Key_Space);
         QCOMPARE(Settings(rig.settingsFile()).recordingEnabled(), false);
         connections->deleteKeyButton()->click();
         QVERIFY(!rig.model->keyPresent());
         QVERIFY(!connections->deleteKeyButton()->isEnabled());
-        rig.model->saveKey(QStringLiteral("sk-test"));
+        rig.model->saveKey(u"sk-test"_s);
 
         // The test window: a number that cannot be dialled is refused before the system.
         ui::TestWindow* test = window->openTestWindow();
-        test->numberField()->setText(QStringLiteral("0612 345"));
+        test->numberField()->setText(u"0612 345"_s);
         test->dialButton()->click();
         QCOMPARE(test->outgoingStatusLabel()->text(),
-                 QStringLiteral("Saisissez un numéro complet, avec l’indicatif si nécessaire."));
+                 u"Saisissez un numéro complet, avec l’indicatif si nécessaire."_s);
         rig.prepareForCalls();
         rig.showActiveCall();
         test->connectButton()->click();
@@ -689,16 +672,13 @@ private Q_SLOTS:
         QUuid missing;
         QString wave;
         UiRig rig([&](RecordsStore& store) {
-            CallRecord gone = seededRecord(QStringLiteral("Bernard"), 2, std::nullopt, std::nullopt,
-                                           QStringLiteral("Bonjour"));
-            gone.recordingFile =
-                QStringLiteral("Appel-") + uuidText(gone.id) + QStringLiteral(".wav");
+            CallRecord gone =
+                seededRecord(u"Bernard"_s, 2, std::nullopt, std::nullopt, u"Bonjour"_s);
+            gone.recordingFile = u"Appel-"_s + uuidText(gone.id) + u".wav"_s;
             missing = gone.id;
             store.insertFront(gone);
-            CallRecord kept = seededRecord(QStringLiteral("Amélie"), 1, std::nullopt, std::nullopt,
-                                           QStringLiteral("Allô"));
-            kept.recordingFile =
-                QStringLiteral("Appel-") + uuidText(kept.id) + QStringLiteral(".wav");
+            CallRecord kept = seededRecord(u"Amélie"_s, 1, std::nullopt, std::nullopt, u"Allô"_s);
+            kept.recordingFile = u"Appel-"_s + uuidText(kept.id) + u".wav"_s;
             withAudio = kept.id;
             store.insertFront(kept);
             QVERIFY(!store.saveHistory());
@@ -721,14 +701,14 @@ private Q_SLOTS:
             QVERIFY(file.open(QIODevice::WriteOnly));
             file.write("RIFF" + le32(body.size()) + body);
         });
-        rig.mainWindow->showPage(QStringLiteral("Conversations"));
+        rig.mainWindow->showPage(u"Conversations"_s);
         rig.model->setSelectedRecord(withAudio);
         rig.mainWindow->dossiersPage()->listenButton()->click();
         auto* window = rig.mainWindow->findChild<ui::RecordingWindow*>();
         QVERIFY(window != nullptr && window->isVisible());
-        QVERIFY(window->summaryLabel()->text().contains(QStringLiteral("1 min 16 s")));
+        QVERIFY(window->summaryLabel()->text().contains(u"1 min 16 s"_s));
         QVERIFY(window->playButton()->isEnabled());
-        rig.desktop->saveTo = elsewhere.filePath(QStringLiteral("copie.wav"));
+        rig.desktop->saveTo = elsewhere.filePath(u"copie.wav"_s);
         window->exportButton()->click();
         QFile original(wave);
         QFile copy(*rig.desktop->saveTo);
@@ -737,8 +717,7 @@ private Q_SLOTS:
         QCOMPARE(ui::RecordingWindow::wavSeconds(rig.settingsFile()), -1.0);
         // A record whose file has gone offers nothing to play.
         window->setRecord(missing);
-        QCOMPARE(window->summaryLabel()->text(),
-                 QStringLiteral("L’enregistrement audio est introuvable."));
+        QCOMPARE(window->summaryLabel()->text(), u"L’enregistrement audio est introuvable."_s);
         QVERIFY(!window->playButton()->isEnabled());
         QVERIFY(!window->exportButton()->isEnabled());
     }
@@ -752,7 +731,7 @@ private Q_SLOTS:
         qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
         const auto restore = qScopeGuard([] { qunsetenv("XDG_CONFIG_HOME"); });
         UiRig rig;
-        Settings settings(config.filePath(QStringLiteral("prefs.ini")));
+        Settings settings(config.filePath(u"prefs.ini"_s));
         settings.setRearmAtLogin(false); // asked once already: no question box here
         ui::LoginStart start(*rig.model, std::move(settings), createPlatformLoginItem());
         rig.mainWindow->setLoginStart(&start);
@@ -766,8 +745,7 @@ private Q_SLOTS:
         ui::ToggleSwitch* onPage = toggleIn(rig.mainWindow->connectionsPage());
         QVERIFY(onPage && !onPage->isChecked());
         onPage->click();
-        const QString entry =
-            config.filePath(QStringLiteral("autostart/fr.brelian.Vemira.desktop"));
+        const QString entry = config.filePath(u"autostart/fr.brelian.Vemira.desktop"_s);
         QVERIFY(QFile::exists(entry));
         ui::ToggleSwitch* inSetup = toggleIn(rig.mainWindow->openSetupAssistant());
         QVERIFY(inSetup && inSetup->isChecked());
@@ -781,7 +759,7 @@ private Q_SLOTS:
 
     void guidedSetupRunsTheProbesAndCountsTheSteps()
     {
-        Status routeOutcome = AppError(QStringLiteral("le signal ne passe pas"));
+        Status routeOutcome = AppError(u"le signal ne passe pas"_s);
         bool heard = false;
         int routeRuns = 0;
         ui::SetupProbes probes;
@@ -799,43 +777,41 @@ private Q_SLOTS:
         // Driver present, permissions given: the first open step is the AI (the key is stored,
         // not yet verified).
         QCOMPARE(assistant->stepList()->count(), 4);
-        QCOMPARE(assistant->stepList()->item(0)->text(), QStringLiteral("✓  Installer le son"));
+        QCOMPARE(assistant->stepList()->item(0)->text(), u"✓  Installer le son"_s);
         QCOMPARE(assistant->firstOpenStep(), 2);
         QCOMPARE(assistant->currentStep(), 2);
         QCOMPARE(assistant->progress()->value(), rig.model->setupPercent());
 
-        anyButton(assistant, QStringLiteral("Configurer et tester le son"))->click();
+        anyButton(assistant, u"Configurer et tester le son"_s)->click();
         QCOMPARE(routeRuns, 1);
         QVERIFY(!rig.model->routingConfirmed());
         QVERIFY(hasLabel(assistant, routeOutcome->message()));
         routeOutcome = std::nullopt;
-        anyButton(assistant, QStringLiteral("Configurer et tester le son"))->click();
+        anyButton(assistant, u"Configurer et tester le son"_s)->click();
         QVERIFY(rig.model->routingConfirmed());
         QCOMPARE(rig.model->inputUID(), BrelianDevices::callUID());
         QCOMPARE(rig.model->outputUID(), BrelianDevices::voiceUID());
-        QVERIFY(hasLabel(
-            assistant,
-            QStringLiteral("Son configuré · les deux circuits transmettent le signal de test")));
+        QVERIFY(hasLabel(assistant,
+                         u"Son configuré · les deux circuits transmettent le signal de test"_s));
 
-        anyButton(assistant, QStringLiteral("Tester le microphone du Mac"))->click();
-        QVERIFY(hasLabel(
-            assistant,
-            QStringLiteral("Aucun son détecté : parlez plus près et vérifiez le microphone")));
+        anyButton(assistant, u"Tester le microphone du Mac"_s)->click();
+        QVERIFY(hasLabel(assistant,
+                         u"Aucun son détecté : parlez plus près et vérifiez le microphone"_s));
         QVERIFY(!rig.model->macAudioVerified());
         heard = true;
-        anyButton(assistant, QStringLiteral("Tester le microphone du Mac"))->click();
-        QVERIFY(hasLabel(assistant, QStringLiteral("Le microphone capte du son")));
+        anyButton(assistant, u"Tester le microphone du Mac"_s)->click();
+        QVERIFY(hasLabel(assistant, u"Le microphone capte du son"_s));
         QVERIFY(rig.model->macAudioVerified());
 
-        anyButton(assistant, QStringLiteral("Vérifier la connexion IA"))->click();
+        anyButton(assistant, u"Vérifier la connexion IA"_s)->click();
         QTRY_VERIFY(rig.model->aiVerified());
-        QCOMPARE(assistant->stepList()->item(2)->text(), QStringLiteral("✓  Connecter l’IA"));
+        QCOMPARE(assistant->stepList()->item(2)->text(), u"✓  Connecter l’IA"_s);
         QCOMPARE(assistant->progress()->value(), 75);
 
         // The last step: a call seen in the phone application, then a real call taken.
-        anyButton(assistant, QStringLiteral("Attendre un appel"))->click();
+        anyButton(assistant, u"Attendre un appel"_s)->click();
         QVERIFY(rig.model->observingRelay());
-        rig.ring(QStringLiteral("06 11 22 33 44"));
+        rig.ring(u"06 11 22 33 44"_s);
         rig.tick();
         QVERIFY(!rig.model->observingRelay());
         rig.phoneIdle();
@@ -846,8 +822,8 @@ private Q_SLOTS:
             QVERIFY(rig.takeCall());
             rig.showActiveCall();
             rig.tick();
-            QVERIFY(!heard || rig.callerSays(QStringLiteral("Allô ?")));
-            rig.server.behaviour().messageArguments = QStringLiteral("{}");
+            QVERIFY(!heard || rig.callerSays(u"Allô ?"_s));
+            rig.server.behaviour().messageArguments = u"{}"_s;
             rig.phoneIdle();
             rig.tick(6);
             QTRY_VERIFY(!rig.model->busy());
@@ -857,7 +833,7 @@ private Q_SLOTS:
         }
         QCOMPARE(rig.model->records().size(), 2);
         QCOMPARE(rig.model->validatedCallID(), rig.model->records().first().id);
-        QCOMPARE(assistant->stepList()->item(3)->text(), QStringLiteral("✓  Audio du téléphone"));
+        QCOMPARE(assistant->stepList()->item(3)->text(), u"✓  Audio du téléphone"_s);
         QVERIFY(
             !rig.mainWindow->dashboardPage()->readinessCard()->isVisibleTo(rig.mainWindow.get()));
     }
@@ -873,9 +849,8 @@ private Q_SLOTS:
         const QString failure = m_daemon.start();
         QVERIFY2(failure.isEmpty(), qPrintable(failure));
         const auto stopDaemon = qScopeGuard([this] { m_daemon.stop(); });
-        const QStringList madeSinks{
-            BrelianDevices::callUID() + QStringLiteral(" s16le 2ch 48000Hz"),
-            BrelianDevices::voiceUID() + QStringLiteral(" s16le 2ch 48000Hz")};
+        const QStringList madeSinks{BrelianDevices::callUID() + u" s16le 2ch 48000Hz"_s,
+                                    BrelianDevices::voiceUID() + u" s16le 2ch 48000Hz"_s};
         QTemporaryDir config;
         ui::SetupProbes probes;
         probes.virtualDevices = std::make_shared<pulse::PulseVirtualDevices>(config.path());
@@ -885,14 +860,13 @@ private Q_SLOTS:
         AppModel& model = *rig.model;
         ui::SetupAssistant* assistant = rig.mainWindow->openSetupAssistant();
         assistant->showStep(0);
-        QPushButton* create = button(assistant, QStringLiteral("C&réer les périphériques audio"));
-        QPushButton* remove =
-            button(assistant, QStringLiteral("Supprimer les périphériques audio"));
+        QPushButton* create = button(assistant, u"C&réer les périphériques audio"_s);
+        QPushButton* remove = button(assistant, u"Supprimer les périphériques audio"_s);
         QVERIFY(create && remove);
 
         QLabel* state = nullptr;
         for (QLabel* label : assistant->findChildren<QLabel*>()) {
-            if (label->accessibleName() == QStringLiteral("Module audio"))
+            if (label->accessibleName() == u"Module audio"_s)
                 state = label;
         }
         QVERIFY(state);
@@ -904,21 +878,19 @@ private Q_SLOTS:
         QVERIFY(state->text() != present);
         QCOMPARE(brelianSinks(), QStringList());
         QVERIFY(!model.routingConfirmed());
-        QVERIFY(model.readinessIssues().contains(QStringLiteral("Créer les périphériques audio")));
+        QVERIFY(model.readinessIssues().contains(u"Créer les périphériques audio"_s));
         create->click();
         QCOMPARE(brelianSinks(), madeSinks);
-        QVERIFY(!model.readinessIssues().contains(QStringLiteral("Créer les périphériques audio")));
+        QVERIFY(!model.readinessIssues().contains(u"Créer les périphériques audio"_s));
         QCOMPARE(state->text(), present);
 
         // A device of ours left at another rate would make the softphone send silence: the
         // check says so although a device of that name is there, and creating makes it again.
         QVERIFY(!pulse::PulseVirtualDevices(config.path()).remove());
-        QVERIFY(m_daemon.loadNullSink(BrelianDevices::callUID(), QStringLiteral("Ancien"), 44100,
-                                      2) >= 0);
-        QVERIFY(m_daemon.loadNullSink(BrelianDevices::voiceUID(), QStringLiteral("Ancien"), 48000,
-                                      2) >= 0);
-        button(assistant, QStringLiteral("&Vérifier à nouveau"))->click();
-        QVERIFY2(model.configurationStatus().contains(QStringLiteral("48 kHz")),
+        QVERIFY(m_daemon.loadNullSink(BrelianDevices::callUID(), u"Ancien"_s, 44100, 2) >= 0);
+        QVERIFY(m_daemon.loadNullSink(BrelianDevices::voiceUID(), u"Ancien"_s, 48000, 2) >= 0);
+        button(assistant, u"&Vérifier à nouveau"_s)->click();
+        QVERIFY2(model.configurationStatus().contains(u"48 kHz"_s),
                  qPrintable(model.configurationStatus()));
         create->click();
         QCOMPARE(brelianSinks(), madeSinks);
@@ -934,21 +906,20 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(dropIn));
 
         assistant->showStep(3);
-        QVERIFY(!button(assistant, QStringLiteral("Préparer la liaison")));
-        QPushButton* check =
-            button(assistant, QStringLiteral("Vérifier le &son du logiciel de téléphonie"));
+        QVERIFY(!button(assistant, u"Préparer la liaison"_s));
+        QPushButton* check = button(assistant, u"Vérifier le &son du logiciel de téléphonie"_s);
         QVERIFY(check);
         {
             // Twinkle's call stream is moved and put back; the user's music never moves.
-            PlaybackStream phone(QStringLiteral("twinkle"), QStringLiteral("phone"));
-            PlaybackStream music(QStringLiteral("Lecteur"), QStringLiteral("music"));
-            QTRY_COMPARE_WITH_TIMEOUT(sinkOf(phone), QStringLiteral("vemira.desk"), 5000);
-            QTRY_COMPARE_WITH_TIMEOUT(sinkOf(music), QStringLiteral("vemira.desk"), 5000);
+            PlaybackStream phone(u"twinkle"_s, u"phone"_s);
+            PlaybackStream music(u"Lecteur"_s, u"music"_s);
+            QTRY_COMPARE_WITH_TIMEOUT(sinkOf(phone), u"vemira.desk"_s, 5000);
+            QTRY_COMPARE_WITH_TIMEOUT(sinkOf(music), u"vemira.desk"_s, 5000);
             check->click();
-            QVERIFY2(model.nativeAudioStatus().contains(QStringLiteral(" 1 flux ")),
+            QVERIFY2(model.nativeAudioStatus().contains(u" 1 flux "_s),
                      qPrintable(model.nativeAudioStatus()));
-            QCOMPARE(sinkOf(phone), QStringLiteral("vemira.desk"));
-            QCOMPARE(sinkOf(music), QStringLiteral("vemira.desk"));
+            QCOMPARE(sinkOf(phone), u"vemira.desk"_s);
+            QCOMPARE(sinkOf(music), u"vemira.desk"_s);
         }
         // Without the devices there is nothing to route to: the user is sent to the first step.
         rig.setup->removeDevices();
@@ -966,30 +937,28 @@ private Q_SLOTS:
         PlatformWording::select(WordingPlatform::Linux);
         const PlatformWording& wording = PlatformWording::current();
         QVERIFY2(appleWords(wording.allTexts()).isEmpty(),
-                 qPrintable(appleWords(wording.allTexts()).join(QStringLiteral(" | "))));
+                 qPrintable(appleWords(wording.allTexts()).join(u" | "_s)));
 
         UiRig rig;
         rig.model->addDemo();
         ui::MainWindow* window = rig.mainWindow.get();
         QStringList seen;
         for (const QString& page :
-             {QStringLiteral("Accueil"), QStringLiteral("Agent"), QStringLiteral("Conversations"),
-              QStringLiteral("Connexions"), QStringLiteral("Guide")}) {
+             {u"Accueil"_s, u"Agent"_s, u"Conversations"_s, u"Connexions"_s, u"Guide"_s}) {
             window->showPage(page);
             seen << textsOf(window);
         }
         // The Connections page keeps the softphone's audio state and offers the softphone to
         // watch, without the Phone menu's buttons.
-        window->showPage(QStringLiteral("Connexions"));
+        window->showPage(u"Connexions"_s);
         ui::ConnectionsPage* connections = window->connectionsPage();
         QVERIFY(connections->phoneAppPicker()->isVisible());
-        connections->phoneAppPicker()->setCurrentText(QStringLiteral("GNOME Calls"));
-        QCOMPARE(Settings(rig.settingsFile()).phoneApp(), QStringLiteral("gnome-calls"));
-        rig.model->setPhoneApp(QStringLiteral("baresip-gtk")); // a name typed elsewhere shows
-        QCOMPARE(connections->phoneAppPicker()->currentText(), QStringLiteral("baresip-gtk"));
-        QVERIFY(visibleButtons(window, QStringLiteral("Préparer la liaison")).isEmpty());
-        QVERIFY(visibleButtons(window, QStringLiteral("Remettre Téléphone sur le son système"))
-                    .isEmpty());
+        connections->phoneAppPicker()->setCurrentText(u"GNOME Calls"_s);
+        QCOMPARE(Settings(rig.settingsFile()).phoneApp(), u"gnome-calls"_s);
+        rig.model->setPhoneApp(u"baresip-gtk"_s); // a name typed elsewhere shows
+        QCOMPARE(connections->phoneAppPicker()->currentText(), u"baresip-gtk"_s);
+        QVERIFY(visibleButtons(window, u"Préparer la liaison"_s).isEmpty());
+        QVERIFY(visibleButtons(window, u"Remettre Téléphone sur le son système"_s).isEmpty());
 
         // Each step of the guided setup, with a relayed call waited for in vain.
         ui::SetupAssistant* assistant = window->openSetupAssistant();
@@ -1000,14 +969,13 @@ private Q_SLOTS:
         for (int i = 0; i < assistant->stepList()->count(); ++i) {
             assistant->showStep(i);
             seen << textsOf(assistant);
-            QVERIFY(visibleButtons(assistant, QStringLiteral("Préparer la liaison")).isEmpty());
-            QVERIFY(visibleButtons(assistant, QStringLiteral("Ouvrir les réglages du &micro"))
-                        .isEmpty());
+            QVERIFY(visibleButtons(assistant, u"Préparer la liaison"_s).isEmpty());
+            QVERIFY(visibleButtons(assistant, u"Ouvrir les réglages du &micro"_s).isEmpty());
         }
         QVERIFY(assistant->stepList()
                     ->item(assistant->stepList()->count() - 1)
                     ->text()
-                    .endsWith(QStringLiteral("Audio du téléphone")));
+                    .endsWith(u"Audio du téléphone"_s));
         QVERIFY(seen.contains(wording.relayTimeout));
         assistant->close();
         for (QWidget* other :
@@ -1019,7 +987,7 @@ private Q_SLOTS:
         }
 
         // The question before a record is deleted.
-        window->showPage(QStringLiteral("Conversations"));
+        window->showPage(u"Conversations"_s);
         QString question;
         window->dossiersPage()->confirmDeletionForTests = [&question](QMessageBox& box) {
             question = box.text();
@@ -1029,33 +997,32 @@ private Q_SLOTS:
         seen << question << rig.model->log();
 
         const QStringList found = appleWords(seen);
-        QVERIFY2(found.isEmpty(), qPrintable(found.join(QStringLiteral(" | "))));
+        QVERIFY2(found.isEmpty(), qPrintable(found.join(u" | "_s)));
     }
 
     // The Connexions page's e-mail card, against a real mail server on loopback.
     void mailCardSavesTestsAndTurnsOff()
     {
-        const auto options =
-            SmtpTestServer::Options::withLogin(QStringLiteral("gerant"), QStringLiteral("le-bon"));
+        const auto options = SmtpTestServer::Options::withLogin(u"gerant"_s, u"le-bon"_s);
         SmtpTestServer server(options);
         QVERIFY(server.started());
         QTemporaryDir dir;
         ManualClock clock;
-        Settings settings(dir.filePath(QStringLiteral("prefs.ini")));
-        const DataFolder folder(dir.filePath(QStringLiteral("Brelian")));
+        Settings settings(dir.filePath(u"prefs.ini"_s));
+        const DataFolder folder(dir.filePath(u"Brelian"_s));
         AfterCallNotices notices(clock, settings, folder, nullptr);
         ui::MailSettingsCard card(notices);
         QVERIFY(!card.testButton()->isEnabled());
 
         // A wrong address is refused and nothing typed is lost.
-        card.serverField()->setText(QStringLiteral("smtp.exemple.fr"));
-        card.fromField()->setText(QStringLiteral("standard@exemple.fr"));
-        card.toField()->setText(QStringLiteral("gerant@exemple.fr"));
+        card.serverField()->setText(u"smtp.exemple.fr"_s);
+        card.fromField()->setText(u"standard@exemple.fr"_s);
+        card.toField()->setText(u"gerant@exemple.fr"_s);
         card.userField()->setText(options.user);
-        card.passwordField()->setText(QStringLiteral("le-mauvais"));
+        card.passwordField()->setText(u"le-mauvais"_s);
         QTest::mouseClick(card.saveButton(), Qt::LeftButton);
-        QVERIFY(card.stateLabel()->text().contains(QStringLiteral("« smtp.exemple.fr »")));
-        QCOMPARE(card.passwordField()->text(), QStringLiteral("le-mauvais"));
+        QVERIFY(card.stateLabel()->text().contains(u"« smtp.exemple.fr »"_s));
+        QCOMPARE(card.passwordField()->text(), u"le-mauvais"_s);
         QVERIFY(!settings.mail());
 
         // The test button saves what is typed, then the server's verdict is shown as it is.
@@ -1065,15 +1032,14 @@ private Q_SLOTS:
         Settings::Mail mail = *settings.mail();
         mail.caFile = server.certificate(); // the company's own authority, set once
         settings.setMail(mail);
-        card.passwordField()->setText(QStringLiteral("le-mauvais"));
+        card.passwordField()->setText(u"le-mauvais"_s);
         QTest::mouseClick(card.testButton(), Qt::LeftButton);
-        QTRY_VERIFY_WITH_TIMEOUT(card.stateLabel()->text().contains(QStringLiteral("535 5.7.8")),
-                                 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(card.stateLabel()->text().contains(u"535 5.7.8"_s), 20000);
         card.passwordField()->setText(options.password);
         QTest::mouseClick(card.testButton(), Qt::LeftButton);
         QTRY_COMPARE_WITH_TIMEOUT(server.received(), 1, 20000);
         // The password is kept privately and never shown back.
-        const QString passwordFile = folder.credentialsFolder() + QStringLiteral("/smtp.password");
+        const QString passwordFile = folder.credentialsFolder() + u"/smtp.password"_s;
         QCOMPARE(QFileInfo(passwordFile).permissions() & 0x0077, QFileDevice::Permissions());
         QVERIFY(card.passwordField()->text().isEmpty());
         QCOMPARE(settings.mail()->caFile, server.certificate());

@@ -117,7 +117,7 @@ Status FakeAudioEngine::startPlayback()
     m_playbackRunning = true;
     if (m_io.threaded) {
         const DeviceFormat format = playbackFormat();
-        const int frames = std::min(m_io.renderFrames, AudioEngine::maxBlockFrames);
+        const int frames = 480; // a 10 ms device period at 48 kHz
         const double period = double(frames) / format.sampleRate;
         m_playbackThread =
             std::thread([this, format, frames, period] { playbackLoop(format, frames, period); });
@@ -192,8 +192,8 @@ void FakeAudioEngine::captureLoop(DeviceFormat format, int frames, double period
         pace(due, period);
         if (m_captureQuit.load())
             break;
-        if (m_io.takeCapture(m_inputID, block.data(), frames, format.channels))
-            m_captureCallback(block.data(), frames);
+        m_io.takeCapture(m_inputID, block.data(), frames, format.channels);
+        m_captureCallback(block.data(), frames);
     }
 }
 
@@ -210,10 +210,6 @@ void FakeAudioEngine::playbackLoop(DeviceFormat format, int frames, double perio
         m_io.recordPlayed(m_outputID, block.data(), frames, format.channels);
     }
 }
-
-FakeAudioDeviceIO::FakeAudioDeviceIO() = default;
-
-FakeAudioDeviceIO::~FakeAudioDeviceIO() = default;
 
 FakeAudioDeviceIO::Device& FakeAudioDeviceIO::addDevice(std::uint32_t id, DeviceFormat capture,
                                                         DeviceFormat playback)
@@ -280,29 +276,15 @@ void FakeAudioDeviceIO::feedTone(std::uint32_t deviceID, double frequency, doubl
                         int(std::llround(seconds * format.sampleRate)), format.channels));
 }
 
-std::size_t FakeAudioDeviceIO::pendingFeed(std::uint32_t deviceID) const
-{
-    std::lock_guard guard(m_streamsLock);
-    const auto it = m_streams.find(deviceID);
-    if (it == m_streams.end())
-        return 0;
-    const auto found = m_devices.find(deviceID);
-    const int channels = found == m_devices.end() ? 1 : found->second.captureFormat.channels;
-    return it->second.feed.size() / std::size_t(channels);
-}
-
-bool FakeAudioDeviceIO::takeCapture(std::uint32_t deviceID, float* out, int frames, int channels)
+void FakeAudioDeviceIO::takeCapture(std::uint32_t deviceID, float* out, int frames, int channels)
 {
     std::lock_guard guard(m_streamsLock);
     auto& feed = m_streams[deviceID].feed;
     const std::size_t wanted = std::size_t(frames) * std::size_t(channels);
-    if (feed.empty() && !feedSilence.load())
-        return false;
     const std::size_t take = std::min(wanted, feed.size());
     std::copy(feed.begin(), feed.begin() + std::ptrdiff_t(take), out);
     feed.erase(feed.begin(), feed.begin() + std::ptrdiff_t(take));
     std::fill(out + take, out + wanted, 0.0f);
-    return true;
 }
 
 void FakeAudioDeviceIO::recordPlayed(std::uint32_t deviceID, const float* data, int frames,

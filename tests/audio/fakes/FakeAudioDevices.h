@@ -108,14 +108,9 @@ public:
     };
 
     bool threaded = true;
-    // Frames per playback callback (a 10 ms device period at 48 kHz by default).
-    int renderFrames = 480;
     // Capture blocks: the engine's requested block (2,048 frames) unless set; then this
     // duration at the device's own rate, like a sound card with a 10 ms or 20 ms period.
     std::optional<double> captureBlockSeconds;
-
-    FakeAudioDeviceIO();
-    ~FakeAudioDeviceIO() override;
 
     Device& addDevice(std::uint32_t id, DeviceFormat capture = {48000, 2},
                       DeviceFormat playback = {48000, 2});
@@ -129,13 +124,10 @@ public:
     int openCount() const { return m_openCount; }
 
     // Capture audio of a device, interleaved in its capture format. Once the feed runs dry the
-    // device delivers silence (unless feedSilence is false: then it waits).
+    // device delivers silence.
     void feed(std::uint32_t deviceID, const std::vector<float>& interleaved);
     // A sine on every channel.
     void feedTone(std::uint32_t deviceID, double frequency, double amplitude, double seconds);
-    std::atomic<bool> feedSilence{true};
-    // Frames of fed audio not yet delivered.
-    std::size_t pendingFeed(std::uint32_t deviceID) const;
 
     // What was played to a device, interleaved in its playback format.
     std::vector<float> played(std::uint32_t deviceID) const;
@@ -149,8 +141,8 @@ private:
         std::deque<float> feed;
         std::vector<float> played;
     };
-    // Fills `frames` frames; false when nothing to deliver (feedSilence off and feed empty).
-    bool takeCapture(std::uint32_t deviceID, float* out, int frames, int channels);
+    // Fills `frames` frames, silence past the feed.
+    void takeCapture(std::uint32_t deviceID, float* out, int frames, int channels);
     void recordPlayed(std::uint32_t deviceID, const float* data, int frames, int channels);
     void forget(FakeAudioEngine* engine);
 

@@ -14,11 +14,12 @@
 #include <cmath>
 #include <numbers>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 
 namespace {
-const QString callSink = QStringLiteral("com.brelian.audio.call");
-const QString voiceSink = QStringLiteral("com.brelian.audio.voice");
+const QString callSink = u"com.brelian.audio.call"_s;
+const QString voiceSink = u"com.brelian.audio.voice"_s;
 
 struct Outcome {
     bool finished = false;
@@ -55,7 +56,7 @@ private:
     QStringList probeFolders() const
     {
         return QDir(m_temp.path())
-            .entryList({QStringLiteral("brelian-probe-*")}, QDir::Dirs | QDir::NoDotAndDotDot);
+            .entryList({u"brelian-probe-*"_s}, QDir::Dirs | QDir::NoDotAndDotDot);
     }
 
 private Q_SLOTS:
@@ -91,8 +92,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("sink");
         QTest::addColumn<QString>("name");
         QTest::addColumn<bool>("bothTested");
-        QTest::newRow("voice") << voiceSink << QStringLiteral("Brelian — IA vers appel") << true;
-        QTest::newRow("call") << callSink << QStringLiteral("Brelian — Appel vers IA") << false;
+        QTest::newRow("voice") << voiceSink << u"Brelian — IA vers appel"_s << true;
+        QTest::newRow("call") << callSink << u"Brelian — Appel vers IA"_s << false;
     }
 
     void silentCircuitFailsWithItsName()
@@ -100,15 +101,14 @@ private Q_SLOTS:
         QFETCH(QString, sink);
         QFETCH(QString, name);
         QFETCH(bool, bothTested);
-        m_daemon.pactl({QStringLiteral("set-sink-mute"), sink, QStringLiteral("1")});
+        m_daemon.pactl({u"set-sink-mute"_s, sink, u"1"_s});
         const Outcome outcome = probeRoutes(m_system->devices());
-        m_daemon.pactl({QStringLiteral("set-sink-mute"), sink, QStringLiteral("0")});
+        m_daemon.pactl({u"set-sink-mute"_s, sink, u"0"_s});
         QVERIFY(outcome.finished && outcome.status);
         QCOMPARE(outcome.status->message(),
-                 QStringLiteral("Le signal de test ne traverse pas « %1 ». Le pilote est visible "
-                                "mais son transport audio doit être corrigé. Le standard reste "
-                                "désactivé.")
-                     .arg(name));
+                 u"Le signal de test ne traverse pas « %1 ». Le pilote est visible "
+                 u"mais son transport audio doit être corrigé. Le standard reste "
+                 u"désactivé."_s.arg(name));
         QVERIFY(bothTested ? outcome.seconds > 2 * 6.3 : outcome.seconds < 6.3 + 2.5);
         QCOMPARE(probeFolders(), QStringList());
     }
@@ -119,18 +119,17 @@ private Q_SLOTS:
     {
         if (m_daemon.isPipeWire())
             QSKIP("pipewire-pulse resumes a suspended sink as soon as a stream connects");
-        m_daemon.pactl({QStringLiteral("suspend-sink"), callSink, QStringLiteral("1")});
+        m_daemon.pactl({u"suspend-sink"_s, callSink, u"1"_s});
         const Outcome outcome = probeRoutes(m_system->devices());
-        m_daemon.pactl({QStringLiteral("suspend-sink"), callSink, QStringLiteral("0")});
+        m_daemon.pactl({u"suspend-sink"_s, callSink, u"0"_s});
         QVERIFY(outcome.finished && outcome.status);
         const QString message = outcome.status->message();
-        QVERIFY2(
-            message.startsWith(QStringLiteral("Test incomplet de « Brelian — Appel vers IA » : ")),
-            qPrintable(message));
-        QVERIFY2(message.endsWith(QStringLiteral(
-                     ", enregistrement 0.0 s sur 6 s attendues. Le standard reste désactivé.")),
+        QVERIFY2(message.startsWith(u"Test incomplet de « Brelian — Appel vers IA » : "_s),
                  qPrintable(message));
-        QVERIFY(message.contains(QStringLiteral("moteurs entrée/sortie : ")));
+        QVERIFY2(message.endsWith(
+                     u", enregistrement 0.0 s sur 6 s attendues. Le standard reste désactivé."_s),
+                 qPrintable(message));
+        QVERIFY(message.contains(u"moteurs entrée/sortie : "_s));
         QCOMPARE(probeFolders(), QStringList());
     }
 
@@ -149,8 +148,8 @@ private Q_SLOTS:
             QVERIFY(answer.has_value()); // before run() returned
             QVERIFY(answer->has_value());
             QCOMPARE((*answer)->message(),
-                     QStringLiteral("Les périphériques audio Vemira sont absents. Créez-les à "
-                                    "l’étape « Installer le son » de la configuration guidée."));
+                     u"Les périphériques audio Vemira sont absents. Créez-les à "
+                     u"l’étape « Installer le son » de la configuration guidée."_s);
             QVERIFY(!probe.isRunning());
             QCOMPARE(m_daemon.streamCount(), 0);
         }
@@ -224,7 +223,7 @@ private Q_SLOTS:
         std::optional<Result<bool>> missing;
         hearing.run(4242u, {}, [&](Result<bool> result) { missing = std::move(result); });
         QVERIFY(missing && !missing->ok());
-        QCOMPARE(missing->error().message(), QStringLiteral("Microphone indisponible."));
+        QCOMPARE(missing->error().message(), u"Microphone indisponible."_s);
         QVERIFY(!hearing.isRunning());
     }
 };

@@ -6,13 +6,14 @@
 
 #include <QTest>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 using vemira::testing::byUID;
 
 namespace {
-const QString callSink = QStringLiteral("com.brelian.audio.call");
-const QString voiceSink = QStringLiteral("com.brelian.audio.voice");
-const QString deskSink = QStringLiteral("vemira.desk");
+const QString callSink = u"com.brelian.audio.call"_s;
+const QString voiceSink = u"com.brelian.audio.voice"_s;
+const QString deskSink = u"vemira.desk"_s;
 } // namespace
 
 class PulseDevicesTest : public QObject {
@@ -41,27 +42,24 @@ private Q_SLOTS:
         const std::optional<BrelianDevices::Pair> pair = BrelianDevices::pair(devices);
         QVERIFY(pair);
         QCOMPARE(pair->call.uid, BrelianDevices::callUID());
-        QCOMPARE(pair->call.name, QStringLiteral("Brelian — Appel vers IA"));
-        QCOMPARE(pair->voice.name, QStringLiteral("Brelian — IA vers appel"));
+        QCOMPARE(pair->call.name, u"Brelian — Appel vers IA"_s);
+        QCOMPARE(pair->voice.name, u"Brelian — IA vers appel"_s);
         QVERIFY(pair->call.input && pair->call.output && pair->voice.input && pair->voice.output);
         QVERIFY(pair->call.id != 0 && pair->call.id != pair->voice.id);
         QCOMPARE(m_system->transportType(pair->call.id), AudioTransport::virtualDevice);
         QCOMPARE(m_system->transportType(12345u), std::nullopt);
 
         // A device unloaded and loaded again keeps its id, and the list its order.
-        const int module = m_daemon.loadNullSink(QStringLiteral("vemira.extra"),
-                                                 QStringLiteral("Casque USB"), 44100, 1);
+        const int module = m_daemon.loadNullSink(u"vemira.extra"_s, u"Casque USB"_s, 44100, 1);
         QVERIFY(module >= 0);
-        const std::optional<SoundDevice> extra =
-            byUID(m_system->devices(), QStringLiteral("vemira.extra"));
+        const std::optional<SoundDevice> extra = byUID(m_system->devices(), u"vemira.extra"_s);
         QVERIFY(extra);
-        QCOMPARE(extra->name, QStringLiteral("Casque USB"));
+        QCOMPARE(extra->name, u"Casque USB"_s);
         QVERIFY(m_daemon.unloadModule(module));
         // pipewire-pulse lists another client's change a moment after acknowledging it.
-        QTRY_VERIFY(!byUID(m_system->devices(), QStringLiteral("vemira.extra")));
-        const int again = m_daemon.loadNullSink(QStringLiteral("vemira.extra"),
-                                                QStringLiteral("Casque USB"), 44100, 1);
-        QTRY_COMPARE(byUID(m_system->devices(), QStringLiteral("vemira.extra")), extra);
+        QTRY_VERIFY(!byUID(m_system->devices(), u"vemira.extra"_s));
+        const int again = m_daemon.loadNullSink(u"vemira.extra"_s, u"Casque USB"_s, 44100, 1);
+        QTRY_COMPARE(byUID(m_system->devices(), u"vemira.extra"_s), extra);
         QVERIFY(m_daemon.unloadModule(again));
         QTRY_COMPARE(m_system->devices(), devices);
     }
@@ -103,10 +101,9 @@ private Q_SLOTS:
         QStringList uids;
         for (const SoundDevice& device : devices)
             uids << device.uid;
-        QCOMPARE(uids, QStringList(
-                           {QStringLiteral("alsa_output.pci"), QStringLiteral("cable"),
-                            QStringLiteral("bluez_sink.headset"), QStringLiteral("alsa_input.pci"),
-                            QStringLiteral("alsa_input.usb"), QStringLiteral("alsa_input.hdmi")}));
+        QCOMPARE(uids,
+                 QStringList({u"alsa_output.pci"_s, u"cable"_s, u"bluez_sink.headset"_s,
+                              u"alsa_input.pci"_s, u"alsa_input.usb"_s, u"alsa_input.hdmi"_s}));
         QVERIFY(devices[0].output && !devices[0].input); // speakers: output only
         QVERIFY(devices[1].output && devices[1].input);  // the cable: both ways
         QVERIFY(devices[3].input && !devices[3].output);
@@ -136,26 +133,24 @@ private Q_SLOTS:
 
         QVERIFY(!m_system->writeDefault(AudioSelector::defaultOutput, pair->voice.id));
         QCOMPARE(m_daemon.defaultSink(), voiceSink);
-        QCOMPARE(m_daemon.defaultSource(), deskSink + QStringLiteral(".monitor"));
+        QCOMPARE(m_daemon.defaultSource(), deskSink + u".monitor"_s);
         QVERIFY(!m_system->writeDefault(AudioSelector::defaultInput, pair->call.id));
-        QCOMPARE(m_daemon.defaultSource(), callSink + QStringLiteral(".monitor"));
+        QCOMPARE(m_daemon.defaultSource(), callSink + u".monitor"_s);
         QCOMPARE(m_daemon.defaultSink(), voiceSink);
         QCOMPARE(m_system->readDefault(AudioSelector::defaultInput).value(), pair->call.id);
 
         // Someone else changes the default: we read theirs (pipewire-pulse shows another
         // client's default a moment after acknowledging it).
-        m_daemon.pactl({QStringLiteral("set-default-sink"), deskSink});
+        m_daemon.pactl({u"set-default-sink"_s, deskSink});
         QTRY_COMPARE(m_system->readDefault(AudioSelector::defaultOutput).value(), desk.id);
 
         const Status unknown = m_system->writeDefault(AudioSelector::defaultOutput, 42u);
         QVERIFY(unknown);
         QCOMPARE(unknown->message(),
-                 QStringLiteral(
-                     "Impossible de préparer le micro ou les haut-parleurs de l’ordinateur (-5)."));
+                 u"Impossible de préparer le micro ou les haut-parleurs de l’ordinateur (-5)."_s);
         QCOMPARE(m_daemon.defaultSink(), deskSink);
 
-        m_daemon.pactl(
-            {QStringLiteral("set-default-source"), deskSink + QStringLiteral(".monitor")});
+        m_daemon.pactl({u"set-default-source"_s, deskSink + u".monitor"_s});
         QTRY_COMPARE(m_system->readDefault(AudioSelector::defaultInput).value(), desk.id);
     }
 
@@ -169,12 +164,11 @@ private Q_SLOTS:
         const Result<std::uint32_t> read = orphan->readDefault(AudioSelector::defaultInput);
         QVERIFY(!read);
         QCOMPARE(read.error().message(),
-                 QStringLiteral("Impossible de lire le réglage audio de l’ordinateur (-6)."));
+                 u"Impossible de lire le réglage audio de l’ordinateur (-6)."_s);
         const Status write = orphan->writeDefault(AudioSelector::defaultOutput, 1u);
         QVERIFY(write);
         QCOMPARE(write->message(),
-                 QStringLiteral(
-                     "Impossible de préparer le micro ou les haut-parleurs de l’ordinateur (-6)."));
+                 u"Impossible de préparer le micro ou les haut-parleurs de l’ordinateur (-6)."_s);
         qputenv("PULSE_SERVER", saved);
 
         // And a system that lost its server picks up the new one by itself.

@@ -14,6 +14,7 @@
 #include <cmath>
 #include <numbers>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 using namespace vemira::testing;
 
@@ -40,8 +41,7 @@ private Q_SLOTS:
     // voice in the room (another program playing into the same device) is kept.
     void echoCancellationRemovesOurOwnVoiceOnly()
     {
-        const std::optional<SoundDevice> desk =
-            byUID(m_system->devices(), QStringLiteral("vemira.desk"));
+        const std::optional<SoundDevice> desk = byUID(m_system->devices(), u"vemira.desk"_s);
         QVERIFY(desk);
         AudioEngineRequest duplex;
         duplex.inputDeviceID = desk->id;

@@ -14,6 +14,7 @@
 #include <cmath>
 #include <numbers>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 using namespace vemira::testing;
 
@@ -41,11 +42,10 @@ private Q_SLOTS:
     // the virtual device's 48 kHz stereo and on a 44.1 kHz mono device.
     void bridgeBringsAToneBackAtItsAmplitude()
     {
-        const int module = m_daemon.loadNullSink(QStringLiteral("vemira.mono"),
-                                                 QStringLiteral("Mono 44,1"), 44100, 1);
+        const int module = m_daemon.loadNullSink(u"vemira.mono"_s, u"Mono 44,1"_s, 44100, 1);
         QVERIFY(module >= 0);
         const QList<SoundDevice> devices = m_system->devices();
-        for (const QString& uid : {BrelianDevices::callUID(), QStringLiteral("vemira.mono")}) {
+        for (const QString& uid : {BrelianDevices::callUID(), u"vemira.mono"_s}) {
             const std::optional<SoundDevice> device = byUID(devices, uid);
             QVERIFY(device);
             Received received;
@@ -77,10 +77,8 @@ private Q_SLOTS:
             std::sort(levels.begin(), levels.end());
             const double amplitude = levels[levels.size() / 2];
             const double expected = 3276.0 / 32768.0 * 0.85;
-            QVERIFY2(
-                std::fabs(amplitude - expected) < 0.02 * expected,
-                qPrintable(
-                    QStringLiteral("%1: %2 instead of %3").arg(uid).arg(amplitude).arg(expected)));
+            QVERIFY2(std::fabs(amplitude - expected) < 0.02 * expected,
+                     qPrintable(u"%1: %2 instead of %3"_s.arg(uid).arg(amplitude).arg(expected)));
             // Nothing else is mixed in: the other probe tone's bin stays empty.
             QVERIFY(toneAmplitude(heard, onset + 6000, 24000, 1103.0, 24000.0) < 0.001);
         }
@@ -91,10 +89,8 @@ private Q_SLOTS:
     // owner rebuilds; stop() returns only once no callback runs any more.
     void followsTheDeviceLifecycle()
     {
-        const int module = m_daemon.loadNullSink(QStringLiteral("vemira.gone"),
-                                                 QStringLiteral("Éphémère"), 48000, 2);
-        const std::optional<SoundDevice> device =
-            byUID(m_system->devices(), QStringLiteral("vemira.gone"));
+        const int module = m_daemon.loadNullSink(u"vemira.gone"_s, u"Éphémère"_s, 48000, 2);
+        const std::optional<SoundDevice> device = byUID(m_system->devices(), u"vemira.gone"_s);
         QVERIFY(device);
         AudioEngineRequest request;
         request.inputDeviceID = device->id;
@@ -149,18 +145,17 @@ private Q_SLOTS:
         unknown.inputDeviceID = 4242u;
         Result<std::unique_ptr<AudioEngine>> opened = m_io->open(unknown);
         QVERIFY(!opened);
-        QCOMPARE(opened.error().message(), QStringLiteral("Périphérique audio indisponible."));
+        QCOMPARE(opened.error().message(), u"Périphérique audio indisponible."_s);
 
-        const int index = m_daemon.loadNullSource(QStringLiteral("vemira.mic"));
+        const int index = m_daemon.loadNullSource(u"vemira.mic"_s);
         QVERIFY(index >= 0);
         std::optional<SoundDevice> mic;
         // pipewire-pulse shows a device a moment after loading it.
-        QTRY_VERIFY((mic = byUID(m_system->devices(), QStringLiteral("vemira.mic"))));
+        QTRY_VERIFY((mic = byUID(m_system->devices(), u"vemira.mic"_s)));
         QVERIFY(mic && mic->input && !mic->output);
         AudioEngineRequest playToMic;
         playToMic.outputDeviceID = mic->id;
-        QCOMPARE(m_io->open(playToMic).error().message(),
-                 QStringLiteral("Périphérique audio indisponible."));
+        QCOMPARE(m_io->open(playToMic).error().message(), u"Périphérique audio indisponible."_s);
         AudioEngineRequest listen;
         listen.inputDeviceID = mic->id;
         opened = m_io->open(listen);

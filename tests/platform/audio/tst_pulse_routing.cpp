@@ -14,6 +14,7 @@
 #include <QTest>
 #include <memory>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 using vemira::pulse::isCallStream;
 
@@ -26,18 +27,15 @@ public:
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         if (!role.isEmpty())
-            env.insert(QStringLiteral("PULSE_PROP"), QStringLiteral("media.role=") + role);
+            env.insert(u"PULSE_PROP"_s, u"media.role="_s + role);
         m_process.setProcessEnvironment(env);
-        const QStringList common{QStringLiteral("--raw"),
-                                 QStringLiteral("--client-name=") + application};
+        const QStringList common{u"--raw"_s, u"--client-name="_s + application};
         if (capture) {
             m_process.setStandardOutputFile(QProcess::nullDevice());
-            m_process.start(QStringLiteral("pacat"),
-                            QStringList{QStringLiteral("--record")} + common);
+            m_process.start(u"pacat"_s, QStringList{u"--record"_s} + common);
         } else {
-            m_process.setStandardInputFile(QStringLiteral("/dev/zero"));
-            m_process.start(QStringLiteral("pacat"),
-                            QStringList{QStringLiteral("--playback")} + common);
+            m_process.setStandardInputFile(u"/dev/zero"_s);
+            m_process.start(u"pacat"_s, QStringList{u"--playback"_s} + common);
         }
         m_process.waitForStarted();
     }
@@ -63,10 +61,8 @@ private:
 
     QJsonArray list(const char* what) const
     {
-        return QJsonDocument::fromJson(m_daemon
-                                           .pactl({QStringLiteral("-f"), QStringLiteral("json"),
-                                                   QStringLiteral("list"), QLatin1String(what)})
-                                           .toUtf8())
+        return QJsonDocument::fromJson(
+                   m_daemon.pactl({u"-f"_s, u"json"_s, u"list"_s, QLatin1String(what)}).toUtf8())
             .array();
     }
 
@@ -74,9 +70,8 @@ private:
     QJsonObject streamOf(const ClientStream& stream, bool capture) const
     {
         for (const QJsonValue s : list(capture ? "source-outputs" : "sink-inputs")) {
-            const QJsonObject props = s[QStringLiteral("properties")].toObject();
-            if (props[QStringLiteral("application.process.id")].toString().toLongLong() ==
-                stream.pid())
+            const QJsonObject props = s[u"properties"_s].toObject();
+            if (props[u"application.process.id"_s].toString().toLongLong() == stream.pid())
                 return s.toObject();
         }
         return {};
@@ -90,8 +85,8 @@ private:
             return QString();
         const int device = found[QLatin1String(capture ? "source" : "sink")].toInt();
         for (const QJsonValue d : list(capture ? "sources" : "sinks")) {
-            if (d[QStringLiteral("index")].toInt() == device)
-                return d[QStringLiteral("name")].toString();
+            if (d[u"index"_s].toInt() == device)
+                return d[u"name"_s].toString();
         }
         return QString();
     }
@@ -99,8 +94,7 @@ private:
     bool hasClient(const QString& name) const
     {
         for (const QJsonValue c : list("clients")) {
-            if (c[QStringLiteral("properties")][QStringLiteral("application.name")].toString() ==
-                name)
+            if (c[u"properties"_s][u"application.name"_s].toString() == name)
                 return true;
         }
         return false;
@@ -118,8 +112,7 @@ private:
         if (placeOf(stream, capture) == to)
             return true;
         m_daemon.pactl({QLatin1String(capture ? "move-source-output" : "move-sink-input"),
-                        QString::number(streamOf(stream, capture)[QStringLiteral("index")].toInt()),
-                        to});
+                        QString::number(streamOf(stream, capture)[u"index"_s].toInt()), to});
         return placeOf(stream, capture) == to;
     }
 
@@ -135,12 +128,11 @@ private Q_SLOTS:
     // Process id first, then names; a stream with another role stays out of the call.
     void recognisesTheCallStreams()
     {
-        const PhoneStreamOwner twinkle{4242, {QStringLiteral("twinkle")}};
-        QVERIFY(isCallStream({4242, QStringLiteral("ALSA plug-in [twinkle]"), {}, {}}, twinkle));
-        QVERIFY(isCallStream({1, {}, QStringLiteral("Twinkle"), QStringLiteral("phone")}, twinkle));
-        QVERIFY(!isCallStream({4242, {}, {}, QStringLiteral("event")}, twinkle));
-        QVERIFY(
-            !isCallStream({1, QStringLiteral("Firefox"), QStringLiteral("firefox"), {}}, twinkle));
+        const PhoneStreamOwner twinkle{4242, {u"twinkle"_s}};
+        QVERIFY(isCallStream({4242, u"ALSA plug-in [twinkle]"_s, {}, {}}, twinkle));
+        QVERIFY(isCallStream({1, {}, u"Twinkle"_s, u"phone"_s}, twinkle));
+        QVERIFY(!isCallStream({4242, {}, {}, u"event"_s}, twinkle));
+        QVERIFY(!isCallStream({1, u"Firefox"_s, u"firefox"_s, {}}, twinkle));
         const PhoneStreamOwner unnamed{0, {QString()}};
         QVERIFY(!isCallStream({0, {}, {}, {}}, unnamed));
     }
@@ -150,26 +142,25 @@ private Q_SLOTS:
     // goes back, except the one the user moved meanwhile; nothing moves after the call.
     void routesOnlyTheSoftphoneForTheCall()
     {
-        const QString phone = QStringLiteral("softtest");
-        const QString role = QStringLiteral("phone");
+        const QString phone = u"softtest"_s;
+        const QString role = u"phone"_s;
         ClientStream speaker(false, phone, role);
-        ClientStream music(false, QStringLiteral("Lecteur"), QStringLiteral("music"));
-        ClientStream chime(false, phone, QStringLiteral("event"));
-        ClientStream recorder(true, QStringLiteral("Dictaphone"), {});
+        ClientStream music(false, u"Lecteur"_s, u"music"_s);
+        ClientStream chime(false, phone, u"event"_s);
+        ClientStream recorder(true, u"Dictaphone"_s, {});
         for (const ClientStream* s : {&speaker, &music, &chime})
             waitPlaced(*s, false);
         waitPlaced(recorder, true);
 
-        const QString desk = QStringLiteral("vemira.desk");
-        const QString deskMonitor = QStringLiteral("vemira.desk.monitor");
+        const QString desk = u"vemira.desk"_s;
+        const QString deskMonitor = u"vemira.desk.monitor"_s;
         const QString call = BrelianDevices::callUID();
-        const QString voiceMonitor = BrelianDevices::voiceUID() + QStringLiteral(".monitor");
+        const QString voiceMonitor = BrelianDevices::voiceUID() + u".monitor"_s;
 
         pulse::PulseStreamRouter router;
-        QVERIFY(!router.route({speaker.pid(), {QStringLiteral("SOFTTEST")}}, call,
-                              BrelianDevices::voiceUID()));
+        QVERIFY(!router.route({speaker.pid(), {u"SOFTTEST"_s}}, call, BrelianDevices::voiceUID()));
         QVERIFY(router.routing());
-        QVERIFY(hasClient(QStringLiteral("Vemira")));
+        QVERIFY(hasClient(u"Vemira"_s));
         QCOMPARE(placeOf(speaker, false), call);
         QCOMPARE(placeOf(music, false), desk);
         QCOMPARE(placeOf(chime, false), desk);
@@ -198,7 +189,7 @@ private Q_SLOTS:
         QCOMPARE(placeOf(music, false), desk);
 
         // Nothing moves after the call: the router has left the server before a new stream.
-        QTRY_VERIFY(!hasClient(QStringLiteral("Vemira")));
+        QTRY_VERIFY(!hasClient(u"Vemira"_s));
         ClientStream after(false, phone, role);
         waitPlaced(after, false);
         QCOMPARE(placeOf(after, false), desk);
@@ -213,27 +204,25 @@ private Q_SLOTS:
     // an earlier call's memory had already put its stream on the call device.
     void theSoftphonesNextStreamsGoWhereTheyWentBeforeTheCall()
     {
-        const QString remembering = m_daemon.pactl(
-            {QStringLiteral("load-module"), QStringLiteral("module-stream-restore")});
-        const int headset = m_daemon.loadNullSink(QStringLiteral("vemira.headset"),
-                                                  QStringLiteral("Casque"), 48000, 2);
+        const QString remembering = m_daemon.pactl({u"load-module"_s, u"module-stream-restore"_s});
+        const int headset = m_daemon.loadNullSink(u"vemira.headset"_s, u"Casque"_s, 48000, 2);
         QVERIFY(headset >= 0);
-        const QString headsetMonitor = QStringLiteral("vemira.headset.monitor");
-        const QString desk = QStringLiteral("vemira.desk");
-        const QString phone = QStringLiteral("softring");
-        const QString microphoneApp = QStringLiteral("softmic");
+        const QString headsetMonitor = u"vemira.headset.monitor"_s;
+        const QString desk = u"vemira.desk"_s;
+        const QString phone = u"softring"_s;
+        const QString microphoneApp = u"softmic"_s;
         {
             // The user once sent the softphone's microphone to the headset; an earlier call
             // left its ring on the call device.
             ClientStream earlier(true, microphoneApp, {});
             waitPlaced(earlier, true);
             QTRY_VERIFY(userMoves(earlier, true, headsetMonitor));
-            ClientStream ring(false, phone, QStringLiteral("phone"));
+            ClientStream ring(false, phone, u"phone"_s);
             waitPlaced(ring, false);
             QTRY_VERIFY(userMoves(ring, false, BrelianDevices::callUID()));
         }
         for (const bool closesFirst : {true, false}) {
-            auto speaker = std::make_unique<ClientStream>(false, phone, QStringLiteral("phone"));
+            auto speaker = std::make_unique<ClientStream>(false, phone, u"phone"_s);
             auto microphone = std::make_unique<ClientStream>(true, microphoneApp, QString());
             waitPlaced(*speaker, false);
             QTRY_COMPARE(placeOf(*microphone, true), headsetMonitor);
@@ -242,8 +231,7 @@ private Q_SLOTS:
             QVERIFY(!router.route({0, {phone, microphoneApp}}, BrelianDevices::callUID(),
                                   BrelianDevices::voiceUID()));
             QCOMPARE(placeOf(*speaker, false), BrelianDevices::callUID());
-            QCOMPARE(placeOf(*microphone, true),
-                     BrelianDevices::voiceUID() + QStringLiteral(".monitor"));
+            QCOMPARE(placeOf(*microphone, true), BrelianDevices::voiceUID() + u".monitor"_s);
             if (closesFirst) {
                 // The softphone hangs up and closes its streams before Vemira gives them back.
                 const int streams = m_daemon.streamCount();
@@ -263,7 +251,7 @@ private Q_SLOTS:
             speaker.reset();
             microphone.reset();
 
-            ClientStream nextRing(false, phone, QStringLiteral("phone"));
+            ClientStream nextRing(false, phone, u"phone"_s);
             ClientStream nextMicrophone(true, microphoneApp, {});
             waitPlaced(nextRing, false);
             waitPlaced(nextMicrophone, true);
@@ -281,12 +269,11 @@ private Q_SLOTS:
     {
         if (!m_daemon.isPipeWire())
             QSKIP("PipeWire only");
-        QVERIFY2(!QStandardPaths::findExecutable(QStringLiteral("pw-play")).isEmpty(),
+        QVERIFY2(!QStandardPaths::findExecutable(u"pw-play"_s).isEmpty(),
                  "pw-play is needed (apt package pipewire-bin)");
         QProcess native;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("PIPEWIRE_REMOTE"),
-                   m_daemon.folder() + QStringLiteral("/pipewire-0"));
+        env.insert(u"PIPEWIRE_REMOTE"_s, m_daemon.folder() + u"/pipewire-0"_s);
         native.setProcessEnvironment(env);
         // Ten seconds of silence from a file: a pipe left unfed while the router works would
         // starve the player, and the stream with it.
@@ -294,12 +281,11 @@ private Q_SLOTS:
                                 "\0\xee\x02\0\x04\0\x10\0data\xff\xff\xff\x7f",
                                 44);
         QTemporaryDir folder;
-        QFile silence(folder.filePath(QStringLiteral("silence.wav")));
+        QFile silence(folder.filePath(u"silence.wav"_s));
         QVERIFY(silence.open(QIODevice::WriteOnly));
         silence.write(header + QByteArray(10 * 48000 * 4, '\0'));
         silence.close();
-        native.start(QStringLiteral("pw-play"),
-                     {QStringLiteral("--media-role=Communication"), silence.fileName()});
+        native.start(u"pw-play"_s, {u"--media-role=Communication"_s, silence.fileName()});
         QVERIFY(native.waitForStarted());
         pulse::PulseStreamRouter router;
         QVERIFY(!router.route({native.processId(), {}}, BrelianDevices::callUID(),
@@ -315,12 +301,12 @@ private Q_SLOTS:
     void failsWithoutTheVirtualDevices()
     {
         pulse::PulseStreamRouter router;
-        const Status failure = router.route({1, {}}, QStringLiteral("com.brelian.missing"),
-                                            BrelianDevices::voiceUID());
+        const Status failure =
+            router.route({1, {}}, u"com.brelian.missing"_s, BrelianDevices::voiceUID());
         QVERIFY(failure);
         QCOMPARE(failure->message(),
-                 QStringLiteral("Les appareils audio virtuels « Brelian » sont introuvables : "
-                                "créez-les dans l’assistant de configuration."));
+                 u"Les appareils audio virtuels « Brelian » sont introuvables : "
+                 u"créez-les dans l’assistant de configuration."_s);
         QVERIFY(!router.routing());
     }
 };

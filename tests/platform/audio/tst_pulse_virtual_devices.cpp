@@ -14,6 +14,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
 using namespace vemira;
 using vemira::pulse::PulseVirtualDevices;
 
@@ -44,8 +45,7 @@ private:
 
     QMap<QString, QString> sinks() const
     {
-        return sinksOf(m_daemon.pactl(
-            {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sinks")}));
+        return sinksOf(m_daemon.pactl({u"list"_s, u"short"_s, u"sinks"_s}));
     }
 
 private Q_SLOTS:
@@ -64,43 +64,37 @@ private Q_SLOTS:
     {
         PulseVirtualDevices devices(m_config.path());
         QVERIFY(!devices.check());
-        const int cable = m_daemon.loadNullSink(QStringLiteral("user.cable"),
-                                                QStringLiteral("Câble virtuel"), 44100, 1);
+        const int cable = m_daemon.loadNullSink(u"user.cable"_s, u"Câble virtuel"_s, 44100, 1);
         QVERIFY(cable >= 0);
-        QVERIFY(!m_daemon.pactl({QStringLiteral("set-default-sink"), QStringLiteral("user.cable")})
-                     .isNull());
+        QVERIFY(!m_daemon.pactl({u"set-default-sink"_s, u"user.cable"_s}).isNull());
         // pipewire-pulse shows a default set by another client a moment after acknowledging it.
-        QTRY_COMPARE(m_daemon.defaultSink(), QStringLiteral("user.cable"));
+        QTRY_COMPARE(m_daemon.defaultSink(), u"user.cable"_s);
 
         QVERIFY(!devices.remove());
-        QCOMPARE(sinks().keys(),
-                 (QStringList{QStringLiteral("user.cable"), QStringLiteral("vemira.desk")}));
+        QCOMPARE(sinks().keys(), (QStringList{u"user.cable"_s, u"vemira.desk"_s}));
         QCOMPARE(devices.check()->message(),
-                 QStringLiteral("L’appareil audio virtuel « Brelian — Appel vers IA » n’existe "
-                                "pas encore."));
+                 u"L’appareil audio virtuel « Brelian — Appel vers IA » n’existe "
+                 u"pas encore."_s);
         QVERIFY(!devices.remove()); // nothing left to remove is no failure
 
         QVERIFY(!devices.create());
         QVERIFY(!devices.create()); // made once only
         QMap<QString, QString> made;
         QTRY_COMPARE((made = sinks()).size(), 4);
-        QCOMPARE(made.value(BrelianDevices::callUID()),
-                 QStringLiteral("Brelian — Appel vers IA 2ch 48000Hz"));
-        QCOMPARE(made.value(BrelianDevices::voiceUID()),
-                 QStringLiteral("Brelian — IA vers appel 2ch 48000Hz"));
+        QCOMPARE(made.value(BrelianDevices::callUID()), u"Brelian — Appel vers IA 2ch 48000Hz"_s);
+        QCOMPARE(made.value(BrelianDevices::voiceUID()), u"Brelian — IA vers appel 2ch 48000Hz"_s);
         QVERIFY(!devices.check());
-        QCOMPARE(m_daemon.defaultSink(), QStringLiteral("user.cable"));
-        QCOMPARE(m_daemon.defaultSource(), QStringLiteral("vemira.desk.monitor"));
+        QCOMPARE(m_daemon.defaultSink(), u"user.cable"_s);
+        QCOMPARE(m_daemon.defaultSource(), u"vemira.desk.monitor"_s);
 
         // A device left at another rate makes a softphone send silence: say so.
         QVERIFY(!devices.remove());
-        const int odd =
-            m_daemon.loadNullSink(BrelianDevices::callUID(), QStringLiteral("Ancien"), 44100, 2);
+        const int odd = m_daemon.loadNullSink(BrelianDevices::callUID(), u"Ancien"_s, 44100, 2);
         QVERIFY(odd >= 0);
         QVERIFY(!devices.create());
         QCOMPARE(devices.check()->message(),
-                 QStringLiteral("L’appareil audio virtuel « Brelian — Appel vers IA » n’est pas "
-                                "en 48 kHz stéréo : supprimez-le puis créez-le à nouveau."));
+                 u"L’appareil audio virtuel « Brelian — Appel vers IA » n’est pas "
+                 u"en 48 kHz stéréo : supprimez-le puis créez-le à nouveau."_s);
         QVERIFY(!devices.remove());
         QVERIFY(!devices.create());
         QVERIFY(!devices.check());
@@ -115,8 +109,8 @@ private Q_SLOTS:
         PulseVirtualDevices devices(m_config.path());
         QVERIFY(!devices.persistent());
         const bool pipewire = m_daemon.isPipeWire();
-        const QString userScript = m_config.filePath(QStringLiteral("pulse/default.pa"));
-        QVERIFY(QDir().mkpath(m_config.filePath(QStringLiteral("pulse"))));
+        const QString userScript = m_config.filePath(u"pulse/default.pa"_s);
+        QVERIFY(QDir().mkpath(m_config.filePath(u"pulse"_s)));
         {
             QFile file(userScript);
             QVERIFY(file.open(QIODevice::WriteOnly));
@@ -133,8 +127,7 @@ private Q_SLOTS:
         const auto readSinks = [&started](const QProcessEnvironment& env) {
             QProcess pactl;
             pactl.setProcessEnvironment(env);
-            pactl.start(QStringLiteral("pactl"),
-                        {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sinks")});
+            pactl.start(u"pactl"_s, {u"list"_s, u"short"_s, u"sinks"_s});
             pactl.waitForFinished();
             started = sinksOf(QString::fromUtf8(pactl.readAllStandardOutput()));
             return started.size() == 2;
@@ -155,9 +148,9 @@ private Q_SLOTS:
             QCOMPARE(text.count(".include " + folder), 1);
 
             // A fresh daemon that runs the drop-in.
-            QTemporaryDir runtime(QDir::temp().filePath(QStringLiteral("vpp-XXXXXX")));
-            const QString socket = runtime.filePath(QStringLiteral("native"));
-            const QString start = runtime.filePath(QStringLiteral("start.pa"));
+            QTemporaryDir runtime(QDir::temp().filePath(u"vpp-XXXXXX"_s));
+            const QString socket = runtime.filePath(u"native"_s);
+            const QString start = runtime.filePath(u"start.pa"_s);
             {
                 QFile file(start);
                 QVERIFY(file.open(QIODevice::WriteOnly));
@@ -165,25 +158,23 @@ private Q_SLOTS:
                            socket.toUtf8() + "\n.include " + devices.pulseDropIn().toUtf8() + "\n");
             }
             QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-            env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
-            env.insert(QStringLiteral("PULSE_SERVER"), QStringLiteral("unix:") + socket);
+            env.insert(u"XDG_RUNTIME_DIR"_s, runtime.path());
+            env.insert(u"PULSE_SERVER"_s, u"unix:"_s + socket);
             QProcess daemon;
             daemon.setProcessEnvironment(env);
-            daemon.start(QStringLiteral("pulseaudio"),
-                         {QStringLiteral("-n"), QStringLiteral("-F"), start,
-                          QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--daemonize=no"),
-                          QStringLiteral("--system=no")});
+            daemon.start(u"pulseaudio"_s, {u"-n"_s, u"-F"_s, start, u"--exit-idle-time=-1"_s,
+                                           u"--daemonize=no"_s, u"--system=no"_s});
             QVERIFY(daemon.waitForStarted());
-            qputenv("PULSE_SERVER", env.value(QStringLiteral("PULSE_SERVER")).toUtf8());
+            qputenv("PULSE_SERVER", env.value(u"PULSE_SERVER"_s).toUtf8());
             QTRY_VERIFY_WITH_TIMEOUT(readSinks(env), 10000);
             daemon.terminate();
             daemon.waitForFinished();
         }
         qputenv("PULSE_SERVER", ours);
         QCOMPARE(started.value(BrelianDevices::callUID()),
-                 QStringLiteral("Brelian — Appel vers IA 2ch 48000Hz"));
+                 u"Brelian — Appel vers IA 2ch 48000Hz"_s);
         QCOMPARE(started.value(BrelianDevices::voiceUID()),
-                 QStringLiteral("Brelian — IA vers appel 2ch 48000Hz"));
+                 u"Brelian — IA vers appel 2ch 48000Hz"_s);
 
         QVERIFY(!devices.forget());
         QVERIFY(!devices.persistent());
