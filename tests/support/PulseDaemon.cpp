@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QProcessEnvironment>
 
@@ -109,4 +110,56 @@ int PulseDaemon::streamCount() const
     const QString outputs = pactl({u"list"_s, u"short"_s, u"source-outputs"_s});
     return int(inputs.split(QLatin1Char('\n'), Qt::SkipEmptyParts).size() +
                outputs.split(QLatin1Char('\n'), Qt::SkipEmptyParts).size());
+}
+
+QJsonArray PulseDaemon::list(const QString& what) const
+{
+    return QJsonDocument::fromJson(pactl({u"-f"_s, u"json"_s, u"list"_s, what}).toUtf8()).array();
+}
+
+QJsonObject PulseDaemon::streamOf(const ClientStream& stream) const
+{
+    for (const QJsonValue s : list(stream.capture() ? u"source-outputs"_s : u"sink-inputs"_s)) {
+        const QJsonObject props = s[u"properties"_s].toObject();
+        if (props[u"application.process.id"_s].toString().toLongLong() == stream.pid())
+            return s.toObject();
+    }
+    return {};
+}
+
+QString PulseDaemon::placeOf(const ClientStream& stream) const
+{
+    const QJsonObject found = streamOf(stream);
+    if (found.isEmpty())
+        return QString();
+    const int device = found[stream.capture() ? "source"_L1 : "sink"_L1].toInt();
+    for (const QJsonValue d : list(stream.capture() ? u"sources"_s : u"sinks"_s)) {
+        if (d[u"index"_s].toInt() == device)
+            return d[u"name"_s].toString();
+    }
+    return QString();
+}
+
+ClientStream::ClientStream(bool capture, const QString& application, const QString& role)
+    : m_capture(capture)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    if (!role.isEmpty())
+        env.insert(u"PULSE_PROP"_s, u"media.role="_s + role);
+    m_process.setProcessEnvironment(env);
+    const QStringList common{u"--raw"_s, u"--client-name="_s + application};
+    if (capture) {
+        m_process.setStandardOutputFile(QProcess::nullDevice());
+        m_process.start(u"pacat"_s, QStringList{u"--record"_s} + common);
+    } else {
+        m_process.setStandardInputFile(u"/dev/zero"_s);
+        m_process.start(u"pacat"_s, QStringList{u"--playback"_s} + common);
+    }
+    m_process.waitForStarted();
+}
+
+void ClientStream::close()
+{
+    m_process.kill();
+    m_process.waitForFinished();
 }

@@ -39,15 +39,11 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QHeaderView>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPlainTextEdit>
-#include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
@@ -186,32 +182,6 @@ std::optional<CallRecord> onDisk(const UiRig& rig, const QUuid& id)
     return std::nullopt;
 }
 
-#if defined(Q_OS_LINUX)
-// A playback stream of its own process, named and marked like a softphone's or a player's.
-class PlaybackStream {
-public:
-    PlaybackStream(const QString& application, const QString& role)
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"PULSE_PROP"_s, u"media.role="_s + role);
-        m_process.setProcessEnvironment(env);
-        m_process.setStandardInputFile(u"/dev/zero"_s);
-        m_process.start(u"pacat"_s,
-                        {u"--playback"_s, u"--raw"_s, u"--client-name="_s + application});
-        m_process.waitForStarted();
-    }
-    ~PlaybackStream()
-    {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
-    qint64 pid() const { return m_process.processId(); }
-
-private:
-    QProcess m_process;
-};
-#endif
-
 } // namespace
 
 class UiTest : public QObject {
@@ -233,27 +203,6 @@ private:
         }
         found.sort();
         return found;
-    }
-
-    // The sink a process's playback stream is on; empty while it has none.
-    QString sinkOf(const PlaybackStream& stream) const
-    {
-        auto json = [this](const char* what) {
-            return QJsonDocument::fromJson(
-                       m_daemon.pactl({u"-f"_s, u"json"_s, u"list"_s, QLatin1String(what)})
-                           .toUtf8())
-                .array();
-        };
-        for (const QJsonValue s : json("sink-inputs")) {
-            const QJsonObject props = s[u"properties"_s].toObject();
-            if (props[u"application.process.id"_s].toString().toLongLong() != stream.pid())
-                continue;
-            for (const QJsonValue sink : json("sinks")) {
-                if (sink[u"index"_s].toInt() == s[u"sink"_s].toInt())
-                    return sink[u"name"_s].toString();
-            }
-        }
-        return QString();
     }
 #endif
 
@@ -911,15 +860,15 @@ private Q_SLOTS:
         QVERIFY(check);
         {
             // Twinkle's call stream is moved and put back; the user's music never moves.
-            PlaybackStream phone(u"twinkle"_s, u"phone"_s);
-            PlaybackStream music(u"Lecteur"_s, u"music"_s);
-            QTRY_COMPARE_WITH_TIMEOUT(sinkOf(phone), u"vemira.desk"_s, 5000);
-            QTRY_COMPARE_WITH_TIMEOUT(sinkOf(music), u"vemira.desk"_s, 5000);
+            ClientStream phone(false, u"twinkle"_s, u"phone"_s);
+            ClientStream music(false, u"Lecteur"_s, u"music"_s);
+            QTRY_COMPARE_WITH_TIMEOUT(m_daemon.placeOf(phone), u"vemira.desk"_s, 5000);
+            QTRY_COMPARE_WITH_TIMEOUT(m_daemon.placeOf(music), u"vemira.desk"_s, 5000);
             check->click();
             QVERIFY2(model.nativeAudioStatus().contains(u" 1 flux "_s),
                      qPrintable(model.nativeAudioStatus()));
-            QCOMPARE(sinkOf(phone), u"vemira.desk"_s);
-            QCOMPARE(sinkOf(music), u"vemira.desk"_s);
+            QCOMPARE(m_daemon.placeOf(phone), u"vemira.desk"_s);
+            QCOMPARE(m_daemon.placeOf(music), u"vemira.desk"_s);
         }
         // Without the devices there is nothing to route to: the user is sent to the first step.
         rig.setup->removeDevices();

@@ -5,9 +5,6 @@
 #include "support/PulseDaemon.h"
 
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -18,102 +15,35 @@ using namespace Qt::StringLiterals;
 using namespace vemira;
 using vemira::pulse::isCallStream;
 
-namespace {
-
-// One client stream of its own process, with the properties a softphone or a music player sets.
-class ClientStream {
-public:
-    ClientStream(bool capture, const QString& application, const QString& role)
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        if (!role.isEmpty())
-            env.insert(u"PULSE_PROP"_s, u"media.role="_s + role);
-        m_process.setProcessEnvironment(env);
-        const QStringList common{u"--raw"_s, u"--client-name="_s + application};
-        if (capture) {
-            m_process.setStandardOutputFile(QProcess::nullDevice());
-            m_process.start(u"pacat"_s, QStringList{u"--record"_s} + common);
-        } else {
-            m_process.setStandardInputFile(u"/dev/zero"_s);
-            m_process.start(u"pacat"_s, QStringList{u"--playback"_s} + common);
-        }
-        m_process.waitForStarted();
-    }
-    ~ClientStream() { close(); }
-    void close()
-    {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
-    qint64 pid() const { return m_process.processId(); }
-
-private:
-    QProcess m_process;
-};
-
-} // namespace
-
 class PulseRoutingTest : public QObject {
     Q_OBJECT
 
 private:
     PulseDaemon m_daemon;
 
-    QJsonArray list(const char* what) const
-    {
-        return QJsonDocument::fromJson(
-                   m_daemon.pactl({u"-f"_s, u"json"_s, u"list"_s, QLatin1String(what)}).toUtf8())
-            .array();
-    }
-
-    // The server's description of the stream of this process; empty while it has none.
-    QJsonObject streamOf(const ClientStream& stream, bool capture) const
-    {
-        for (const QJsonValue s : list(capture ? "source-outputs" : "sink-inputs")) {
-            const QJsonObject props = s[u"properties"_s].toObject();
-            if (props[u"application.process.id"_s].toString().toLongLong() == stream.pid())
-                return s.toObject();
-        }
-        return {};
-    }
-
-    // Name of the sink (or source) the stream is on; empty while it has none.
-    QString placeOf(const ClientStream& stream, bool capture) const
-    {
-        const QJsonObject found = streamOf(stream, capture);
-        if (found.isEmpty())
-            return QString();
-        const int device = found[QLatin1String(capture ? "source" : "sink")].toInt();
-        for (const QJsonValue d : list(capture ? "sources" : "sinks")) {
-            if (d[u"index"_s].toInt() == device)
-                return d[u"name"_s].toString();
-        }
-        return QString();
-    }
-
     bool hasClient(const QString& name) const
     {
-        for (const QJsonValue c : list("clients")) {
+        for (const QJsonValue c : m_daemon.list(u"clients"_s)) {
             if (c[u"properties"_s][u"application.name"_s].toString() == name)
                 return true;
         }
         return false;
     }
 
-    void waitPlaced(const ClientStream& stream, bool capture) const
+    void waitPlaced(const ClientStream& stream) const
     {
-        QTRY_VERIFY_WITH_TIMEOUT(!placeOf(stream, capture).isEmpty(), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(!m_daemon.placeOf(stream).isEmpty(), 5000);
     }
 
     // The user moves a stream. pactl leaves at once, which can lose the move on pipewire-pulse:
     // asked again until it shows.
-    bool userMoves(const ClientStream& stream, bool capture, const QString& to) const
+    bool userMoves(const ClientStream& stream, const QString& to) const
     {
-        if (placeOf(stream, capture) == to)
+        if (m_daemon.placeOf(stream) == to)
             return true;
-        m_daemon.pactl({QLatin1String(capture ? "move-source-output" : "move-sink-input"),
-                        QString::number(streamOf(stream, capture)[u"index"_s].toInt()), to});
-        return placeOf(stream, capture) == to;
+        m_daemon.pactl({stream.capture() ? u"move-source-output"_s : u"move-sink-input"_s,
+                        QString::number(m_daemon.streamOf(stream)[u"index"_s].toInt()), to});
+        return m_daemon.placeOf(stream) == to;
     }
 
 private Q_SLOTS:
@@ -149,8 +79,8 @@ private Q_SLOTS:
         ClientStream chime(false, phone, u"event"_s);
         ClientStream recorder(true, u"Dictaphone"_s, {});
         for (const ClientStream* s : {&speaker, &music, &chime})
-            waitPlaced(*s, false);
-        waitPlaced(recorder, true);
+            waitPlaced(*s);
+        waitPlaced(recorder);
 
         const QString desk = u"vemira.desk"_s;
         const QString deskMonitor = u"vemira.desk.monitor"_s;
@@ -161,22 +91,22 @@ private Q_SLOTS:
         QVERIFY(!router.route({speaker.pid(), {u"SOFTTEST"_s}}, call, BrelianDevices::voiceUID()));
         QVERIFY(router.routing());
         QVERIFY(hasClient(u"Vemira"_s));
-        QCOMPARE(placeOf(speaker, false), call);
-        QCOMPARE(placeOf(music, false), desk);
-        QCOMPARE(placeOf(chime, false), desk);
-        QCOMPARE(placeOf(recorder, true), deskMonitor);
+        QCOMPARE(m_daemon.placeOf(speaker), call);
+        QCOMPARE(m_daemon.placeOf(music), desk);
+        QCOMPARE(m_daemon.placeOf(chime), desk);
+        QCOMPARE(m_daemon.placeOf(recorder), deskMonitor);
 
         // Opened at answer time, after routing began.
         ClientStream microphone(true, phone, role);
-        QTRY_COMPARE_WITH_TIMEOUT(placeOf(microphone, true), voiceMonitor, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(m_daemon.placeOf(microphone), voiceMonitor, 5000);
         ClientStream late(false, phone, {});
-        QTRY_COMPARE_WITH_TIMEOUT(placeOf(late, false), call, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(m_daemon.placeOf(late), call, 5000);
         // A second route() while routing changes nothing.
         QVERIFY(!router.route({1, {}}, call, BrelianDevices::voiceUID()));
         QCOMPARE(router.counts().moved, 3);
 
         // The user sends one stream elsewhere; the softphone closes another.
-        QTRY_VERIFY(userMoves(late, false, BrelianDevices::voiceUID()));
+        QTRY_VERIFY(userMoves(late, BrelianDevices::voiceUID()));
         const int streams = m_daemon.streamCount();
         speaker.close();
         QTRY_COMPARE(m_daemon.streamCount(), streams - 1);
@@ -184,15 +114,15 @@ private Q_SLOTS:
         router.release();
         QVERIFY(!router.routing());
         QCOMPARE(router.counts(), (PhoneRoutingCounts{3, 1, 1, 1}));
-        QCOMPARE(placeOf(microphone, true), deskMonitor);
-        QCOMPARE(placeOf(late, false), BrelianDevices::voiceUID());
-        QCOMPARE(placeOf(music, false), desk);
+        QCOMPARE(m_daemon.placeOf(microphone), deskMonitor);
+        QCOMPARE(m_daemon.placeOf(late), BrelianDevices::voiceUID());
+        QCOMPARE(m_daemon.placeOf(music), desk);
 
         // Nothing moves after the call: the router has left the server before a new stream.
         QTRY_VERIFY(!hasClient(u"Vemira"_s));
         ClientStream after(false, phone, role);
-        waitPlaced(after, false);
-        QCOMPARE(placeOf(after, false), desk);
+        waitPlaced(after);
+        QCOMPARE(m_daemon.placeOf(after), desk);
         router.release(); // twice is harmless
     }
 
@@ -215,23 +145,23 @@ private Q_SLOTS:
             // The user once sent the softphone's microphone to the headset; an earlier call
             // left its ring on the call device.
             ClientStream earlier(true, microphoneApp, {});
-            waitPlaced(earlier, true);
-            QTRY_VERIFY(userMoves(earlier, true, headsetMonitor));
+            waitPlaced(earlier);
+            QTRY_VERIFY(userMoves(earlier, headsetMonitor));
             ClientStream ring(false, phone, u"phone"_s);
-            waitPlaced(ring, false);
-            QTRY_VERIFY(userMoves(ring, false, BrelianDevices::callUID()));
+            waitPlaced(ring);
+            QTRY_VERIFY(userMoves(ring, BrelianDevices::callUID()));
         }
         for (const bool closesFirst : {true, false}) {
             auto speaker = std::make_unique<ClientStream>(false, phone, u"phone"_s);
             auto microphone = std::make_unique<ClientStream>(true, microphoneApp, QString());
-            waitPlaced(*speaker, false);
-            QTRY_COMPARE(placeOf(*microphone, true), headsetMonitor);
+            waitPlaced(*speaker);
+            QTRY_COMPARE(m_daemon.placeOf(*microphone), headsetMonitor);
 
             pulse::PulseStreamRouter router;
             QVERIFY(!router.route({0, {phone, microphoneApp}}, BrelianDevices::callUID(),
                                   BrelianDevices::voiceUID()));
-            QCOMPARE(placeOf(*speaker, false), BrelianDevices::callUID());
-            QCOMPARE(placeOf(*microphone, true), BrelianDevices::voiceUID() + u".monitor"_s);
+            QCOMPARE(m_daemon.placeOf(*speaker), BrelianDevices::callUID());
+            QCOMPARE(m_daemon.placeOf(*microphone), BrelianDevices::voiceUID() + u".monitor"_s);
             if (closesFirst) {
                 // The softphone hangs up and closes its streams before Vemira gives them back.
                 const int streams = m_daemon.streamCount();
@@ -245,18 +175,18 @@ private Q_SLOTS:
             if (!closesFirst) {
                 // The router saw them there; pipewire-pulse shows it to another client a moment
                 // later.
-                QTRY_COMPARE(placeOf(*speaker, false), desk);
-                QTRY_COMPARE(placeOf(*microphone, true), headsetMonitor);
+                QTRY_COMPARE(m_daemon.placeOf(*speaker), desk);
+                QTRY_COMPARE(m_daemon.placeOf(*microphone), headsetMonitor);
             }
             speaker.reset();
             microphone.reset();
 
             ClientStream nextRing(false, phone, u"phone"_s);
             ClientStream nextMicrophone(true, microphoneApp, {});
-            waitPlaced(nextRing, false);
-            waitPlaced(nextMicrophone, true);
-            QCOMPARE(placeOf(nextRing, false), desk);
-            QCOMPARE(placeOf(nextMicrophone, true), headsetMonitor);
+            waitPlaced(nextRing);
+            waitPlaced(nextMicrophone);
+            QCOMPARE(m_daemon.placeOf(nextRing), desk);
+            QCOMPARE(m_daemon.placeOf(nextMicrophone), headsetMonitor);
         }
 
         QVERIFY(m_daemon.unloadModule(headset));
