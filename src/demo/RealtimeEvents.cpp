@@ -1,6 +1,8 @@
 #include "RealtimeEvents.h"
 
+#include <QFile>
 #include <QJsonArray>
+#include <QJsonDocument>
 
 namespace vemira {
 
@@ -109,6 +111,34 @@ bool RealtimeEvents::isMessageRequest(const QJsonObject& event)
 {
     return event.value(QLatin1String("type")) == QLatin1String("response.create") &&
            event[QLatin1String("response")].toObject().contains(QLatin1String("tools"));
+}
+
+QList<QJsonObject> RealtimeEvents::probeAnswer(const QString& id, const QString& failure)
+{
+    return {responseCreated(id),
+            failure.isEmpty() ? responseDone(id, 24, 1) : responseFailed(id, failure)};
+}
+
+QJsonValue RealtimeEvents::turnsCreateResponses(const QJsonObject& session)
+{
+    return session[QLatin1String("audio")][QLatin1String("input")][QLatin1String("turn_detection")]
+                  [QLatin1String("create_response")];
+}
+
+QString RealtimeEvents::text(const QJsonObject& event)
+{
+    return QString::fromUtf8(QJsonDocument(event).toJson(QJsonDocument::Compact));
+}
+
+void RealtimeEvents::logClientEvent(QJsonObject event)
+{
+    static const QString log = qEnvironmentVariable("VEMIRA_CLIENT_EVENTS_LOG");
+    QFile file(log);
+    if (log.isEmpty() || !file.open(QIODevice::Append))
+        return;
+    if (event.value(QLatin1String("audio")).isString())
+        event.insert(QStringLiteral("audio"), QStringLiteral("AAAA"));
+    file.write(text(event).toUtf8() + '\n');
 }
 
 QJsonObject RealtimeEvents::audioDelta(const QByteArray& pcm, const QString& responseId)

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QJsonObject>
+#include <QList>
 #include <QString>
 
 namespace vemira {
@@ -28,6 +29,18 @@ struct RealtimeEvents {
                                         qint64 inputTokens, qint64 outputTokens);
     // Whether a client's response.create asks for the call's message (it carries tools).
     static bool isMessageRequest(const QJsonObject& event);
+    // The answer to a connection check's one-token text response: completed, or failed with
+    // `failure` when it is not empty.
+    static QList<QJsonObject> probeAnswer(const QString& id, const QString& failure = QString());
+    // What a session (as sent in a session.update) says of caller turns creating responses:
+    // a bool, or undefined when it leaves that unchanged.
+    static QJsonValue turnsCreateResponses(const QJsonObject& session);
+
+    // An event as it travels: compact JSON text.
+    static QString text(const QJsonObject& event);
+    // Appends a client event to the file named by VEMIRA_CLIENT_EVENTS_LOG (when set), for the
+    // check against the provider's SDK types; audio is cut short, its shape is what is checked.
+    static void logClientEvent(QJsonObject event);
 
     static QJsonObject audioDelta(const QByteArray& pcm,
                                   const QString& responseId = QStringLiteral("resp"));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "demo/RealtimeEvents.h"
+#include "support/WaitFor.h"
 
 #include <QByteArray>
 #include <QHash>
@@ -64,8 +65,6 @@ public:
         bool answerResponses = false;
         QByteArray replyAudio;
         QString replyTranscript = QStringLiteral("Bonjour, que puis-je faire pour vous ?");
-        qint64 replyInputTokens = 120;
-        qint64 replyOutputTokens = 80;
         // On the request for the call's message (a response.create with the message tool):
         // "response.created" then "response.done" whose output is one call of the tool with
         // these arguments, as given (any text, even broken JSON). Unset: never answered.
@@ -125,16 +124,26 @@ public:
     const QStringList& violations() const { return m_violations; }
     // Close codes of WebSocket sessions ended by the client (1000 for a normal closure).
     const QList<int>& clientCloseCodes() const { return m_closeCodes; }
-    // Raw TCP connections that ended (any mode, either side).
-    int endedConnections() const { return m_ended; }
 
-    bool waitForConnections(int count, int timeoutMs = 5000);
-    bool waitForEvents(int count, int timeoutMs = 5000);
-    bool waitForClientClose(int count = 1, int timeoutMs = 5000);
-    bool waitForEndedConnections(int count, int timeoutMs = 5000);
+    bool waitForConnections(int count)
+    {
+        return waitFor([&] { return connectionCount() >= count; });
+    }
+    bool waitForEvents(int count)
+    {
+        return waitFor([&] { return m_events.size() >= count; });
+    }
+    bool waitForClientClose(int count = 1)
+    {
+        return waitFor([&] { return m_closeCodes.size() >= count; });
+    }
+    // Raw TCP connections that ended (any mode, either side).
+    bool waitForEndedConnections(int count)
+    {
+        return waitFor([&] { return m_ended >= count; });
+    }
 
     // --- Scripting the latest WebSocket session
-    bool hasSession() const;
     void sendEvent(const QJsonObject& event);
     void sendText(const QString& text); // anything, including broken JSON
     void sendBinary(const QByteArray& bytes);
@@ -170,7 +179,6 @@ private:
     void checkMessageRequest(const QJsonObject& event);
     void reply(QWebSocket* socket, const QJsonObject& event);
     void violation(const QString& what);
-    static QString text(const QJsonObject& object);
     QWebSocket* latest() const;
     Front* latestFront() const;
 

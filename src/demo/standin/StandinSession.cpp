@@ -3,7 +3,6 @@
 #include "demo/MonotonicTime.h"
 #include "demo/RealtimeEvents.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QWebSocket>
@@ -60,8 +59,7 @@ void StandinSession::send(const QJsonObject& event)
 {
     QJsonObject withId = event;
     withId.insert(QStringLiteral("event_id"), QStringLiteral("event_%1").arg(++m_eventCounter));
-    m_socket->sendTextMessage(
-        QString::fromUtf8(QJsonDocument(withId).toJson(QJsonDocument::Compact)));
+    m_socket->sendTextMessage(RealtimeEvents::text(withId));
 }
 
 void StandinSession::receive(const QString& text)
@@ -69,14 +67,12 @@ void StandinSession::receive(const QString& text)
     const qint64 arrived = monotonicNs();
     const QJsonObject event = QJsonDocument::fromJson(text.toUtf8()).object();
     const QString type = event.value(QStringLiteral("type")).toString();
-    logClientEvent(event);
+    RealtimeEvents::logClientEvent(event);
     if (type == QLatin1String("session.update")) {
         QJsonObject session = event.value(QStringLiteral("session")).toObject();
         if (session.contains(QStringLiteral("instructions")))
             m_sessionInstructions = session.value(QStringLiteral("instructions")).toString();
-        const QJsonValue turns =
-            session[QLatin1String("audio")][QLatin1String("input")][QLatin1String("turn_detection")]
-                   [QLatin1String("create_response")];
+        const QJsonValue turns = RealtimeEvents::turnsCreateResponses(session);
         if (turns.isBool())
             m_createResponses = turns.toBool();
         session.insert(QStringLiteral("id"), QStringLiteral("sess_standin_%1").arg(m_index));
@@ -96,9 +92,9 @@ void StandinSession::receive(const QString& text)
         const QJsonObject response = event.value(QStringLiteral("response")).toObject();
         if (response.value(QStringLiteral("conversation")) == QLatin1String("none")) {
             // A connection check's one-token text response: answered at once, script untouched.
-            const QString id = QStringLiteral("resp_check_%1").arg(m_index);
-            send(RealtimeEvents::responseCreated(id));
-            send(RealtimeEvents::responseDone(id, 24, 1));
+            for (const QJsonObject& answer :
+                 RealtimeEvents::probeAnswer(QStringLiteral("resp_check_%1").arg(m_index)))
+                send(answer);
             return;
         }
         const QJsonValue own = response.value(QStringLiteral("instructions"));
@@ -112,21 +108,6 @@ void StandinSession::receive(const QString& text)
             QByteArray::fromBase64(event.value(QStringLiteral("audio")).toString().toLatin1()),
             arrived);
     }
-}
-
-void StandinSession::logClientEvent(QJsonObject event)
-{
-    // Every client event of the demonstration, for the check against the provider's SDK types
-    // (audio cut short: its shape is what is checked).
-    static const QString log = qEnvironmentVariable("VEMIRA_CLIENT_EVENTS_LOG");
-    if (log.isEmpty())
-        return;
-    QFile file(log);
-    if (!file.open(QIODevice::Append))
-        return;
-    if (event.value(QStringLiteral("audio")).isString())
-        event.insert(QStringLiteral("audio"), QStringLiteral("AAAA"));
-    file.write(QJsonDocument(event).toJson(QJsonDocument::Compact) + '\n');
 }
 
 void StandinSession::appendAudio(const QByteArray& pcm, qint64 arrivedNs)

@@ -31,7 +31,6 @@ Q_SIGNALS:
 
 private:
     void receive(const QString& text);
-    void logClientEvent(QJsonObject event);
     void send(const QJsonObject& event);
     void mark(const QString& key, const QJsonValue& value);
     void appendAudio(const QByteArray& pcm, qint64 arrivedNs);
