@@ -203,6 +203,39 @@ struct ModelRig {
         }
     }
 
+    // A moment on the clock, with what it set off delivered.
+    void advance(double seconds)
+    {
+        clock.advance(seconds);
+        QCoreApplication::processEvents();
+    }
+
+    // The call is over (when `ticking`, the standby loop runs meanwhile).
+    bool ended(bool ticking = false)
+    {
+        return waitFor(
+            [&] {
+                if (ticking)
+                    tick();
+                return !model->busy();
+            },
+            10);
+    }
+    bool connected()
+    {
+        return waitFor([&] { return model->connected(); });
+    }
+
+    QList<QJsonObject> sent(const QString& type) const { return server.eventsOfType(type); }
+    // The call's message was asked for.
+    bool messageRequested() const
+    {
+        return waitFor([&] {
+            const auto asked = sent(QStringLiteral("response.create"));
+            return std::any_of(asked.begin(), asked.end(), RealtimeEvents::isMessageRequest);
+        });
+    }
+
     bool arm()
     {
         model->toggleArmed();
@@ -250,7 +283,7 @@ struct ModelRig {
     {
         ring();
         tick(4);
-        return model->busy() && waitFor([this] { return model->connected(); });
+        return model->busy() && connected();
     }
 
     bool armAndTakeCall() { return arm() && takeCall(); }
@@ -263,9 +296,8 @@ struct ModelRig {
         ring();
         tick(4);
         // The probe's session.update, then the call's.
-        return model->busy() && waitFor([this] {
-                   return server.eventsOfType(QStringLiteral("session.update")).size() >= 2;
-               });
+        return model->busy() &&
+               waitFor([this] { return sent(QStringLiteral("session.update")).size() >= 2; });
     }
 
     // The caller's words reach the current call's transcript as one more line.

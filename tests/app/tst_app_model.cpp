@@ -214,8 +214,7 @@ private Q_SLOTS:
             if (!rig.server.waitForConnections(connections + 1) || !rig.model->checkingAI())
                 return false;
             change();
-            rig.clock.advance(15);
-            QCoreApplication::processEvents();
+            rig.advance(15);
             return !rig.model->checkingAI() && !rig.model->aiVerified() &&
                    rig.model->error().isEmpty() && !rig.model->hasConnectionProbe();
         };
@@ -232,7 +231,7 @@ private Q_SLOTS:
         // The key file replaced behind a check (by the command-line tool): nothing is armed.
         rig.server.behaviour().confirmSessions = false;
         const auto configurations = [&] {
-            return rig.server.eventsOfType(QStringLiteral("session.update")).size();
+            return rig.sent(QStringLiteral("session.update")).size();
         };
         const qsizetype before = configurations();
         rig.model->verifyAI(true);
@@ -267,7 +266,7 @@ private Q_SLOTS:
                  QStringLiteral("Micro : Micro intégré · Sortie : Haut-parleurs intégrés"));
         QCOMPARE(rig.model->current()->kind, QStringLiteral("Essai"));
         QCOMPARE(rig.model->current()->caller, QStringLiteral("Conversation sur le Mac"));
-        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QVERIFY(rig.connected());
         QCOMPARE(rig.model->detail(),
                  QStringLiteral("Essai audio démarré · Enregistrement audio actif"));
         QVERIFY(rig.model->log().first().endsWith(QStringLiteral(" · Essai audio démarré")));
@@ -295,10 +294,10 @@ private Q_SLOTS:
         rig.model->saveKey(QStringLiteral("sk-test"));
         rig.model->setRecordingEnabled(false);
         rig.model->startTest();
-        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QVERIFY(rig.connected());
         QCOMPARE(rig.model->detail(), QStringLiteral("Essai audio démarré"));
         rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QVERIFY(rig.ended());
         QCOMPARE(rig.model->error(),
                  QStringLiteral("L’IA signale une erreur (session_expired). Vérifiez votre "
                                 "configuration."));
@@ -374,7 +373,7 @@ private Q_SLOTS:
         QVERIFY(rig.model->phoneSession());
         QCOMPARE(rig.model->current()->caller,
                  QStringLiteral("Appel en cours · identité à confirmer"));
-        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QVERIFY(rig.connected());
         QCOMPARE(rig.model->detail(),
                  QStringLiteral("Décrochage demandé · Enregistrement audio actif"));
         // The phone-session checks apply: the call ends five ticks after it disappears.

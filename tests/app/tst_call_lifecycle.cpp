@@ -14,6 +14,7 @@
 
 using namespace vemira;
 using namespace vemira::testing;
+using S = ScriptedRealtimeServer;
 
 namespace {
 
@@ -128,8 +129,8 @@ private Q_SLOTS:
         QCOMPARE(rig.answerButton->pressCount, 0);
         QCOMPARE(rig.io->openCount(), 0);
 
-        rig.server.sendEvent(ScriptedRealtimeServer::sessionUpdated());
-        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        rig.server.sendEvent(S::sessionUpdated());
+        QVERIFY(rig.connected());
         QCOMPARE(rig.answerButton->pressCount, 1);
         QCOMPARE(rig.pressTimeout, 1.0); // a press gets a second, not a label read's 0.03 s
         QVERIFY(rig.bridgeRanAtAnswer);
@@ -140,8 +141,7 @@ private Q_SLOTS:
         QVERIFY(rig.model->log().first().endsWith(QStringLiteral(" · Décrochage demandé")));
 
         // The greeting is asked for once the answered call had 1.5 s to settle.
-        rig.clock.advance(1.4);
-        QCoreApplication::processEvents();
+        rig.advance(1.4);
         // (The connection check's one-token request is kept out of the conversation.)
         const auto greetings = [&] {
             return std::count_if(
@@ -158,13 +158,11 @@ private Q_SLOTS:
         // Both voices travel: the caller up to the server, the AI down to the voice device.
         rig.io->feedTone(kCallDevice, 300, 0.5, 0.5);
         QVERIFY(waitFor([&] { return rig.server.receivedAudio().size() >= 24000; }));
-        rig.server.sendEvent(
-            ScriptedRealtimeServer::callerTranscript(QStringLiteral("J’ai une fuite d’eau.")));
-        rig.server.sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r1")));
-        rig.server.sendEvent(ScriptedRealtimeServer::audioDelta(voicePCM(0.3)));
-        rig.server.sendEvent(
-            ScriptedRealtimeServer::aiTranscript(QStringLiteral("Depuis quand ?")));
-        rig.server.sendEvent(ScriptedRealtimeServer::responseDone(QStringLiteral("r1"), 500, 300));
+        rig.server.sendEvent(S::callerTranscript(QStringLiteral("J’ai une fuite d’eau.")));
+        rig.server.sendEvent(S::responseCreated(QStringLiteral("r1")));
+        rig.server.sendEvent(S::audioDelta(voicePCM(0.3)));
+        rig.server.sendEvent(S::aiTranscript(QStringLiteral("Depuis quand ?")));
+        rig.server.sendEvent(S::responseDone(QStringLiteral("r1"), 500, 300));
         QVERIFY(waitFor([&] { return rig.model->current()->transcript.size() == 2; }));
         QVERIFY(waitFor([&] { return anySound(rig.io->played(kVoiceDevice)); }));
         QVERIFY(waitFor([&] { return rig.model->conversationUsage().outputTokens == 300; }));
@@ -188,7 +186,7 @@ private Q_SLOTS:
         rig.tick(4);
         QVERIFY(rig.model->busy());
         rig.tick();
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QVERIFY(rig.ended());
         QCOMPARE(rig.hangUps, 0); // the caller left: nothing to press
         QVERIFY(rig.model->armed());
         QCOMPARE(rig.model->status(), QStringLiteral("À l’écoute des appels"));
@@ -237,23 +235,18 @@ private Q_SLOTS:
         QVERIFY(rig.callerSays(QStringLiteral("Jean Dupuis, au 12 rue des Lilas.")));
         // The model never answers: the record waits no longer than the bound.
         rig.model->finish();
-        QVERIFY(waitFor([&] {
-            const auto asked = rig.server.eventsOfType(QStringLiteral("response.create"));
-            return std::any_of(asked.begin(), asked.end(),
-                               ScriptedRealtimeServer::isMessageRequest);
-        }));
+        QVERIFY(rig.messageRequested());
         // It starts an answer that never ends.
-        rig.server.sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("r_msg")));
+        rig.server.sendEvent(S::responseCreated(QStringLiteral("r_msg")));
         QVERIFY(waitFor([&] { return rig.model->conversationUsage().pendingResponses == 1; }));
-        rig.clock.advance(4.9);
-        QCoreApplication::processEvents();
+        rig.advance(4.9);
         QVERIFY(rig.model->busy());
         QCOMPARE(rig.model->records().first().progress, CallProgress::InProgress);
         rig.clock.advance(0.2);
         // Then that answer's bilan is waited for, as briefly, before the session closes.
         QVERIFY(rig.model->busy());
         rig.clock.advance(3.0);
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QVERIFY(rig.ended());
         QCOMPARE(rig.model->records().size(), 1);
         QVERIFY(!rig.model->records().first().message);
         QCOMPARE(rig.historyOnDisk().size(), 1);
@@ -268,7 +261,6 @@ private Q_SLOTS:
         // The call's message comes at once, so what follows waits only for the bilan.
         rig.server.behaviour().messageArguments = QStringLiteral(R"({"problem":"Fuite"})");
         QVERIFY(rig.armAndTakeCall());
-        using S = ScriptedRealtimeServer;
         const qsizetype lines = rig.model->current()->transcript.size();
         auto send = [&](const QList<QJsonObject>& events, qsizetype linesAfter) {
             for (const QJsonObject& event : events)
@@ -309,7 +301,7 @@ private Q_SLOTS:
         rig.tick(5);
         QVERIFY(rig.model->busy());
         rig.server.sendEvent(S::responseDone(QStringLiteral("r3"), 1000, 200));
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QVERIFY(rig.ended());
         const CallRecord first = rig.model->records().first();
         QCOMPARE(first.usage->pendingResponses, 0);
         QCOMPARE(first.usage->inputTokens, 500 + 1000 + rig.server.behaviour().messageInputTokens);
@@ -341,13 +333,13 @@ private Q_SLOTS:
                            "connues")));
         rig.tick(4);
         QVERIFY(rig.model->busy());
-        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QVERIFY(rig.connected());
 
         // Chosen during the call: the call still ends in the application that rang.
         rig.model->setPhoneApp(QStringLiteral("gnome-calls"));
         rig.showActiveCall();
         rig.model->finish();
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }, 10));
+        QVERIFY(rig.ended());
         QCOMPARE(rig.hangUps, 1);
         QVERIFY(rig.model->log().join(u'\n').contains(
             QStringLiteral(" · Application de téléphonie surveillée : GNOME Calls")));
@@ -374,14 +366,14 @@ private Q_SLOTS:
         rig.ring();
         routing->pressesAtRoute = &rig.answerButton->pressCount;
         rig.tick(4);
-        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QVERIFY(rig.connected());
         QCOMPARE(routing->routes,
                  (QList<QStringList>{{QStringLiteral("0"), kPhoneApp, BrelianDevices::callUID(),
                                       BrelianDevices::voiceUID(), QStringLiteral("1")}}));
         QCOMPARE(routing->releases, 0);
 
         rig.model->finish();
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }, 10));
+        QVERIFY(rig.ended());
         QCOMPARE(routing->releases, 1);
         QVERIFY(rig.model->log().first().endsWith(
             QStringLiteral(" · Son du téléphone rendu : 2 flux dirigés vers Vemira, 1 remis en "
@@ -393,10 +385,10 @@ private Q_SLOTS:
         rig.ring();
         routing->pressesAtRoute = &rig.answerButton->pressCount;
         rig.tick(4);
-        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QVERIFY(rig.connected());
         QVERIFY(rig.model->log().join(QLatin1Char('\n')).contains(*routing->failure));
         rig.model->finish();
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }, 10));
+        QVERIFY(rig.ended());
         QCOMPARE(routing->releases, 1); // nothing was routed, nothing to give back
     }
 
@@ -407,8 +399,7 @@ private Q_SLOTS:
         QVERIFY(rig.takeCallWithoutReadyAI());
         QVERIFY(rig.callerSays(QStringLiteral("Allô ? Il y a quelqu’un ?")));
 
-        rig.clock.advance(14.9);
-        QCoreApplication::processEvents();
+        rig.advance(14.9);
         QVERIFY(rig.model->busy());
         rig.clock.advance(0.1);
         QVERIFY(!rig.model->busy());
@@ -453,7 +444,7 @@ private Q_SLOTS:
         rig.answerButton->onPress = nullptr;
         rig.tick(4);
         const double started = *rig.model->callStarted();
-        QVERIFY(waitFor([&] { return rig.model->connected(); }));
+        QVERIFY(rig.connected());
         if (callerLeft)
             rig.phoneIdle();
         rig.tick(static_cast<int>(started + 30 - rig.clock.uptime()));
@@ -497,7 +488,7 @@ private Q_SLOTS:
         rig.server.behaviour().messageArguments = QStringLiteral("{}");
         rig.io->engines().first()->platformStopCapture();
         rig.tick();
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QVERIFY(rig.ended());
         QVERIFY(!rig.model->armed());
         const QString error = rig.model->error();
         QVERIFY2(error.startsWith(QStringLiteral("Le son de l’appel est interrompu. ")),
@@ -664,10 +655,8 @@ private Q_SLOTS:
         const QString busyResponse = QStringLiteral(
             "L’IA signale une erreur (conversation_already_has_active_response). Vérifiez votre "
             "configuration.");
-        rig.server.sendEvent(ScriptedRealtimeServer::error(
-            QStringLiteral("conversation_already_has_active_response")));
-        rig.server.sendEvent(
-            ScriptedRealtimeServer::error(QStringLiteral("response_cancel_not_active")));
+        rig.server.sendEvent(S::error(QStringLiteral("conversation_already_has_active_response")));
+        rig.server.sendEvent(S::error(QStringLiteral("response_cancel_not_active")));
         QVERIFY(waitFor([&] { return logHas(*rig.model, busyResponse); }));
         QVERIFY(rig.callerSays(QStringLiteral("Vous êtes toujours là ?")));
         rig.tick(2);
@@ -679,11 +668,10 @@ private Q_SLOTS:
         // An error that leaves no session still ends the call, after harmless ones too: hung
         // up and saved at once, without asking the dead session for the message (no clock
         // tick: a request would wait for its timeout).
-        rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        rig.server.sendEvent(S::error(QStringLiteral("session_expired")));
+        QVERIFY(rig.ended());
         QCOMPARE(rig.hangUps, 1);
-        for (const QJsonObject& request :
-             rig.server.eventsOfType(QStringLiteral("response.create")))
+        for (const QJsonObject& request : rig.sent(QStringLiteral("response.create")))
             QVERIFY(!request.value(QLatin1String("response"))
                          .toObject()
                          .contains(QLatin1String("tool_choice")));
@@ -703,10 +691,7 @@ private Q_SLOTS:
             rig.tick();
             QVERIFY(rig.model->busy());
             rig.phoneIdle();
-            QVERIFY(waitFor([&] {
-                rig.tick();
-                return !rig.model->busy();
-            }));
+            QVERIFY(rig.ended(true));
             QVERIFY(rig.model->armed());
             QVERIFY(rig.model->routingConfirmed());
             QCOMPARE(rig.model->error(), QString());
@@ -730,8 +715,8 @@ private Q_SLOTS:
             QVERIFY(rig.takeCallWithoutReadyAI());
             rig.answerButton->title = QString(); // the offer's button is gone with it
             rig.phoneIdle();
-            rig.server.sendEvent(ScriptedRealtimeServer::sessionUpdated());
-            QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+            rig.server.sendEvent(S::sessionUpdated());
+            QVERIFY(rig.ended());
             QVERIFY(rig.model->armed());
             QVERIFY(lineText(rig.model->log().first()).startsWith(QStringLiteral("Appel manqué")));
             QCOMPARE(rig.historyOnDisk().value(0).kind, QStringLiteral("Appel"));
@@ -816,12 +801,9 @@ private Q_SLOTS:
         QVERIFY(rig.armAndTakeCall());
         rig.showActiveCall();
         const double started = *rig.model->callStarted();
-        rig.clock.advance(started + 1200 - rig.clock.uptime());
-        QCoreApplication::processEvents();
+        rig.advance(started + 1200 - rig.clock.uptime());
         QVERIFY(rig.model->busy()); // exactly 20 minutes: not yet
-        const auto asked = [&] {
-            return rig.server.eventsOfType(QStringLiteral("response.create"));
-        };
+        const auto asked = [&] { return rig.sent(QStringLiteral("response.create")); };
         const qsizetype before = asked().size();
         rig.tick();
         QVERIFY(waitFor([&] { return asked().size() > before; }));
@@ -831,10 +813,7 @@ private Q_SLOTS:
                 goodbye.contains(QStringLiteral("congé")));
         QCOMPARE(rig.hangUps, 0); // the goodbye is heard first
         if (spoken) {
-            QVERIFY(waitFor([&] {
-                rig.tick();
-                return !rig.model->busy();
-            }));
+            QVERIFY(rig.ended(true));
             QCOMPARE(rig.model->records().first().transcript.last().text,
                      QStringLiteral("Merci, au revoir."));
         } else {
@@ -857,8 +836,7 @@ private Q_SLOTS:
             rig.tick(4);
             if (!waitFor([&] { return rig.model->connected(); }))
                 return false;
-            rig.clock.advance(1.4);
-            QCoreApplication::processEvents();
+            rig.advance(1.4);
             rig.io->engines().first()->platformStopCapture();
             return rig.model->audio().needsRestart();
         };
@@ -906,16 +884,14 @@ private Q_SLOTS:
 
         // The AI starts answering the caller: it is cancelled, its words are not recorded.
         const qsizetype lines = rig.model->current()->transcript.size();
-        rig.server.sendEvent(ScriptedRealtimeServer::responseCreated(QStringLiteral("resp_a")));
-        QVERIFY(waitFor(
-            [&] { return !rig.server.eventsOfType(QStringLiteral("response.cancel")).isEmpty(); }));
-        rig.server.sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("Je note.")));
-        rig.server.sendEvent(ScriptedRealtimeServer::responseDone(QStringLiteral("resp_a"), 5, 5));
+        rig.server.sendEvent(S::responseCreated(QStringLiteral("resp_a")));
+        QVERIFY(waitFor([&] { return !rig.sent(QStringLiteral("response.cancel")).isEmpty(); }));
+        rig.server.sendEvent(S::aiTranscript(QStringLiteral("Je note.")));
+        rig.server.sendEvent(S::responseDone(QStringLiteral("resp_a"), 5, 5));
         QVERIFY(rig.callerSays(QStringLiteral("Bonjour monsieur.")));
         // Caller turns create no response while the manager speaks: nothing billed unheard.
         QVERIFY(waitFor([&] {
-            const QJsonObject update =
-                rig.server.eventsOfType(QStringLiteral("session.update")).last();
+            const QJsonObject update = rig.sent(QStringLiteral("session.update")).last();
             return update[QLatin1String("session")][QLatin1String("audio")][QLatin1String("input")]
                          [QLatin1String("turn_detection")][QLatin1String("create_response")] ==
                    false;
@@ -928,16 +904,14 @@ private Q_SLOTS:
         // Given back: one short system message, and the AI speaks for itself again.
         rig.model->toggleIntervention();
         QVERIFY(!rig.model->intervening());
-        QVERIFY(waitFor([&] {
-            return rig.server.eventsOfType(QStringLiteral("conversation.item.create")).size() == 1;
-        }));
-        const QJsonObject note =
-            rig.server.eventsOfType(QStringLiteral("conversation.item.create")).first();
+        QVERIFY(waitFor(
+            [&] { return rig.sent(QStringLiteral("conversation.item.create")).size() == 1; }));
+        const QJsonObject note = rig.sent(QStringLiteral("conversation.item.create")).first();
         rig.server.endCallerTurn();
         QCOMPARE(rig.server.turnResponses(), 1);
         QCOMPARE(note[QLatin1String("item")][QLatin1String("role")].toString(),
                  QStringLiteral("system"));
-        rig.server.sendEvent(ScriptedRealtimeServer::aiTranscript(QStringLiteral("Je reprends.")));
+        rig.server.sendEvent(S::aiTranscript(QStringLiteral("Je reprends.")));
         QVERIFY(waitFor([&] {
             return rig.model->current()->transcript.last().text == QStringLiteral("Je reprends.");
         }));
@@ -964,9 +938,8 @@ private Q_SLOTS:
         QVERIFY(!rig.model->checkingAI());
         QVERIFY(!rig.model->hasConnectionProbe());
         QCOMPARE(rig.model->aiStatus(), QStringLiteral("Clé enregistrée · connexion à vérifier"));
-        rig.server.sendEvent(ScriptedRealtimeServer::sessionUpdated());
-        rig.clock.advance(15);
-        QCoreApplication::processEvents();
+        rig.server.sendEvent(S::sessionUpdated());
+        rig.advance(15);
         QVERIFY(!rig.model->armed());
         QCOMPARE(rig.model->error(), QString());
         rig.server.behaviour().confirmSessions = true;
@@ -1116,7 +1089,7 @@ private Q_SLOTS:
             rig.clock.advance(*rig.model->callStarted() + 1201 - rig.clock.uptime());
             rig.tick();
         } else {
-            rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
+            rig.server.sendEvent(S::error(QStringLiteral("session_expired")));
             QVERIFY(waitFor([&] { return !rig.model->armed(); }));
         }
         rig.tick(3);
@@ -1134,7 +1107,7 @@ private Q_SLOTS:
             rig.phoneIdle();
             rig.tick(5);
         }
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QVERIFY(rig.ended());
         QCOMPARE(rig.hangUps, managerCloses ? 1 : 0);
         QCOMPARE(rig.model->status(), status);
         QCOMPARE(rig.model->records().size(), 1);
@@ -1151,13 +1124,9 @@ private Q_SLOTS:
         rig.tick();
         rig.phoneIdle();
         rig.tick(5);
-        QVERIFY(waitFor([&] {
-            const auto asked = rig.server.eventsOfType(QStringLiteral("response.create"));
-            return std::any_of(asked.begin(), asked.end(),
-                               ScriptedRealtimeServer::isMessageRequest);
-        }));
-        rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
-        QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+        QVERIFY(rig.messageRequested());
+        rig.server.sendEvent(S::error(QStringLiteral("session_expired")));
+        QVERIFY(rig.ended());
         QVERIFY(rig.model->armed());
         QCOMPARE(rig.model->status(), QStringLiteral("À l’écoute des appels"));
         QCOMPARE(rig.historyOnDisk().size(), 1);
@@ -1199,14 +1168,12 @@ private Q_SLOTS:
             rig.tick();
         } else if (stop == u"refused") {
             // The session of the call is refused (the model was withdrawn): the phone rings on.
-            const auto updates = [&] {
-                return rig.server.eventsOfType(QStringLiteral("session.update")).size();
-            };
+            const auto updates = [&] { return rig.sent(QStringLiteral("session.update")).size(); };
             const auto before = updates();
             QVERIFY(rig.takeCallWithoutReadyAI());
             QVERIFY(waitFor([&] { return updates() > before; }));
-            rig.server.sendEvent(ScriptedRealtimeServer::error(QStringLiteral("model_not_found")));
-            QVERIFY(waitFor([&] { return !rig.model->busy(); }));
+            rig.server.sendEvent(S::error(QStringLiteral("model_not_found")));
+            QVERIFY(rig.ended());
             QCOMPARE(rig.answerButton->pressCount, 0);
         } else if (stop == u"wake") {
             rig.sleep->sleepNow();
@@ -1217,14 +1184,10 @@ private Q_SLOTS:
             QVERIFY(rig.takeCall());
             rig.showActiveCall();
             if (stop == u"fail")
-                rig.server.sendEvent(
-                    ScriptedRealtimeServer::error(QStringLiteral("session_expired")));
+                rig.server.sendEvent(S::error(QStringLiteral("session_expired")));
             else
                 rig.clock.advance(*rig.model->callStarted() + 1201 - rig.clock.uptime());
-            QVERIFY(waitFor([&] {
-                rig.tick();
-                return !rig.model->busy();
-            }));
+            QVERIFY(rig.ended(true));
         }
         QVERIFY(!rig.model->armed());
         QVERIFY(rig.model->status() != QStringLiteral("À l’écoute des appels"));
