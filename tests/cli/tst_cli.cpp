@@ -32,6 +32,13 @@ QByteArray bytesOf(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+bool write(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+           file.write(bytes) == bytes.size();
+}
+
 } // namespace
 
 class CliTest : public QObject {
@@ -52,6 +59,7 @@ private Q_SLOTS:
 private:
     Run vemira(const QStringList& arguments, const QByteArray& input = {});
     QString data() const { return m_dir->filePath(u"data"_s); }
+    QString history() const { return data() + u"/history.json"_s; }
     std::unique_ptr<QTemporaryDir> m_dir;
 };
 
@@ -179,9 +187,7 @@ void CliTest::failuresAreFrenchOnStandardError()
     // The transcript folder is blocked by a file: the history is saved, the tool says what
     // failed and exits with 1.
     QVERIFY(QDir(data() + u"/Transcriptions"_s).removeRecursively());
-    QFile blocker(data() + u"/Transcriptions"_s);
-    QVERIFY(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
+    QVERIFY(write(data() + u"/Transcriptions"_s, {}));
     const Run partly = vemira({u"note"_s, ref, u"gardée"_s});
     QCOMPARE(partly.status, 1);
     QVERIFY(partly.err.startsWith(
@@ -193,10 +199,7 @@ void CliTest::unreadableHistoryIsLeftAlone()
 {
     QVERIFY(QDir().mkpath(data()));
     const QByteArray broken = R"([{"id":"0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0","date":1)";
-    QFile file(data() + u"/history.json"_s);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(broken);
-    file.close();
+    QVERIFY(write(history(), broken));
     for (const QStringList& arguments :
          {QStringList{u"add-demo"_s}, QStringList{u"history"_s},
           QStringList{u"note"_s, u"0F1E2D3C"_s, u"x"_s}, QStringList{u"delete"_s, u"0F1E2D3C"_s}}) {
@@ -205,19 +208,17 @@ void CliTest::unreadableHistoryIsLeftAlone()
         QCOMPARE(run.err, u"Historique illisible. Le fichier existant n’a pas été "
                           u"modifié.\nCause : JSON invalide à l’octet 54.\n"_s);
     }
-    QCOMPARE(bytesOf(data() + u"/history.json"_s), broken);
+    QCOMPARE(bytesOf(history()), broken);
 
     // A good file, then a second record without its note: check names the record and the key
     // and says the backup (the file before the last save) is readable.
-    QVERIFY(QFile::remove(data() + u"/history.json"_s));
+    QVERIFY(QFile::remove(history()));
     QCOMPARE(vemira({u"add-demo"_s}).status, 0);
     const Run second = vemira({u"add-demo"_s});
-    const QByteArray good = bytesOf(data() + u"/history.json"_s);
+    const QByteArray good = bytesOf(history());
     QByteArray unreadable = good;
     unreadable.replace(unreadable.lastIndexOf("\"note\""), 6, "\"nota\"");
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(unreadable);
-    file.close();
+    QVERIFY(write(history(), unreadable));
     const Run check = vemira({u"check"_s});
     QCOMPARE(check.status, 1);
     QCOMPARE(check.out, u"Historique (history.json) : illisible (enregistrement 2 : "
@@ -227,11 +228,9 @@ void CliTest::unreadableHistoryIsLeftAlone()
     const Run deleted = vemira({u"delete"_s, second.out.trimmed()});
     QCOMPARE(deleted.status, 1);
     QVERIFY(deleted.err.endsWith(u"Cause : enregistrement 2 : clé « note » manquante.\n"_s));
-    QCOMPARE(bytesOf(data() + u"/history.json"_s), unreadable);
+    QCOMPARE(bytesOf(history()), unreadable);
 
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(good);
-    file.close();
+    QVERIFY(write(history(), good));
     QCOMPARE(vemira({u"check"_s}).out,
              u"Historique (history.json) : lisible, 2 appel(s).\n"
              u"Copie de sauvegarde (history.json.bak) : lisible, 1 appel(s).\n"_s);
@@ -249,24 +248,18 @@ void CliTest::deleteAndSecondReceptionist()
     QCOMPARE(vemira({u"delete"_s, ref}).status, 1);
 
     // A hand-edited record naming a file of the user's: refused at reading, never deleted.
-    const QString history = data() + u"/history.json"_s;
-    const QByteArray before = bytesOf(history);
+    const QByteArray before = bytesOf(history());
     const QString pdf = m_dir->filePath(u"bail.pdf"_s);
-    QFile(pdf).open(QIODevice::WriteOnly);
+    QVERIFY(write(pdf, {}));
     QByteArray edited = before;
     edited.replace(R"("note":)", R"("recordingFile":")" + pdf.toUtf8() + R"(","note":)");
-    QFile file(history);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(edited);
-    file.close();
+    QVERIFY(write(history(), edited));
     const Run refused = vemira({u"delete"_s, kept});
     QCOMPARE(refused.status, 1);
     QVERIFY2(refused.err.contains(u"enregistrement 1 : « recordingFile »"_s),
              qPrintable(refused.err));
     QVERIFY(QFileInfo::exists(pdf));
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(before);
-    file.close();
+    QVERIFY(write(history(), before));
     // A plain apostrophe finds the demonstration's typographic one.
     QVERIFY(vemira({u"search"_s, u"l'eau coule"_s}).out.startsWith(kept));
 
