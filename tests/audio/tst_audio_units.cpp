@@ -18,7 +18,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <cmath>
-#include <numbers>
 #include <thread>
 
 using namespace Qt::StringLiterals;

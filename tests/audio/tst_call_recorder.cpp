@@ -10,7 +10,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <atomic>
-#include <cmath>
 #include <cstring>
 #include <future>
 #include <sys/stat.h>

@@ -8,10 +8,8 @@
 
 #include <QByteArray>
 #include <QList>
-#include <cmath>
 #include <cstdint>
 #include <mutex>
-#include <numbers>
 #include <optional>
 #include <vector>
 

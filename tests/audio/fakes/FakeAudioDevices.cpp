@@ -2,13 +2,9 @@
 
 #include "support/Pcm.h"
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QThread>
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <numbers>
 
 namespace vemira::testing {
 
@@ -44,7 +40,7 @@ void FakeAudioSystem::addDevice(std::uint32_t id, const QString& name, const QSt
 }
 
 FakeAudioEngine::FakeAudioEngine(FakeAudioDeviceIO& io, AudioEngineRequest request)
-    : m_io(io), m_request(std::move(request)), m_inputID(m_request.inputDeviceID.value_or(0)),
+    : m_io(io), m_request(request), m_inputID(m_request.inputDeviceID.value_or(0)),
       m_outputID(m_request.outputDeviceID.value_or(0))
 {}
 

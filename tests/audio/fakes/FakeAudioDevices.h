@@ -7,9 +7,7 @@
 #include <QHash>
 #include <QList>
 #include <atomic>
-#include <condition_variable>
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>

@@ -10,7 +10,6 @@
 #include "support/PulseDaemon.h"
 
 #include <QTest>
-#include <atomic>
 #include <cmath>
 #include <numbers>
 

@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <numbers>
 
 using namespace Qt::StringLiterals;
 using namespace vemira;
