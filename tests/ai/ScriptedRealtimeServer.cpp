@@ -56,6 +56,16 @@ bool isProbe(const QJsonObject& response)
            response[QLatin1String("input")].isArray();
 }
 
+// The server's voice-activity detection as the client sets it.
+QJsonObject turnDetection(const QJsonValue& createResponse)
+{
+    return QJsonObject{{QStringLiteral("type"), QStringLiteral("server_vad")},
+                       {QStringLiteral("silence_duration_ms"), 650},
+                       {QStringLiteral("prefix_padding_ms"), 300},
+                       {QStringLiteral("interrupt_response"), true},
+                       {QStringLiteral("create_response"), createResponse}};
+}
+
 bool isStrictBase64(const QString& text)
 {
     if (text.size() % 4 != 0)
@@ -499,11 +509,7 @@ void ScriptedRealtimeServer::check(QWebSocket* socket, const QJsonObject& event)
                               {QStringLiteral("rate"), 24000}};
         const QJsonObject transcription{{QStringLiteral("model"), QStringLiteral("gpt-transcribe")},
                                         {QStringLiteral("language"), QStringLiteral("fr")}};
-        const QJsonObject turns{{QStringLiteral("type"), QStringLiteral("server_vad")},
-                                {QStringLiteral("silence_duration_ms"), 650},
-                                {QStringLiteral("prefix_padding_ms"), 300},
-                                {QStringLiteral("interrupt_response"), true},
-                                {QStringLiteral("create_response"), true}};
+        const QJsonObject turns = turnDetection(true);
         const QJsonObject turnsSent = input[QLatin1String("turn_detection")].toObject();
         const bool integers =
             isInteger(input[QLatin1String("format")][QLatin1String("rate")], 24000) &&
@@ -537,27 +543,20 @@ void ScriptedRealtimeServer::check(QWebSocket* socket, const QJsonObject& event)
     }
     if (type == QLatin1String("session.update")) {
         // Either new instructions, or whether caller turns create responses: nothing else.
-        const QJsonObject turns =
-            session[QLatin1String("audio")][QLatin1String("input")][QLatin1String("turn_detection")]
-                .toObject();
-        QJsonObject expectedTurns = turns;
-        expectedTurns.insert(QStringLiteral("type"), QStringLiteral("server_vad"));
-        expectedTurns.insert(QStringLiteral("silence_duration_ms"), 650);
-        expectedTurns.insert(QStringLiteral("prefix_padding_ms"), 300);
-        expectedTurns.insert(QStringLiteral("interrupt_response"), true);
-        const bool instructions = hasExactly(session, {"type", "instructions"}) &&
-                                  session[QLatin1String("instructions")].isString();
-        const bool turnTaking =
-            hasExactly(session, {"type", "audio"}) &&
-            session[QLatin1String("audio")] ==
-                QJsonObject{{QStringLiteral("input"),
-                             QJsonObject{{QStringLiteral("turn_detection"), turns}}}} &&
-            hasExactly(turns, {"type", "silence_duration_ms", "prefix_padding_ms",
-                               "interrupt_response", "create_response"}) &&
-            turns == expectedTurns && turns[QLatin1String("create_response")].isBool();
-        if (!hasExactly(event, {"type", "session"}) ||
-            session[QLatin1String("type")] != QLatin1String("realtime") ||
-            !(instructions || turnTaking))
+        const auto update = [&](const QString& key, const QJsonValue& value) {
+            return event ==
+                   QJsonObject{{QStringLiteral("type"), type},
+                               {QStringLiteral("session"),
+                                QJsonObject{{QStringLiteral("type"), QStringLiteral("realtime")},
+                                            {key, value}}}};
+        };
+        const QJsonValue instructions = session[QLatin1String("instructions")];
+        const QJsonValue creates = turnsCreateResponses(session);
+        const QJsonObject turns{
+            {QStringLiteral("input"),
+             QJsonObject{{QStringLiteral("turn_detection"), turnDetection(creates)}}}};
+        if (!(instructions.isString() && update(QStringLiteral("instructions"), instructions)) &&
+            !(creates.isBool() && update(QStringLiteral("audio"), turns)))
             violation(QStringLiteral("mid-call session.update repeats or lacks fields: ") +
                       text(event).left(300));
     } else if (isMessageRequest(event)) {
@@ -573,16 +572,15 @@ void ScriptedRealtimeServer::check(QWebSocket* socket, const QJsonObject& event)
             violation(QStringLiteral("malformed response.cancel: ") + text(event).left(300));
     } else if (type == QLatin1String("conversation.item.create")) {
         // Only short system notes are added by the client.
-        const QJsonObject item = event.value(QLatin1String("item")).toObject();
-        const QJsonArray content = item.value(QLatin1String("content")).toArray();
-        const QJsonObject part = content.first().toObject();
-        if (!hasExactly(event, {"type", "item"}) ||
-            !hasExactly(item, {"type", "role", "content"}) ||
-            item[QLatin1String("type")] != QLatin1String("message") ||
-            item[QLatin1String("role")] != QLatin1String("system") || content.size() != 1 ||
-            !hasExactly(part, {"type", "text"}) ||
-            part[QLatin1String("type")] != QLatin1String("input_text") ||
-            !part[QLatin1String("text")].isString())
+        const QJsonValue note =
+            event[QLatin1String("item")][QLatin1String("content")][0][QLatin1String("text")];
+        const QJsonObject part{{QStringLiteral("type"), QStringLiteral("input_text")},
+                               {QStringLiteral("text"), note}};
+        const QJsonObject item{{QStringLiteral("type"), QStringLiteral("message")},
+                               {QStringLiteral("role"), QStringLiteral("system")},
+                               {QStringLiteral("content"), QJsonArray{part}}};
+        if (event != QJsonObject{{QStringLiteral("type"), type}, {QStringLiteral("item"), item}} ||
+            !note.isString())
             violation(QStringLiteral("malformed conversation.item.create: ") +
                       text(event).left(300));
     } else if (type == QLatin1String("input_audio_buffer.append")) {
@@ -722,10 +720,13 @@ void ScriptedRealtimeServer::checkMessageRequest(const QJsonObject& event)
     const QJsonObject parameters = tool.value(QLatin1String("parameters")).toObject();
     const QJsonObject properties = parameters.value(QLatin1String("properties")).toObject();
     const QJsonObject choice = response.value(QLatin1String("tool_choice")).toObject();
-    const QStringList fields{QStringLiteral("identity"), QStringLiteral("address"),
-                             QStringLiteral("problem"),  QStringLiteral("since"),
-                             QStringLiteral("urgency"),  QStringLiteral("callback"),
-                             QStringLiteral("summary")};
+    // In order, as QJsonObject::keys() gives them.
+    const QStringList fields{QStringLiteral("address"),  QStringLiteral("callback"),
+                             QStringLiteral("identity"), QStringLiteral("problem"),
+                             QStringLiteral("since"),    QStringLiteral("summary"),
+                             QStringLiteral("urgency")};
+    QStringList required = parameters[QLatin1String("required")].toVariant().toStringList();
+    required.sort();
     bool ok = hasExactly(event, {"type", "response"}) &&
               hasExactly(response, {"conversation", "output_modalities", "instructions", "tools",
                                     "tool_choice", "max_output_tokens", "metadata"}) &&
@@ -736,19 +737,11 @@ void ScriptedRealtimeServer::checkMessageRequest(const QJsonObject& event)
               response[QLatin1String("metadata")].isObject() && tools.size() == 1 &&
               hasExactly(tool, {"type", "name", "description", "parameters"}) &&
               tool[QLatin1String("type")] == QLatin1String("function") &&
-              hasExactly(choice, {"type", "name"}) &&
-              choice[QLatin1String("type")] == QLatin1String("function") &&
-              choice[QLatin1String("name")] == tool[QLatin1String("name")] &&
+              choice == QJsonObject{{QStringLiteral("type"), QStringLiteral("function")},
+                                    {QStringLiteral("name"), tool[QLatin1String("name")]}} &&
               parameters[QLatin1String("type")] == QLatin1String("object") &&
               parameters[QLatin1String("additionalProperties")] == QJsonValue(false) &&
-              properties.keys().size() == fields.size();
-    QStringList required;
-    for (const QJsonValue& name : parameters[QLatin1String("required")].toArray())
-        required.append(name.toString());
-    required.sort();
-    QStringList sorted = fields;
-    sorted.sort();
-    ok = ok && required == sorted;
+              properties.keys() == fields && required == fields;
     for (const QString& field : fields)
         ok = ok && properties[field][QLatin1String("type")] == QLatin1String("string");
     if (!ok)
