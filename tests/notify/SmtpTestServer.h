@@ -42,7 +42,6 @@ public:
     }
 
     bool started() const { return m_port > 0; }
-    int port() const { return m_port; }
     QString url(const QString& scheme = QStringLiteral("smtp")) const
     {
         return scheme + QStringLiteral("://127.0.0.1:") + QString::number(m_port);
@@ -66,7 +65,6 @@ public:
         return static_cast<int>(
             QDir(m_dir.path()).entryList({QStringLiteral("mail-*.json")}, QDir::Files).size());
     }
-    QString errors() { return QString::fromUtf8(m_process.readAllStandardError()); }
 
 private:
     void start(const Options& options)

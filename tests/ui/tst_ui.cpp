@@ -134,30 +134,21 @@ QStringList appleWords(const QStringList& texts)
     return found;
 }
 
-QList<QPushButton*> visibleButtons(QWidget* top, const QString& text)
+// The buttons of the window showing or named `text`; with `shownOnly` false, also those of a
+// step not shown yet.
+QList<QPushButton*> buttons(QWidget* top, const QString& text, bool shownOnly = true)
 {
     QList<QPushButton*> found;
     for (QPushButton* b : top->findChildren<QPushButton*>()) {
-        if (b->isVisible() && (b->text() == text || b->accessibleName() == text))
+        if ((b->isVisible() || !shownOnly) && (b->text() == text || b->accessibleName() == text))
             found << b;
     }
     return found;
 }
 
-QPushButton* button(QWidget* top, const QString& text)
+QPushButton* button(QWidget* top, const QString& text, bool shownOnly = true)
 {
-    const QList<QPushButton*> found = visibleButtons(top, text);
-    return found.isEmpty() ? nullptr : found.first();
-}
-
-// A button of the window, shown or on a step not shown yet.
-QPushButton* anyButton(QWidget* top, const QString& name)
-{
-    for (QPushButton* b : top->findChildren<QPushButton*>()) {
-        if (b->accessibleName() == name)
-            return b;
-    }
-    return nullptr;
+    return buttons(top, text, shownOnly).value(0);
 }
 
 bool hasLabel(QWidget* top, const QString& text)
@@ -514,7 +505,7 @@ private Q_SLOTS:
                     qobject_cast<ui::AssignmentDialog*>(QApplication::activeModalWidget());
                 QVERIFY(sheet);
                 sheet->nameField()->setText(choice);
-                anyButton(sheet, choice)->click();
+                button(sheet, choice, false)->click();
             });
             page->assignButton()->click();
         }
@@ -731,34 +722,34 @@ private Q_SLOTS:
         QCOMPARE(assistant->currentStep(), 2);
         QCOMPARE(assistant->progress()->value(), rig.model->setupPercent());
 
-        anyButton(assistant, u"Configurer et tester le son"_s)->click();
+        button(assistant, u"Configurer et tester le son"_s, false)->click();
         QCOMPARE(routeRuns, 1);
         QVERIFY(!rig.model->routingConfirmed());
         QVERIFY(hasLabel(assistant, routeOutcome->message()));
         routeOutcome = std::nullopt;
-        anyButton(assistant, u"Configurer et tester le son"_s)->click();
+        button(assistant, u"Configurer et tester le son"_s, false)->click();
         QVERIFY(rig.model->routingConfirmed());
         QCOMPARE(rig.model->inputUID(), BrelianDevices::callUID());
         QCOMPARE(rig.model->outputUID(), BrelianDevices::voiceUID());
         QVERIFY(hasLabel(assistant,
                          u"Son configuré · les deux circuits transmettent le signal de test"_s));
 
-        anyButton(assistant, u"Tester le microphone du Mac"_s)->click();
+        button(assistant, u"Tester le microphone du Mac"_s, false)->click();
         QVERIFY(hasLabel(assistant,
                          u"Aucun son détecté : parlez plus près et vérifiez le microphone"_s));
         QVERIFY(!rig.model->macAudioVerified());
         heard = true;
-        anyButton(assistant, u"Tester le microphone du Mac"_s)->click();
+        button(assistant, u"Tester le microphone du Mac"_s, false)->click();
         QVERIFY(hasLabel(assistant, u"Le microphone capte du son"_s));
         QVERIFY(rig.model->macAudioVerified());
 
-        anyButton(assistant, u"Vérifier la connexion IA"_s)->click();
+        button(assistant, u"Vérifier la connexion IA"_s, false)->click();
         QTRY_VERIFY(rig.model->aiVerified());
         QCOMPARE(assistant->stepList()->item(2)->text(), u"✓  Connecter l’IA"_s);
         QCOMPARE(assistant->progress()->value(), 75);
 
         // The last step: a call seen in the phone application, then a real call taken.
-        anyButton(assistant, u"Attendre un appel"_s)->click();
+        button(assistant, u"Attendre un appel"_s, false)->click();
         QVERIFY(rig.model->observingRelay());
         rig.ring(u"06 11 22 33 44"_s);
         rig.tick();
@@ -906,8 +897,8 @@ private Q_SLOTS:
         QCOMPARE(Settings(rig.settingsFile()).phoneApp(), u"gnome-calls"_s);
         rig.model->setPhoneApp(u"baresip-gtk"_s); // a name typed elsewhere shows
         QCOMPARE(connections->phoneAppPicker()->currentText(), u"baresip-gtk"_s);
-        QVERIFY(visibleButtons(window, u"Préparer la liaison"_s).isEmpty());
-        QVERIFY(visibleButtons(window, u"Remettre Téléphone sur le son système"_s).isEmpty());
+        QVERIFY(buttons(window, u"Préparer la liaison"_s).isEmpty());
+        QVERIFY(buttons(window, u"Remettre Téléphone sur le son système"_s).isEmpty());
 
         // Each step of the guided setup, with a relayed call waited for in vain.
         ui::SetupAssistant* assistant = window->openSetupAssistant();
@@ -918,8 +909,8 @@ private Q_SLOTS:
         for (int i = 0; i < assistant->stepList()->count(); ++i) {
             assistant->showStep(i);
             seen << textsOf(assistant);
-            QVERIFY(visibleButtons(assistant, u"Préparer la liaison"_s).isEmpty());
-            QVERIFY(visibleButtons(assistant, u"Ouvrir les réglages du &micro"_s).isEmpty());
+            QVERIFY(buttons(assistant, u"Préparer la liaison"_s).isEmpty());
+            QVERIFY(buttons(assistant, u"Ouvrir les réglages du &micro"_s).isEmpty());
         }
         QVERIFY(assistant->stepList()
                     ->item(assistant->stepList()->count() - 1)

@@ -1,6 +1,7 @@
 // The echo canceller's alignment of the loudspeaker reference with the microphone, driven the
 // way the engine drives it (10 ms writes running ahead of 20 ms captures), deterministically.
 #include "platform/linux/audio/EchoCanceller.h"
+#include "support/Pcm.h"
 
 #include <QTest>
 #include <cmath>
@@ -8,6 +9,8 @@
 #include <vector>
 
 using vemira::pulse::EchoCanceller;
+using vemira::testing::rms;
+using vemira::testing::toneAmplitude;
 
 namespace {
 
@@ -42,28 +45,24 @@ std::pair<double, double> run(const Scenario& s)
     std::vector<float> out(std::size_t(total) + 2048), cleaned;
     std::vector<float> stereo(std::size_t(2 * kWrite));
     int written = 0;
+    // One 10 ms write of the loudspeaker: the next of `far`, or a steady level before it.
+    const auto write = [&](bool steady) {
+        for (int k = 0; k < kWrite; ++k)
+            stereo[2 * k] = stereo[2 * k + 1] = steady ? 0.1f : far[std::size_t(written + k)];
+        if (s.feedReference)
+            canceller.playback(stereo.data(), kWrite, 2);
+        written += steady ? 0 : kWrite;
+    };
     // The loudspeaker starts first; what it played meanwhile is long gone from the room.
-    for (int i = 0; i < s.headStart; ++i) {
-        for (int k = 0; k < kWrite; ++k)
-            stereo[2 * k] = stereo[2 * k + 1] = 0.1f;
-        if (s.feedReference)
-            canceller.playback(stereo.data(), kWrite, 2);
-    }
-    for (int i = 0; i < s.aheadWrites; ++i, written += kWrite) {
-        for (int k = 0; k < kWrite; ++k)
-            stereo[2 * k] = stereo[2 * k + 1] = far[std::size_t(written + k)];
-        if (s.feedReference)
-            canceller.playback(stereo.data(), kWrite, 2);
-    }
+    for (int i = 0; i < s.headStart; ++i)
+        write(true);
+    for (int i = 0; i < s.aheadWrites; ++i)
+        write(false);
     std::vector<float> mic(kCapture);
     for (int played = 0; played + kCapture <= total; played += kCapture) {
         // The device plays 20 ms; the server asks for two writes to refill its buffer...
-        for (int w = 0; w < 2; ++w, written += kWrite) {
-            for (int k = 0; k < kWrite; ++k)
-                stereo[2 * k] = stereo[2 * k + 1] = far[std::size_t(written + k)];
-            if (s.feedReference)
-                canceller.playback(stereo.data(), kWrite, 2);
-        }
+        write(false);
+        write(false);
         // ...and the microphone hands over what it heard meanwhile.
         for (int k = 0; k < kCapture; ++k) {
             const int n = played + k - s.acousticDelay;
@@ -77,16 +76,8 @@ std::pair<double, double> run(const Scenario& s)
         const int got = canceller.capture(mic.data(), kCapture, out.data());
         cleaned.insert(cleaned.end(), out.begin(), out.begin() + got);
     }
-    double sum = 0;
-    for (int n = 3 * kRate; n < 4 * kRate; ++n)
-        sum += double(cleaned[std::size_t(n)]) * cleaned[std::size_t(n)];
-    double c = 0, q = 0;
-    for (int n = 5 * kRate; n < 6 * kRate - kCapture; ++n) {
-        const double phase = 2 * std::numbers::pi * 1103 * n / kRate;
-        c += cleaned[std::size_t(n)] * std::cos(phase);
-        q += cleaned[std::size_t(n)] * std::sin(phase);
-    }
-    return {std::sqrt(sum / kRate), 2 * std::hypot(c, q) / (kRate - kCapture)};
+    return {rms(cleaned, 3 * kRate, kRate),
+            toneAmplitude(cleaned.data() + 5 * kRate, kRate - kCapture, 1103, kRate)};
 }
 
 } // namespace

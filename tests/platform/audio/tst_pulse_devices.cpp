@@ -107,9 +107,9 @@ private Q_SLOTS:
         QVERIFY(devices[0].output && !devices[0].input); // speakers: output only
         QVERIFY(devices[1].output && devices[1].input);  // the cable: both ways
         QVERIFY(devices[3].input && !devices[3].output);
-        const QList<std::uint32_t> transports = {
-            table.entries[0].transport, table.entries[1].transport, table.entries[2].transport,
-            table.entries[3].transport, table.entries[4].transport, table.entries[5].transport};
+        QList<std::uint32_t> transports;
+        for (const auto& entry : table.entries)
+            transports << entry.transport;
         QCOMPARE(transports,
                  (QList<std::uint32_t>{AudioTransport::builtIn, AudioTransport::virtualDevice,
                                        AudioTransport::bluetooth, AudioTransport::builtIn,
