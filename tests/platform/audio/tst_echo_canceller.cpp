@@ -44,14 +44,14 @@ std::pair<double, double> run(const Scenario& s)
     }
     std::vector<float> out(std::size_t(total) + 2048), cleaned;
     std::vector<float> stereo(std::size_t(2 * kWrite));
-    int written = 0;
+    std::size_t written = 0;
     // One 10 ms write of the loudspeaker: the next of `far`, or a steady level before it.
     const auto write = [&](bool steady) {
         for (int k = 0; k < kWrite; ++k)
-            stereo[2 * k] = stereo[2 * k + 1] = steady ? 0.1f : far[std::size_t(written + k)];
+            stereo[2 * k] = stereo[2 * k + 1] = steady ? 0.1f : far[written + std::size_t(k)];
         if (s.feedReference)
             canceller.playback(stereo.data(), kWrite, 2);
-        written += steady ? 0 : kWrite;
+        written += steady ? 0 : std::size_t(kWrite);
     };
     // The loudspeaker starts first; what it played meanwhile is long gone from the room.
     for (int i = 0; i < s.headStart; ++i)
