@@ -191,9 +191,7 @@ void CallRecorderTest::failuresAreReported()
 {
     QTemporaryDir dir;
     // The folder cannot be created under a plain file.
-    QFile blocker(dir.filePath(u"fichier"_s));
-    QVERIFY(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
+    QVERIFY(QFile(dir.filePath(u"fichier"_s)).open(QIODevice::WriteOnly));
     const auto refused = CallAudioRecorder::create(dir.filePath(u"fichier/x.wav"_s));
     QVERIFY(!refused);
     QVERIFY(refused.error().message().startsWith(

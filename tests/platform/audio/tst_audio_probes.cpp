@@ -71,8 +71,6 @@ private Q_SLOTS:
         m_io = createPlatformAudioDeviceIO();
     }
 
-    void cleanupTestCase() { m_daemon.stop(); }
-
     // Both circuits carry their tone: the probe passes after testing each for six seconds,
     // leaving no stream and no temporary folder behind.
     void routeProbePassesOnBothCircuits()

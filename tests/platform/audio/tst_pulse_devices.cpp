@@ -31,8 +31,6 @@ private Q_SLOTS:
         m_system = createPlatformAudioSystem();
     }
 
-    void cleanupTestCase() { m_daemon.stop(); }
-
     // The virtual devices are duplex, named as the phone application shows them, recognised
     // by uid; ids survive a reload of the device.
     void listsTheVirtualDevicesAsOneDuplexDeviceEach()

@@ -34,8 +34,6 @@ private Q_SLOTS:
         m_io = createPlatformAudioDeviceIO();
     }
 
-    void cleanupTestCase() { m_daemon.stop(); }
-
     // For a conversation on the computer, what we play and hear back is removed, while a
     // voice in the room (another program playing into the same device) is kept.
     void echoCancellationRemovesOurOwnVoiceOnly()

@@ -34,8 +34,6 @@ private Q_SLOTS:
         m_io = createPlatformAudioDeviceIO();
     }
 
-    void cleanupTestCase() { m_daemon.stop(); }
-
     // A tone enqueued on the bridge leaves through the voice chain, goes round the device and
     // comes back on onPCM at its level: 3276/32768 after the chain's 0.85 headroom. Both on
     // the virtual device's 48 kHz stereo and on a 44.1 kHz mono device.

@@ -53,8 +53,6 @@ private Q_SLOTS:
         QVERIFY2(failure.isEmpty(), qPrintable(failure));
     }
 
-    void cleanupTestCase() { m_daemon.stop(); }
-
     // Process id first, then names; a stream with another role stays out of the call.
     void recognisesTheCallStreams()
     {

@@ -53,8 +53,6 @@ private Q_SLOTS:
         QVERIFY(m_config.isValid());
     }
 
-    void cleanupTestCase() { m_daemon.stop(); }
-
     // Removed and made again without touching the user's own virtual cable or defaults, at the
     // driver's format and names; a device of another format is reported.
     void makesChecksAndRemovesOnlyItsDevices()
