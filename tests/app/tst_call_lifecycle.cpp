@@ -889,9 +889,7 @@ private Q_SLOTS:
         // Caller turns create no response while the manager speaks: nothing billed unheard.
         QVERIFY(waitFor([&] {
             const QJsonObject update = rig.sent(QStringLiteral("session.update")).last();
-            return update[QLatin1String("session")][QLatin1String("audio")][QLatin1String("input")]
-                         [QLatin1String("turn_detection")][QLatin1String("create_response")] ==
-                   false;
+            return S::turnsCreateResponses(update[QLatin1String("session")].toObject()) == false;
         }));
         rig.server.endCallerTurn();
         QCOMPARE(rig.server.turnResponses(), 0);

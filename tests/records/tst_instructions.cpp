@@ -54,137 +54,135 @@ class InstructionsTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void composedFromDefaultSettings();
-    void voiceStyleIsLimitedAndReported();
-    void agentSheet();
+    void composedFromDefaultSettings()
+    {
+        QTemporaryDir dir;
+        Settings settings(dir.filePath(QStringLiteral("prefs.ini")));
+        QCOMPARE(composeInstructions(instructionInputs(settings)), defaultComposition);
+
+        settings.setRecordingEnabled(false);
+        const QString off = composeInstructions(instructionInputs(settings));
+        QVERIFY(off.endsWith(
+            QStringLiteral("et l’enthousiasme exagéré.\nL’enregistrement audio est désactivé.")));
+
+        // Company and mission go in as stored: no trimming, no escaping.
+        InstructionInputs inputs{QStringLiteral(" « Lilas » "), QStringLiteral("a\n\"b\""),
+                                 QStringLiteral("s"), true};
+        const QString composed = composeInstructions(inputs);
+        QVERIFY(composed.startsWith(QStringLiteral(
+            "Tu es Vemira, assistante vocale virtuelle pour  « Lilas » . Tu parles")));
+        QVERIFY(composed.contains(
+            QStringLiteral("Consignes du gestionnaire : a\n\"b\"\nFaçon de parler")));
+    }
+
+    void voiceStyleIsLimitedAndReported()
+    {
+        QTemporaryDir dir;
+        Settings settings(dir.filePath(QStringLiteral("prefs.ini")));
+        InstructionInputs inputs = instructionInputs(settings);
+
+        // 5000 characters are cut to their first 4000, stored and sent that way.
+        const QString longStyle =
+            QStringLiteral("  ") + QString(2500, u'a') + QString(2500, u'é') + QStringLiteral("\n");
+        QString sent;
+        const QString status =
+            applyVoiceStyle(longStyle, inputs, settings, [&](const QString& text) {
+                sent = text;
+                return true;
+            });
+        QCOMPARE(status, QStringLiteral("Style enregistré · mise à jour envoyée à l’IA…"));
+        QCOMPARE(inputs.voiceStyle, QString(2500, u'a') + QString(1500, u'é'));
+        QCOMPARE(settings.voiceStyle(), inputs.voiceStyle);
+        QVERIFY(sent.contains(QStringLiteral("sans modifier la mission) : ") + inputs.voiceStyle +
+                              u'\n'));
+
+        // Characters, not UTF-16 units: an emoji counts once and is never cut in half.
+        QString emoji;
+        for (int i = 0; i < 4001; ++i)
+            emoji += QStringLiteral("😀");
+        QCOMPARE(limitVoiceStyle(emoji).size(), 8000);
+
+        // Spaces only: an empty style; nothing between the heading and the recording line.
+        const QString noConnection = applyVoiceStyle(QStringLiteral("   \n "), inputs, settings,
+                                                     [](const QString&) { return false; });
+        QCOMPARE(noConnection, QStringLiteral("Style enregistré pour la prochaine conversation."));
+        QCOMPARE(settings.voiceStyle(), QString());
+        QVERIFY(composeInstructions(inputs).contains(
+            QStringLiteral("sans modifier la mission) : \nL’enregistrement audio est activé.")));
+        QCOMPARE(applyVoiceStyle(QStringLiteral("x"), inputs, settings, {}),
+                 QStringLiteral("Style enregistré pour la prochaine conversation."));
+        QCOMPARE(voiceStyleReceivedStatus(),
+                 QStringLiteral("Style reçu par l’IA · utilisé pour les prochaines réponses."));
+    }
+
+    void agentSheet()
+    {
+        AgentDraft draft;
+        QCOMPARE(draft.voice, QStringLiteral("marin"));
+        QCOMPARE(draft.templateName, QStringLiteral("Personnalisé"));
+        QCOMPARE(draft.tone, QStringLiteral("Chaleureux et naturel"));
+        QCOMPARE(AgentDraft::templates(),
+                 (QStringList{QStringLiteral("Personnalisé"), QStringLiteral("Accueil"),
+                              QStringLiteral("Gestion locative"), QStringLiteral("Commercial"),
+                              QStringLiteral("SAV / Support"), QStringLiteral("Administratif")}));
+        QCOMPARE(tones(), (QStringList{QStringLiteral("Chaleureux et naturel"),
+                                       QStringLiteral("Professionnel et concis"),
+                                       QStringLiteral("Calme et rassurant")}));
+        QCOMPARE(voices(), (QStringList{QStringLiteral("marin"), QStringLiteral("cedar"),
+                                        QStringLiteral("coral")}));
+
+        draft.instructions = QStringLiteral("Mon texte");
+        draft.applyTemplate(); // "Personnalisé" leaves the text alone
+        QCOMPARE(draft.instructions, QStringLiteral("Mon texte"));
+        draft.templateName = QStringLiteral("Inconnu");
+        draft.applyTemplate();
+        QCOMPARE(draft.instructions, QStringLiteral("Mon texte"));
+        draft.templateName = QStringLiteral("Administratif");
+        draft.applyTemplate();
+        QCOMPARE(
+            draft.instructions,
+            QStringLiteral(
+                "Comprends la demande administrative, les documents concernés et les échéances. "
+                "Les "
+                "paiements sont par virement ; une déclaration orale ne vaut pas confirmation de "
+                "paiement. Prépare les éléments pour un rappel humain."));
+        draft.templateName = QStringLiteral("Gestion locative");
+        draft.applyTemplate();
+        QCOMPARE(
+            draft.instructions,
+            QStringLiteral(
+                "Réponds aux locataires. Confirme leur nom, l’adresse et le logement. Comprends le "
+                "problème, depuis quand et si la situation est urgente. Demande si des photos sont "
+                "disponibles. Prépare un message précis pour le gestionnaire et demande les "
+                "disponibilités pour un rappel."));
+        QCOMPARE(templateText(QStringLiteral("Accueil")),
+                 QStringLiteral("Accueille les appelants. Demande leur nom, la raison de leur "
+                                "appel et leur numéro de "
+                                "rappel. Reformule le message pour le responsable."));
+        QCOMPARE(
+            templateText(QStringLiteral("Commercial")),
+            QStringLiteral(
+                "Comprends le besoin du prospect, ses contraintes et son échéance. Recueille ses "
+                "coordonnées et prépare un rappel commercial. N’invente ni tarif ni "
+                "disponibilité."));
+        QCOMPARE(templateText(QStringLiteral("SAV / Support")),
+                 QStringLiteral("Identifie le produit ou service concerné, les symptômes, leur "
+                                "date d’apparition et "
+                                "les "
+                                "essais déjà faits. Note les informations utiles et prépare un "
+                                "rappel du support."));
+
+        // Saving prepends the tone line, every time (a reopened sheet shows it as text).
+        draft.tone = QStringLiteral("Calme et rassurant");
+        draft.instructions = QStringLiteral("Prends un message.");
+        QCOMPARE(draft.missionToSave(),
+                 QStringLiteral("Ton : Calme et rassurant.\nPrends un message."));
+        draft.instructions = draft.missionToSave();
+        QCOMPARE(draft.missionToSave(),
+                 QStringLiteral(
+                     "Ton : Calme et rassurant.\nTon : Calme et rassurant.\nPrends un message."));
+    }
 };
-
-void InstructionsTest::composedFromDefaultSettings()
-{
-    QTemporaryDir dir;
-    Settings settings(dir.filePath(QStringLiteral("prefs.ini")));
-    QCOMPARE(composeInstructions(instructionInputs(settings)), defaultComposition);
-
-    settings.setRecordingEnabled(false);
-    const QString off = composeInstructions(instructionInputs(settings));
-    QVERIFY(off.endsWith(
-        QStringLiteral("et l’enthousiasme exagéré.\nL’enregistrement audio est désactivé.")));
-
-    // Company and mission go in as stored: no trimming, no escaping.
-    InstructionInputs inputs{QStringLiteral(" « Lilas » "), QStringLiteral("a\n\"b\""),
-                             QStringLiteral("s"), true};
-    const QString composed = composeInstructions(inputs);
-    QVERIFY(composed.startsWith(
-        QStringLiteral("Tu es Vemira, assistante vocale virtuelle pour  « Lilas » . Tu parles")));
-    QVERIFY(
-        composed.contains(QStringLiteral("Consignes du gestionnaire : a\n\"b\"\nFaçon de parler")));
-}
-
-void InstructionsTest::voiceStyleIsLimitedAndReported()
-{
-    QTemporaryDir dir;
-    Settings settings(dir.filePath(QStringLiteral("prefs.ini")));
-    InstructionInputs inputs = instructionInputs(settings);
-
-    // 5000 characters are cut to their first 4000, stored and sent that way.
-    const QString longStyle =
-        QStringLiteral("  ") + QString(2500, u'a') + QString(2500, u'é') + QStringLiteral("\n");
-    QString sent;
-    const QString status = applyVoiceStyle(longStyle, inputs, settings, [&](const QString& text) {
-        sent = text;
-        return true;
-    });
-    QCOMPARE(status, QStringLiteral("Style enregistré · mise à jour envoyée à l’IA…"));
-    QCOMPARE(inputs.voiceStyle, QString(2500, u'a') + QString(1500, u'é'));
-    QCOMPARE(settings.voiceStyle(), inputs.voiceStyle);
-    QVERIFY(
-        sent.contains(QStringLiteral("sans modifier la mission) : ") + inputs.voiceStyle + u'\n'));
-
-    // Characters, not UTF-16 units: an emoji counts once and is never cut in half.
-    QString emoji;
-    for (int i = 0; i < 4001; ++i)
-        emoji += QStringLiteral("😀");
-    QCOMPARE(limitVoiceStyle(emoji).size(), 8000);
-
-    // Spaces only: an empty style; nothing between the heading and the recording line.
-    const QString noConnection = applyVoiceStyle(QStringLiteral("   \n "), inputs, settings,
-                                                 [](const QString&) { return false; });
-    QCOMPARE(noConnection, QStringLiteral("Style enregistré pour la prochaine conversation."));
-    QCOMPARE(settings.voiceStyle(), QString());
-    QVERIFY(composeInstructions(inputs).contains(
-        QStringLiteral("sans modifier la mission) : \nL’enregistrement audio est activé.")));
-    QCOMPARE(applyVoiceStyle(QStringLiteral("x"), inputs, settings, {}),
-             QStringLiteral("Style enregistré pour la prochaine conversation."));
-    QCOMPARE(voiceStyleReceivedStatus(),
-             QStringLiteral("Style reçu par l’IA · utilisé pour les prochaines réponses."));
-}
-
-void InstructionsTest::agentSheet()
-{
-    AgentDraft draft;
-    QCOMPARE(draft.voice, QStringLiteral("marin"));
-    QCOMPARE(draft.templateName, QStringLiteral("Personnalisé"));
-    QCOMPARE(draft.tone, QStringLiteral("Chaleureux et naturel"));
-    QCOMPARE(AgentDraft::templates(),
-             (QStringList{QStringLiteral("Personnalisé"), QStringLiteral("Accueil"),
-                          QStringLiteral("Gestion locative"), QStringLiteral("Commercial"),
-                          QStringLiteral("SAV / Support"), QStringLiteral("Administratif")}));
-    QCOMPARE(tones(), (QStringList{QStringLiteral("Chaleureux et naturel"),
-                                   QStringLiteral("Professionnel et concis"),
-                                   QStringLiteral("Calme et rassurant")}));
-    QCOMPARE(voices(), (QStringList{QStringLiteral("marin"), QStringLiteral("cedar"),
-                                    QStringLiteral("coral")}));
-
-    draft.instructions = QStringLiteral("Mon texte");
-    draft.applyTemplate(); // "Personnalisé" leaves the text alone
-    QCOMPARE(draft.instructions, QStringLiteral("Mon texte"));
-    draft.templateName = QStringLiteral("Inconnu");
-    draft.applyTemplate();
-    QCOMPARE(draft.instructions, QStringLiteral("Mon texte"));
-    draft.templateName = QStringLiteral("Administratif");
-    draft.applyTemplate();
-    QCOMPARE(
-        draft.instructions,
-        QStringLiteral(
-            "Comprends la demande administrative, les documents concernés et les échéances. Les "
-            "paiements sont par virement ; une déclaration orale ne vaut pas confirmation de "
-            "paiement. Prépare les éléments pour un rappel humain."));
-    draft.templateName = QStringLiteral("Gestion locative");
-    draft.applyTemplate();
-    QCOMPARE(
-        draft.instructions,
-        QStringLiteral(
-            "Réponds aux locataires. Confirme leur nom, l’adresse et le logement. Comprends le "
-            "problème, depuis quand et si la situation est urgente. Demande si des photos sont "
-            "disponibles. Prépare un message précis pour le gestionnaire et demande les "
-            "disponibilités pour un rappel."));
-    QCOMPARE(
-        templateText(QStringLiteral("Accueil")),
-        QStringLiteral(
-            "Accueille les appelants. Demande leur nom, la raison de leur appel et leur numéro de "
-            "rappel. Reformule le message pour le responsable."));
-    QCOMPARE(
-        templateText(QStringLiteral("Commercial")),
-        QStringLiteral(
-            "Comprends le besoin du prospect, ses contraintes et son échéance. Recueille ses "
-            "coordonnées et prépare un rappel commercial. N’invente ni tarif ni disponibilité."));
-    QCOMPARE(
-        templateText(QStringLiteral("SAV / Support")),
-        QStringLiteral(
-            "Identifie le produit ou service concerné, les symptômes, leur date d’apparition et "
-            "les "
-            "essais déjà faits. Note les informations utiles et prépare un rappel du support."));
-
-    // Saving prepends the tone line, every time (a reopened sheet shows it as text).
-    draft.tone = QStringLiteral("Calme et rassurant");
-    draft.instructions = QStringLiteral("Prends un message.");
-    QCOMPARE(draft.missionToSave(),
-             QStringLiteral("Ton : Calme et rassurant.\nPrends un message."));
-    draft.instructions = draft.missionToSave();
-    QCOMPARE(
-        draft.missionToSave(),
-        QStringLiteral("Ton : Calme et rassurant.\nTon : Calme et rassurant.\nPrends un message."));
-}
 
 QTEST_GUILESS_MAIN(InstructionsTest)
 #include "tst_instructions.moc"
