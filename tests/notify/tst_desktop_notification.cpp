@@ -45,30 +45,29 @@ class DesktopNotificationTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void cleanupTestCase();
+    void initTestCase()
+    {
+        QVERIFY2(qEnvironmentVariableIsSet("DISPLAY"), "run through desktop-session.sh");
+        m_daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_daemon.start(u"dunst"_s, {});
+        QVERIFY(m_daemon.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            QDBusConnection::sessionBus().interface()->isServiceRegistered(kService).value(),
+            15000);
+    }
+
+    void cleanupTestCase()
+    {
+        m_daemon.terminate();
+        if (!m_daemon.waitForFinished(5000))
+            m_daemon.kill();
+    }
+
     void showsTheCallAndOpensItOnClick();
 
 private:
     QProcess m_daemon;
 };
-
-void DesktopNotificationTest::initTestCase()
-{
-    QVERIFY2(qEnvironmentVariableIsSet("DISPLAY"), "run through desktop-session.sh");
-    m_daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_daemon.start(u"dunst"_s, {});
-    QVERIFY(m_daemon.waitForStarted());
-    QTRY_VERIFY_WITH_TIMEOUT(
-        QDBusConnection::sessionBus().interface()->isServiceRegistered(kService).value(), 15000);
-}
-
-void DesktopNotificationTest::cleanupTestCase()
-{
-    m_daemon.terminate();
-    if (!m_daemon.waitForFinished(5000))
-        m_daemon.kill();
-}
 
 void DesktopNotificationTest::showsTheCallAndOpensItOnClick()
 {
