@@ -9,6 +9,7 @@
 #include "records/CallRecord.h"
 #include "records/HistoryCodec.h"
 #include "support/DemoProcess.h"
+#include "support/Pcm.h"
 #include "support/VoiceMatch.h"
 
 #include <QDir>
@@ -251,7 +252,7 @@ void TestEndToEndCall::recordingHoldsBothVoicesWhenTheyWereSpoken()
 
     auto check = [&](const ScriptLine& line, double expectedSeconds, const char* who) {
         // Half a second of the line from its first sound: enough to tell two sentences apart.
-        const std::vector<float> voice = pcmToFloat(line.pcm);
+        const std::vector<float> voice = testing::wireToFloat(line.pcm);
         const qsizetype start = line.onsetSample;
         const std::vector<float> reference =
             decimate(voice.data() + start,

@@ -13,6 +13,7 @@
 #include "platform/linux/phone/AtspiAccessibility.h"
 #include "records/HistoryCodec.h"
 #include "support/DemoProcess.h"
+#include "support/Pcm.h"
 #include "support/PrivateDesktop.h"
 #include "support/VoiceMatch.h"
 #include "support/WaitFor.h"
@@ -38,7 +39,7 @@ constexpr int kDecimation = 24;
 // Best normalised correlation of the line's first 1.5 s anywhere in the recording.
 double bestCorrelation(const std::vector<float>& recording, const ScriptLine& line)
 {
-    std::vector<float> reference = decimate(pcmToFloat(line.pcm), kDecimation);
+    std::vector<float> reference = decimate(testing::wireToFloat(line.pcm), kDecimation);
     reference.resize(std::min<size_t>(reference.size(), 1500));
     const double rate = 24000.0 / kDecimation;
     return findVoice(recording, reference, rate, 0, double(recording.size()) / rate).correlation;

@@ -58,17 +58,6 @@ std::vector<float> decimate(const float* samples, qsizetype count, int factor)
     return out;
 }
 
-std::vector<float> pcmToFloat(const QByteArray& pcm)
-{
-    std::vector<float> out(size_t(pcm.size() / 2));
-    for (size_t i = 0; i < out.size(); ++i) {
-        qint16 s = 0;
-        std::memcpy(&s, pcm.constData() + 2 * i, 2);
-        out[i] = float(s) / 32768.0f;
-    }
-    return out;
-}
-
 VoiceMatch findVoice(const std::vector<float>& recording, const std::vector<float>& reference,
                      double rate, double from, double to)
 {

@@ -3,7 +3,6 @@
 // Finding a known voice in a recording, for the whole-call tests: an independent WAV reader,
 // a cheap decimation and a normalised cross-correlation (so the recorder's mixing weight
 // does not matter).
-#include <QByteArray>
 #include <QString>
 #include <optional>
 #include <vector>
@@ -27,9 +26,6 @@ inline std::vector<float> decimate(const std::vector<float>& samples, int factor
 {
     return decimate(samples.data(), qsizetype(samples.size()), factor);
 }
-
-// 16-bit little-endian PCM as floats.
-std::vector<float> pcmToFloat(const QByteArray& pcm);
 
 struct VoiceMatch {
     double seconds = 0; // where the reference starts in the recording
