@@ -972,11 +972,11 @@ private Q_SLOTS:
         AppRig rig;
         QStringList ran;
         // The first never reports: its bound moves on. The second fills in the record.
-        rig.model->addWindDownStep(2.0, [&](CallRecord&, std::function<void()>) {
+        rig.model->addWindDownStep(2.0, [&](CallRecord&, const std::function<void()>&) {
             ran << QStringLiteral("premier");
             QVERIFY(rig.model->realtime().isOpen());
         });
-        rig.model->addWindDownStep(1.0, [&](CallRecord& record, std::function<void()> done) {
+        rig.model->addWindDownStep(1.0, [&](CallRecord& record, const std::function<void()>& done) {
             ran << QStringLiteral("second");
             record.note = QStringLiteral("note de fin");
             done();
