@@ -182,15 +182,14 @@ private:
 #if defined(Q_OS_LINUX)
     PulseDaemon m_daemon;
 
+    // Our two devices as "name format channels rate", sorted.
     QStringList brelianSinks() const
     {
         QStringList found;
-        const QString list = m_daemon.pactl({u"list"_s, u"short"_s, u"sinks"_s});
-        for (const QString& line : list.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
-            const QStringList fields = line.split(QLatin1Char('\t'));
-            if (fields.size() >= 4 &&
-                (fields[1] == BrelianDevices::callUID() || fields[1] == BrelianDevices::voiceUID()))
-                found << fields[1] + QLatin1Char(' ') + fields[3];
+        for (const QJsonValue sink : m_daemon.list(u"sinks"_s)) {
+            const QString name = sink[u"name"_s].toString();
+            if (name == BrelianDevices::callUID() || name == BrelianDevices::voiceUID())
+                found << name + u' ' + sink[u"sample_specification"_s].toString();
         }
         found.sort();
         return found;
