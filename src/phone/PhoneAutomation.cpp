@@ -120,12 +120,12 @@ std::vector<PhoneAutomation::Sight>& PhoneAutomation::look()
 // Each application is looked at when the search reaches it: one found ringing spares the
 // walks of those after it. The background walk goes on only in the standby's search for a
 // ring (`sliced`), once a tick.
-PhoneAutomation::Sight& PhoneAutomation::see(Sight& sight, bool sliced)
+PhoneAutomation::Sight& PhoneAutomation::see(Sight& sight, bool sliced, bool now)
 {
     const std::optional<quint64> changes =
         m_accessibility.structureChanges(sight.root.element.get());
     if (m_accessibility.readsFromAnyThread())
-        return seeFromAfar(sight, changes, !sliced);
+        return seeFromAfar(sight, changes, now);
     const auto remains = [this] { return timeRemains(); };
     const bool moved = !changes || (sight.walked && changes != sight.changes);
     if (moved || !sight.trusted || sight.stale) {
@@ -540,7 +540,7 @@ std::optional<IncomingCall> PhoneAutomation::incoming()
         };
         // A remembered button that no longer reads as one: the tree changed unreported.
         const bool found = findButton(see(sight, true), Kind::Answer, take) ||
-                           (sight.stale && findButton(see(sight, false), Kind::Answer, take));
+                           (sight.stale && findButton(see(sight, false, true), Kind::Answer, take));
         if (found)
             break;
     }
@@ -572,7 +572,7 @@ Status PhoneAutomation::answer(const IncomingCall& call)
     return std::nullopt;
 }
 
-std::pair<AccessibilityElementPtr, QString> PhoneAutomation::firstHangUpButton()
+std::pair<AccessibilityElementPtr, QString> PhoneAutomation::firstHangUpButton(bool now)
 {
     std::pair<AccessibilityElementPtr, QString> found{nullptr, QString()};
     for (Sight& sight : look()) {
@@ -583,8 +583,9 @@ std::pair<AccessibilityElementPtr, QString> PhoneAutomation::firstHangUpButton()
             found = {button, name};
             return true;
         };
-        const bool pressable = findButton(see(sight, false), Kind::HangUp, take) ||
-                               (sight.stale && findButton(see(sight, false), Kind::HangUp, take));
+        const bool pressable =
+            findButton(see(sight, false, now), Kind::HangUp, take) ||
+            (sight.stale && findButton(see(sight, false, true), Kind::HangUp, take));
         if (pressable)
             break;
     }
@@ -596,14 +597,14 @@ bool PhoneAutomation::hasActiveCall()
     if (!m_accessibility.isTrusted())
         return false;
     startBudget();
-    return firstHangUpButton().first != nullptr;
+    return firstHangUpButton(false).first != nullptr;
 }
 
 // The messages name the application that shows (or should show) the call.
 Status PhoneAutomation::hangup()
 {
     startBudget();
-    auto [button, where] = firstHangUpButton();
+    auto [button, where] = firstHangUpButton(true);
     if (where.isEmpty())
         where = m_profiles.size() == 1 ? m_profiles.front().name
                                        : QStringLiteral("votre application de téléphonie");

@@ -29,7 +29,8 @@ namespace vemira {
 // Where the platform reads from any thread, every walk is made on a thread of its own with a
 // budget of its own, and taken at the first look after it ended: meanwhile the buttons of the
 // last walk are read again as they are. incoming() and hasActiveCall() then wait only for a
-// tree never walked; hangup() waits, within its budget, for a walk of the tree as it is now.
+// tree never walked or one whose remembered button went stale; hangup() waits, within its
+// budget, for a walk of the tree as it is now.
 class PhoneAutomation {
 public:
     static constexpr double kBudgetSeconds = 1.0;
@@ -113,7 +114,9 @@ private:
     std::vector<Root> roots();
     // The remembered applications, listed again when the list may have changed.
     std::vector<Sight>& look();
-    Sight& see(Sight& sight, bool sliced);
+    // `now`: where walks are made away from the main thread, the tree as it is now is waited
+    // for.
+    Sight& see(Sight& sight, bool sliced, bool now = false);
     // see() where walks are made away from the main thread; `now`: the tree as it is now.
     Sight& seeFromAfar(Sight& sight, const std::optional<quint64>& changes, bool now);
     std::future<Walk> walkAway(Sight& sight);
@@ -144,7 +147,7 @@ private:
     std::optional<IncomingCall> offer(Sight& sight, const AccessibilityElementPtr& button);
     // The button and the name of the application it belongs to (the first application
     // seen when there is no button).
-    std::pair<AccessibilityElementPtr, QString> firstHangUpButton();
+    std::pair<AccessibilityElementPtr, QString> firstHangUpButton(bool now);
 
     Accessibility& m_accessibility;
     Clock& m_clock;
