@@ -78,79 +78,6 @@ bool isStrictBase64(const QString& text)
         QByteArray::fromBase64Encoding(text.toLatin1(), QByteArray::AbortOnBase64DecodingErrors));
 }
 
-// Client-to-server bytes as they travel, to see what a WebSocket library would hide: that
-// every frame is masked, and whether the client closed with a close frame (and which code) or
-// simply went away.
-class FrameScanner {
-public:
-    std::function<void(int opcode, bool masked)> onFrame;
-    std::function<void(int code)> onClose;
-
-    void feed(const QByteArray& bytes)
-    {
-        for (const char byte : bytes) {
-            if (m_skip > 0) {
-                if (m_opcode == 0x8 && m_payload.size() < 2)
-                    m_payload.append(char(byte ^ m_mask[m_payloadIndex % 4]));
-                ++m_payloadIndex;
-                if (--m_skip == 0)
-                    frameEnded();
-                continue;
-            }
-            m_header.append(byte);
-            headerProgress();
-        }
-    }
-
-private:
-    void headerProgress()
-    {
-        if (m_header.size() < 2)
-            return;
-        const auto b1 = quint8(m_header[1]);
-        const bool masked = b1 & 0x80;
-        const int lengthCode = b1 & 0x7f;
-        const int extra = lengthCode == 126 ? 2 : lengthCode == 127 ? 8 : 0;
-        const int needed = 2 + extra + (masked ? 4 : 0);
-        if (m_header.size() < needed)
-            return;
-        quint64 length = quint64(lengthCode);
-        if (extra > 0) {
-            length = 0;
-            for (int i = 0; i < extra; ++i)
-                length = (length << 8) | quint8(m_header[2 + i]);
-        }
-        m_opcode = quint8(m_header[0]) & 0x0f;
-        for (int i = 0; i < 4; ++i)
-            m_mask[i] = masked ? m_header[2 + extra + i] : char(0);
-        if (onFrame)
-            onFrame(m_opcode, masked);
-        m_header.clear();
-        m_payload.clear();
-        m_payloadIndex = 0;
-        m_skip = length;
-        if (m_skip == 0)
-            frameEnded();
-    }
-
-    void frameEnded()
-    {
-        if (m_opcode == 0x8 && onClose) {
-            const int code = m_payload.size() >= 2
-                                 ? (quint8(m_payload[0]) << 8) | quint8(m_payload[1])
-                                 : 1005; // a close frame without a code
-            onClose(code);
-        }
-    }
-
-    QByteArray m_header;
-    QByteArray m_payload;
-    char m_mask[4] = {};
-    int m_opcode = 0;
-    quint64 m_skip = 0;
-    quint64 m_payloadIndex = 0;
-};
-
 } // namespace
 
 // One client connection as seen by the TCP front: the upgrade request, then (when accepted) a
@@ -173,13 +100,6 @@ public:
                 m_backend->disconnectFromHost();
             ended();
         });
-        m_scanner.onFrame = [this](int opcode, bool masked) {
-            if (!masked)
-                m_server->violation(QStringLiteral("unmasked client frame"));
-            if (opcode == 0x2)
-                m_server->violation(QStringLiteral("binary frame from the client"));
-        };
-        m_scanner.onClose = [this](int code) { m_server->m_closeCodes.append(code); };
     }
 
     void setPaused(bool paused)
@@ -266,7 +186,6 @@ private:
     {
         if (bytes.isEmpty() || !m_backend)
             return;
-        m_scanner.feed(bytes);
         m_backend->write(bytes);
     }
 
@@ -298,7 +217,6 @@ private:
     QTcpSocket* m_client;
     QTcpSocket* m_backend = nullptr;
     QByteArray m_request;
-    FrameScanner m_scanner;
     bool m_headersDone = false;
     bool m_paused = false;
     qint64 m_throttle = 0; // bytes per tick when reading slowly
@@ -404,8 +322,6 @@ ScriptedRealtimeServer::ScriptedRealtimeServer(const TlsIdentity& identity, QObj
         m_front = std::make_unique<QTcpServer>();
     else
         m_front = std::make_unique<TlsListener>(m_identity);
-    // The client-side close code is read from the raw bytes (FrameScanner): a frame of any
-    // size the provider accepts must get through.
     m_back->setMaxPendingConnections(64);
     if (!m_back->listen(QHostAddress::LocalHost, 0) || !m_front->listen(QHostAddress::LocalHost, 0))
         qFatal("scripted realtime server: cannot listen on 127.0.0.1");
@@ -463,6 +379,16 @@ void ScriptedRealtimeServer::sessionOpened()
         m_sessions.append(session);
         QObject::connect(session, &QWebSocket::textMessageReceived, this,
                          [this, session](const QString& text) { frameReceived(session, text); });
+        QObject::connect(session, &QWebSocket::binaryMessageReceived, this,
+                         [this] { violation(QStringLiteral("binary frame from the client")); });
+        // Told when the client's close frame arrives (not when the client just goes away),
+        // then again as the server answers it.
+        QObject::connect(session, &QWebSocket::aboutToClose, this, [this, session] {
+            if (!m_closing.contains(session)) {
+                m_closing.insert(session);
+                m_closeCodes.append(session->closeCode());
+            }
+        });
     }
 }
 
@@ -676,8 +602,10 @@ void ScriptedRealtimeServer::sendBinary(const QByteArray& bytes)
 
 void ScriptedRealtimeServer::closeSession(QWebSocketProtocol::CloseCode code, const QString& reason)
 {
-    if (QWebSocket* session = latest())
+    if (QWebSocket* session = latest()) {
+        m_closing.insert(session); // the server's own close: no client code to record
         session->close(code, reason);
+    }
 }
 
 void ScriptedRealtimeServer::dropSession()

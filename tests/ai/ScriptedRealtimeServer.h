@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QList>
 #include <QObject>
+#include <QSet>
 #include <QSslCertificate>
 #include <QSslKey>
 #include <QString>
@@ -199,6 +200,7 @@ private:
     QByteArray m_audio;
     QStringList m_violations;
     QList<int> m_closeCodes;
+    QSet<QWebSocket*> m_closing;
     int m_ended = 0;
 };
 
