@@ -537,35 +537,33 @@ void idleApplication()
 }
 #endif
 
+#if defined(VEMIRA_IDLE_APP) || defined(VEMIRA_REAL_SOFTPHONES)
+// libatspi binds to one accessibility bus per process: the real softphones get a process
+// (and a private network namespace, their SIP ports being fixed) of their own.
+int isolated(int argc, char** argv, const char* what, void (*measure)())
+{
+    QString error;
+    if (!enterPrivateNetwork(&error)) {
+        out << "\n" << what << " skipped: " << error << "\n";
+        return 0;
+    }
+    QCoreApplication app(argc, argv);
+    measure();
+    return 0;
+}
+#endif
+
 } // namespace
 
 int main(int argc, char** argv)
 {
 #ifdef VEMIRA_IDLE_APP
-    if (argc > 1 && qstrcmp(argv[1], "--app") == 0) {
-        QString error;
-        if (!enterPrivateNetwork(&error)) {
-            out << "\nidle desktop application skipped: " << error << "\n";
-            return 0;
-        }
-        QCoreApplication app(argc, argv);
-        idleApplication();
-        return 0;
-    }
+    if (argc > 1 && qstrcmp(argv[1], "--app") == 0)
+        return isolated(argc, argv, "idle desktop application", idleApplication);
 #endif
 #ifdef VEMIRA_REAL_SOFTPHONES
-    // libatspi binds to one accessibility bus per process: the real softphones get a
-    // process (and a private network namespace, their SIP ports being fixed) of their own.
-    if (argc > 1 && qstrcmp(argv[1], "--softphones") == 0) {
-        QString error;
-        if (!enterPrivateNetwork(&error)) {
-            out << "\nreal softphones skipped: " << error << "\n";
-            return 0;
-        }
-        QCoreApplication app(argc, argv);
-        realSoftphones();
-        return 0;
-    }
+    if (argc > 1 && qstrcmp(argv[1], "--softphones") == 0)
+        return isolated(argc, argv, "real softphones", realSoftphones);
 #endif
     QCoreApplication app(argc, argv);
     fakeTrees();

@@ -124,6 +124,19 @@ QStringList textsOf(QWidget* top, bool visibleOnly = true)
     return texts;
 }
 
+// The texts of the five pages, each shown in turn; the home page's hidden parts (call card,
+// budget explanation) too when `homeHiddenToo`, since they show during a call.
+QStringList pageTexts(ui::MainWindow* window, bool homeHiddenToo)
+{
+    QStringList texts;
+    for (const QString& page :
+         {u"Accueil"_s, u"Agent"_s, u"Conversations"_s, u"Connexions"_s, u"Guide"_s}) {
+        window->showPage(page);
+        texts << textsOf(window, !homeHiddenToo || page != u"Accueil"_s);
+    }
+    return texts;
+}
+
 QStringList appleWords(const QStringList& texts)
 {
     QStringList found;
@@ -246,12 +259,7 @@ private Q_SLOTS:
         UiRig rig({}, /*withKey=*/false);
         rig.model->addDemo();
         ui::MainWindow* window = rig.mainWindow.get();
-        QStringList pages;
-        for (const QString& page :
-             {u"Accueil"_s, u"Agent"_s, u"Conversations"_s, u"Connexions"_s, u"Guide"_s}) {
-            window->showPage(page);
-            pages << textsOf(window, page != u"Accueil"_s);
-        }
+        const QStringList pages = pageTexts(window, true);
         ui::SetupAssistant* assistant = window->openSetupAssistant();
         QStringList setup;
         for (int i = 0; i < assistant->stepList()->count(); ++i) {
@@ -881,12 +889,7 @@ private Q_SLOTS:
         UiRig rig;
         rig.model->addDemo();
         ui::MainWindow* window = rig.mainWindow.get();
-        QStringList seen;
-        for (const QString& page :
-             {u"Accueil"_s, u"Agent"_s, u"Conversations"_s, u"Connexions"_s, u"Guide"_s}) {
-            window->showPage(page);
-            seen << textsOf(window);
-        }
+        QStringList seen = pageTexts(window, false);
         // The Connections page keeps the softphone's audio state and offers the softphone to
         // watch, without the Phone menu's buttons.
         window->showPage(u"Connexions"_s);
