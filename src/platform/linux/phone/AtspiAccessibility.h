@@ -6,7 +6,8 @@
 #include <QHash>
 #include <QStringList>
 
-typedef struct _AtspiAccessible AtspiAccessible;
+// libatspi's own name for its object, declared here to keep its headers out of ours.
+typedef struct _AtspiAccessible AtspiAccessible; // NOLINT(bugprone-reserved-identifier)
 
 namespace vemira {
 
